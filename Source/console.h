@@ -1,0 +1,100 @@
+/* The console record: all state of the line editor. Also the prompts, the
+   editing actions, input completion and the history navigation actions. */
+#ifndef QUORVEL_CONSOLE_H
+#define QUORVEL_CONSOLE_H
+
+#include <wchar.h>
+
+#include "editor.h"
+#include "history.h"
+#include "keymap.h"
+#include "prebuffer.h"
+#include "quorvel.h"
+#include "screen.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Read status. */
+#define ST_READING 1
+#define ST_INTERRUPTED 2
+#define ST_NOBUFFER 4
+#define ST_IOERROR 5
+#define ST_STOPPED 6
+#define ST_NOMEMORY 9
+#define ST_DONE 10
+
+#define FLAG_NONINTERACTIVE 0x02
+#define FLAG_INSERT_KEY 0x20
+
+typedef struct console {
+    char maskchar;
+    int history_add_unchanged;
+    int history_allow_duplicates;
+    int history_max;
+    int sigint;
+    int masked;
+    int raw;
+    int flags;
+    int status;
+    int error;
+    const wchar_t *prompt; /* not owned; valid during a read only */
+    editor_t editor;
+    screen_t screen;
+    keymap_entry **keymaps; /* three maps; the first is active */
+    history_t *history;
+    term_callbacks callbacks;
+    prebuffer_t prebuffer;
+    int initialized;
+    int terminate;
+    int eof;
+    int cancel;
+    /* Library-private: the model rows touched since the last paint, so a
+       paint never has to look at rows that cannot differ. */
+    int paint_first;
+    int paint_last;
+} console;
+
+QV_API int console_init(console *c);
+/* Releases everything the record owns (history, key maps, screen model,
+   pre-buffer, edit buffer); the record itself stays with the caller. */
+QV_API void console_free(console *c);
+QV_API int console_init_editor(console *c);
+QV_API void console_free_editor(console *c);
+QV_API void console_set_prompt(console *c, const wchar_t *prompt);
+QV_API void console_put_prompt(console *c);
+QV_API void console_put_secondary_prompt(console *c);
+QV_API void console_schedule_update(console *c);
+QV_API int string_length(const wchar_t *s, int max);
+
+/* Actions: called with the console and the first byte of the key. */
+QV_API void action_insert_char(console *c, int key);
+QV_API void action_key_insert(console *c, int key);
+QV_API void action_key_backspace(console *c, int key);
+QV_API void action_key_delete(console *c, int key);
+QV_API void action_delete_or_quit(console *c, int key);
+QV_API void action_end_of_input(console *c, int key);
+QV_API void action_kill_to_end_of_line(console *c, int key);
+QV_API void action_key_tab(console *c, int key);
+QV_API void action_key_left(console *c, int key);
+QV_API void action_key_right(console *c, int key);
+QV_API void action_key_home(console *c, int key);
+QV_API void action_key_end(console *c, int key);
+QV_API void action_key_up(console *c, int key);
+QV_API void action_key_down(console *c, int key);
+QV_API void action_abandon_input(console *c, int key);
+QV_API void action_abandon_input_ctrl_c(console *c, int key);
+QV_API void action_suspend_process(console *c, int key);
+QV_API void action_key_return(console *c, int key);
+
+/* History navigation. */
+QV_API void history_lookup(console *c, int direction);
+QV_API void action_history_earliest(console *c, int key);
+QV_API void action_history_latest(console *c, int key);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,216 @@
+// The edit buffer: a gap-less array of wide characters with a cursor, an end
+// of text, a capacity and the start of the editable part; and the encoding of
+// the finished text for the host.
+#include "editor.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+#include "console.h"
+#include "qv_assert.h"
+
+namespace {
+
+constexpr size_t kFirstCapacity = 512;
+
+void zero_fill(wchar_t *from, wchar_t *to) {
+    if (to > from) memset(from, 0, sizeof(wchar_t) * static_cast<size_t>(to - from));
+}
+
+// Gives up the storage after a failed growth, as the caller then has nothing
+// consistent to work with; the status ends the read.
+void editor_lost(console *c) {
+    free(c->editor.buffer);
+    c->editor = editor_t{};
+    c->status = ST_NOMEMORY;
+    c->error = 1;
+}
+
+} // namespace
+
+uint32_t buffer_resize(console *c, uint32_t n) {
+    editor_t &e = c->editor;
+    QV_ASSERT(c->editor.limit >= c->editor.buffer);
+    const size_t capacity = static_cast<size_t>(e.limit - e.buffer);
+    const size_t last = static_cast<size_t>(e.lastchar - e.buffer);
+    const size_t need = last + n + 2;
+    if (e.buffer && capacity >= need) return static_cast<uint32_t>(capacity);
+
+    size_t grown = capacity ? capacity : kFirstCapacity;
+    while (grown < need) {
+        if (grown > (SIZE_MAX / sizeof(wchar_t)) / 2) {
+            editor_lost(c);
+            return 0;
+        }
+        grown *= 2;
+    }
+    const size_t cursor = static_cast<size_t>(e.cursor - e.buffer);
+    const size_t editable = static_cast<size_t>(e.editable - e.buffer);
+    auto *block = static_cast<wchar_t *>(realloc(e.buffer, grown * sizeof(wchar_t)));
+    if (!block) {
+        editor_lost(c);
+        return 0;
+    }
+    e.buffer = block;
+    e.cursor = block + cursor;
+    e.lastchar = block + last;
+    e.editable = block + editable;
+    e.limit = block + grown;
+    zero_fill(e.lastchar, e.limit);
+    return static_cast<uint32_t>(grown);
+}
+
+uint32_t shift_buffer(console *c, int32_t delta) {
+    QV_ASSERT(c->editor.lastchar >= c->editor.cursor);
+    if (delta == 0) return 0;
+    editor_t &e = c->editor;
+    if (delta > 0) {
+        if (buffer_resize(c, static_cast<uint32_t>(delta)) == 0) return 0;
+        const size_t tail = static_cast<size_t>(e.lastchar - e.cursor);
+        if (tail > 0) {
+            memmove(e.cursor + delta, e.cursor, tail * sizeof(wchar_t));
+            zero_fill(e.cursor, e.cursor + delta);
+        }
+        e.lastchar += delta;
+        return static_cast<uint32_t>(delta);
+    }
+    const size_t d = static_cast<size_t>(-static_cast<int64_t>(delta));
+    const size_t behind = static_cast<size_t>(e.lastchar - e.cursor) - d;
+    memmove(e.cursor, e.cursor + d, behind * sizeof(wchar_t));
+    zero_fill(e.lastchar - d, e.lastchar);
+    e.lastchar -= d;
+    return static_cast<uint32_t>(d);
+}
+
+uint32_t buffer_insert_bytes(console *c, const wchar_t *chars, uint32_t n) {
+    if (n == 0 || n > INT32_MAX) return 0;
+    if (shift_buffer(c, static_cast<int32_t>(n)) == 0) return 0;
+    memcpy(c->editor.cursor, chars, n * sizeof(wchar_t));
+    c->editor.cursor += n;
+    return n;
+}
+
+uint32_t buffer_insert_string(console *c, const wchar_t *chars, uint32_t n) {
+    if (n == 0) return 0;
+    return buffer_insert_bytes(c, chars, n);
+}
+
+uint32_t buffer_insert_char(console *c, wchar_t ch) { return buffer_insert_bytes(c, &ch, 1); }
+
+void buffer_delete_before(console *c, uint32_t n) {
+    editor_t &e = c->editor;
+    const size_t avail = static_cast<size_t>(e.cursor - e.buffer);
+    const size_t k = n < avail ? n : avail;
+    if (k == 0) return;
+    e.cursor -= k;
+    shift_buffer(c, -static_cast<int32_t>(k));
+    *e.lastchar = 0;
+}
+
+void buffer_delete_after(console *c, uint32_t n) {
+    editor_t &e = c->editor;
+    const size_t avail = static_cast<size_t>(e.lastchar - e.cursor);
+    const size_t k = n < avail ? n : avail;
+    if (k == 0) return;
+    shift_buffer(c, -static_cast<int32_t>(k));
+    *e.lastchar = 0;
+}
+
+void buffer_clear(console *c) {
+    editor_t &e = c->editor;
+    zero_fill(e.buffer, e.limit);
+    e.cursor = e.lastchar = e.buffer;
+}
+
+void buffer_replace(console *c, const wchar_t *chars, uint32_t n) {
+    buffer_clear(c);
+    buffer_insert_string(c, chars, n);
+}
+
+uint32_t buffer_cursor_move_left(console *c, uint32_t n) {
+    editor_t &e = c->editor;
+    const size_t avail = static_cast<size_t>(e.cursor - e.buffer);
+    if (n < avail) {
+        e.cursor -= n;
+        return n;
+    }
+    e.cursor = e.buffer;
+    return static_cast<uint32_t>(avail);
+}
+
+uint32_t buffer_cursor_move_right(console *c, uint32_t n) {
+    editor_t &e = c->editor;
+    const size_t avail = static_cast<size_t>(e.lastchar - e.cursor);
+    if (n < avail) {
+        e.cursor += n;
+        return n;
+    }
+    e.cursor = e.lastchar;
+    return static_cast<uint32_t>(avail);
+}
+
+// A history entry may replace a continued input by a shorter text, leaving
+// editable behind the end; Home then stops at the end of the text.
+void buffer_cursor_move_home(console *c) {
+    editor_t &e = c->editor;
+    e.cursor = e.editable > e.lastchar ? e.lastchar : e.editable;
+}
+
+void buffer_cursor_move_end(console *c) { c->editor.cursor = c->editor.lastchar; }
+
+void buffer_reset_editable_offset(console *c) { c->editor.editable = c->editor.lastchar; }
+
+wchar_t buffer_peek_before_cursor(console *c) {
+    if (c->editor.cursor <= c->editor.buffer) return 0;
+    return c->editor.cursor[-1];
+}
+
+// Bytes above 127 never count, whatever the signedness of char on the target.
+int printable_char(int ch) {
+    if (ch < 0 || (ch & 0x80) != 0) return 0;
+    return isprint(ch) ? 1 : 0;
+}
+
+// ---------------------------------------------------------------------------
+// Encoding of the finished line
+
+char hexchar(short v) {
+    if (v >= 0 && v <= 9) return static_cast<char>('0' + v);
+    if (v >= 10 && v <= 15) return static_cast<char>(v + 55);
+    return ' ';
+}
+
+char *encode_input(console *c) {
+    const wchar_t *p = c->editor.buffer;
+    const size_t n = p ? static_cast<size_t>(c->editor.lastchar - p) : 0;
+    size_t cap = n + 5;
+    auto *out = static_cast<char *>(malloc(cap + 1));
+    if (!out) return nullptr;
+    size_t pos = 0;
+    for (size_t i = 0; i < n; i++) {
+        const auto code = static_cast<uint32_t>(p[i]);
+        if (code <= 127) {
+            out[pos++] = static_cast<char>(code);
+        } else {
+            out[pos++] = '\\';
+            out[pos++] = ':';
+            out[pos++] = hexchar(static_cast<short>((code >> 12) & 15));
+            out[pos++] = hexchar(static_cast<short>((code >> 8) & 15));
+            out[pos++] = hexchar(static_cast<short>((code >> 4) & 15));
+            out[pos++] = hexchar(static_cast<short>(code & 15));
+        }
+        // Keeps six free bytes ahead of every character plus the terminator.
+        if (cap <= pos + 5) {
+            cap = cap * 2 + 5;
+            auto *grown = static_cast<char *>(realloc(out, cap + 1));
+            if (!grown) {
+                free(out);
+                return nullptr;
+            }
+            out = grown;
+        }
+    }
+    out[pos] = 0;
+    return out;
+}

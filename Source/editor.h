@@ -1,0 +1,58 @@
+/* The wide-character edit buffer of the line being read, and the encoding of
+   the finished line for the host. */
+#ifndef QUORVEL_EDITOR_H
+#define QUORVEL_EDITOR_H
+
+#include <stdint.h>
+#include <wchar.h>
+
+#include "quorvel.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct console;
+
+/* All five point into one block; distances count wide characters. */
+typedef struct editor_t {
+    wchar_t *buffer;   /* start of storage and text; NULL without storage */
+    wchar_t *cursor;   /* insertion point */
+    wchar_t *lastchar; /* one past the last character */
+    wchar_t *limit;    /* one past the storage */
+    wchar_t *editable; /* start of the current continuation line */
+} editor_t;
+
+/* Growth may move the storage: re-read the editor fields after any call that
+   can grow it. On allocation failure the storage is released, the console's
+   status becomes ST_NOMEMORY with error 1, and the call answers 0. */
+QV_API uint32_t buffer_resize(struct console *c, uint32_t n);
+QV_API uint32_t shift_buffer(struct console *c, int32_t delta);
+QV_API uint32_t buffer_insert_bytes(struct console *c, const wchar_t *chars, uint32_t n);
+QV_API uint32_t buffer_insert_string(struct console *c, const wchar_t *chars, uint32_t n);
+QV_API uint32_t buffer_insert_char(struct console *c, wchar_t ch);
+QV_API void buffer_delete_before(struct console *c, uint32_t n);
+QV_API void buffer_delete_after(struct console *c, uint32_t n);
+QV_API void buffer_clear(struct console *c);
+QV_API void buffer_replace(struct console *c, const wchar_t *chars, uint32_t n);
+QV_API uint32_t buffer_cursor_move_left(struct console *c, uint32_t n);
+QV_API uint32_t buffer_cursor_move_right(struct console *c, uint32_t n);
+/* To the start of the editable part, never past the end of the text. */
+QV_API void buffer_cursor_move_home(struct console *c);
+QV_API void buffer_cursor_move_end(struct console *c);
+QV_API void buffer_reset_editable_offset(struct console *c);
+/* The character before the cursor; 0 at the start of the buffer. */
+QV_API wchar_t buffer_peek_before_cursor(struct console *c);
+/* 1 for a byte 0..127 that the locale counts as printable. */
+QV_API int printable_char(int ch);
+
+/* The text from buffer to lastchar as 7-bit ASCII, characters above 127 as
+   "\:XXXX". A new malloc'ed string, or NULL when memory ran out. */
+QV_API char *encode_input(struct console *c);
+QV_API char hexchar(short v);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,65 @@
+/* The history list, its navigation state and the history file. */
+#ifndef QUORVEL_HISTORY_H
+#define QUORVEL_HISTORY_H
+
+#include <stdint.h>
+#include <wchar.h>
+
+#include "quorvel.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct console;
+
+/* The saved line: the same first two fields as an entry, so navigation can
+   hand back either through one pointer. */
+typedef struct history_line {
+    wchar_t *text;
+    uint32_t length;
+} history_line;
+
+typedef struct history_entry {
+    wchar_t *text; /* length characters and a terminating 0 */
+    uint32_t length;
+    struct history_entry *next; /* newer */
+    struct history_entry *prev; /* older */
+} history_entry;
+
+typedef struct history_t {
+    history_entry *first;   /* oldest */
+    history_entry *last;    /* newest */
+    history_entry *current; /* shown entry; NULL at the line being edited */
+    history_line *saved;    /* the line being edited, saved by navigation */
+    int32_t dirty;
+    int32_t count;
+} history_t;
+
+QV_API wchar_t *make_string_copy(const wchar_t *text, uint32_t n);
+QV_API history_t *history_new(void);
+QV_API void history_clear(struct console *c);
+QV_API int top_is_duplicate(struct console *c, const wchar_t *text, uint32_t n);
+QV_API void history_add(struct console *c, const wchar_t *text, uint32_t n);
+QV_API history_line *history_get(struct console *c, int direction);
+QV_API void history_set_earliest(struct console *c);
+QV_API void history_set_latest(struct console *c);
+QV_API void history_save_current_buffer(struct console *c, const wchar_t *line, uint32_t n);
+QV_API void history_cleanup_temp(struct console *c);
+QV_API void history_set_dirty(struct console *c);
+QV_API int history_is_dirty(struct console *c);
+QV_API void history_print_all(struct console *c);
+
+/* History file. */
+QV_API char *history_get_filepath(void);
+QV_API wchar_t *encode_special_chars(const wchar_t *text, uint32_t len, uint32_t *k);
+QV_API void history_save(struct console *c, const char *path);
+QV_API void history_load(struct console *c, const char *path);
+QV_API void history_add_character_range(struct console *c, const char *start, const char *end);
+QV_API void history_add_string(struct console *c, const char *s);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

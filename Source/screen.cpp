@@ -1,0 +1,484 @@
+// The model of the input area and the difference painter.
+//
+// Row 0 is the terminal row on which the prompt of the current read starts.
+// Every row exists twice: `lines` says what it should show, `vbuf` what the
+// terminal shows. Painting writes the runs of cells that differ, then puts
+// the cursor at `newcur`. The console's paint_first/paint_last span the rows
+// touched since the last paint, so a keystroke at the end of a long input
+// costs the same as one on a short input.
+#include "screen.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "console.h"
+#include "os-unix.h"
+#include "qv_assert.h"
+
+namespace {
+
+const char blanks[] = "          ";
+wchar_t *ws = nullptr; // wide blanks, kept for the life of the process
+int wsize = 0;
+bool in_paint = false;
+
+void touch(console *c, int y) {
+    if (c->paint_first > y) c->paint_first = y;
+    if (c->paint_last < y) c->paint_last = y;
+}
+
+void paint_clean(console *c) {
+    c->paint_first = INT_MAX;
+    c->paint_last = -1;
+}
+
+void mark_cells(termline *row, int cols) {
+    for (int j = 0; j < cols; j++) row->chars[j].attr |= ATTR_INVALID;
+}
+
+// Marks shown row y for a full redraw.
+void invalidate_row(console *c, int y) {
+    mark_cells(c->screen.input.vbuf[y], c->screen.cols);
+    touch(c, y);
+}
+
+void release_rows(input_t *in, int from) {
+    for (int i = from; i < in->numlines; i++) {
+        termline_free(in->lines[i]);
+        termline_free(in->vbuf[i]);
+        in->lines[i] = in->vbuf[i] = nullptr;
+    }
+}
+
+// Inserts cell at column x of a row. A full row pushes its last cell out
+// into *spill and answers 1; a row that becomes full is marked as wrapping.
+int termchar_insert_1(termline *row, int x, const termchar *cell, termchar *spill) {
+    int pushed = 0;
+    if (row->last < row->cols) {
+        if (row->last == row->cols - 1) row->lflags |= LINE_WRAPS;
+        row->last++;
+    } else {
+        row->lflags |= LINE_WRAPS;
+        if (spill) *spill = row->chars[row->cols - 1];
+        pushed = 1;
+    }
+    for (int j = row->last - 1; j > x; j--) row->chars[j] = row->chars[j - 1];
+    row->chars[x] = *cell;
+    return pushed;
+}
+
+// The row after *y, created when it does not exist yet; it continues the
+// logical line. NULL when no row could be allocated.
+termline *next_line(console *c, int *y) {
+    const int num = *y + 1;
+    if (num >= c->screen.input.numlines) screen_buffer_add_line(c, 1);
+    if (num >= c->screen.input.numlines) return nullptr;
+    QV_ASSERT(num >= 0 && num < (int) c->screen.input.numlines);
+    termline *line = c->screen.input.lines[num];
+    line->lflags |= LINE_CONTINUED;
+    *y = num;
+    return line;
+}
+
+// After a cell left row y, pulls the first cell of each following row of the
+// logical line up into the row before it.
+void pull_back(console *c, int y) {
+    input_t *in = &c->screen.input;
+    termline *row = in->lines[y];
+    while ((row->lflags & LINE_WRAPS) && y + 1 < in->numlines) {
+        y++;
+        termline *next = in->lines[y];
+        if (next->last > next->firstcol) {
+            termchar cell;
+            termchar_delete_1(c, next, 0, &cell);
+            termchar_insert_1(row, row->last, &cell, nullptr);
+            touch(c, y - 1);
+            touch(c, y);
+        } else {
+            row->lflags &= ~LINE_WRAPS;
+            next->lflags &= ~LINE_CONTINUED;
+        }
+        row = next;
+    }
+}
+
+void flush_motion() {
+    if (!in_paint) fflush(stdout);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// Building, growing and resetting the model
+
+void screen_buffer_initialize(console *c) {
+    input_t *in = &c->screen.input;
+    if (in->lines || in->vbuf) screen_buffer_delete(c);
+    in->maxlines = c->screen.rows > 0 ? c->screen.rows : 1;
+    in->lines = static_cast<termline **>(calloc(static_cast<size_t>(in->maxlines), sizeof(termline *)));
+    in->vbuf = static_cast<termline **>(calloc(static_cast<size_t>(in->maxlines), sizeof(termline *)));
+    if (in->lines && in->vbuf) {
+        in->lines[0] = termline_new(c->screen.cols, &c->screen.blank);
+        in->vbuf[0] = termline_new(c->screen.cols, &c->screen.blank);
+    }
+    in->cur.pos.x = in->cur.pos.y = 0;
+    in->newcur = in->cur;
+    in->numlines = 1;
+    if (!in->lines || !in->vbuf || !in->lines[0] || !in->vbuf[0]) screen_buffer_delete(c);
+    touch(c, 0);
+}
+
+void screen_buffer_delete(console *c) {
+    input_t *in = &c->screen.input;
+    if (in->lines && in->vbuf) release_rows(in, 0);
+    free(in->lines);
+    free(in->vbuf);
+    in->lines = in->vbuf = nullptr;
+    in->numlines = in->maxlines = 0;
+}
+
+void screen_buffer_add_line(console *c, int n) {
+    input_t *in = &c->screen.input;
+    const int rows = c->screen.rows > 0 ? c->screen.rows : 1;
+    if (in->numlines + n > in->maxlines) {
+        const int grown = in->maxlines + rows * (n / rows + 1);
+        auto *lines = static_cast<termline **>(realloc(in->lines, sizeof(termline *) * grown));
+        if (!lines) return;
+        in->lines = lines;
+        auto *vbuf = static_cast<termline **>(realloc(in->vbuf, sizeof(termline *) * grown));
+        if (!vbuf) return; // lines is merely larger than needed
+        in->vbuf = vbuf;
+        in->maxlines = grown;
+    }
+    for (int i = 0; i < n; i++) {
+        termline *line = termline_new(c->screen.cols, &c->screen.blank);
+        termline *shown = termline_new(c->screen.cols, &c->screen.blank);
+        if (!line || !shown) {
+            termline_free(line);
+            termline_free(shown);
+            return;
+        }
+        in->lines[in->numlines] = line;
+        in->vbuf[in->numlines] = shown;
+        invalidate_row(c, in->numlines);
+        in->numlines++;
+    }
+}
+
+void screen_buffer_reset(console *c) {
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    for (int i = 0; i < in->numlines; i++) {
+        termline_erase(in->lines[i], &c->screen.blank);
+        termline_erase(in->vbuf[i], &c->screen.blank);
+        mark_cells(in->vbuf[i], c->screen.cols);
+    }
+    release_rows(in, 1);
+    in->cur.pos.x = in->cur.pos.y = 0;
+    in->newcur = in->cur;
+    in->numlines = 1;
+    if (c->paint_last > 0) c->paint_last = 0;
+    touch(c, 0);
+}
+
+void input_clear_from_cursor(console *c) {
+    input_t *in = &c->screen.input;
+    const int x = in->cur.pos.x, y = in->cur.pos.y;
+    termline_erase_after(in->lines[y], &c->screen.blank, x);
+    termline_erase_after(in->vbuf[y], &c->screen.blank, x);
+    invalidate_row(c, y);
+    for (int i = y + 1; i < in->numlines; i++) {
+        termline_erase(in->lines[i], &c->screen.blank);
+        termline_erase(in->vbuf[i], &c->screen.blank);
+        invalidate_row(c, i);
+    }
+}
+
+void screen_buffer_clear(console *c) {
+    screen_cursor_move_home(c);
+    c->editor.lastchar = c->editor.cursor;
+    input_clear_from_cursor(c);
+    repaint(c, 1);
+}
+
+void input_replace(console *c, const wchar_t *text, uint32_t n) {
+    screen_cursor_move_00(c);
+    screen_buffer_reset(c);
+    console_put_prompt(c);
+    for (uint32_t i = 0; i < n; i++) {
+        const wchar_t ch = text[i];
+        screen_put_char(c, (ch == 13 || ch == 10) ? c->screen.blank.ch : ch);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Cursors
+
+void cursor_reset(console *c) {
+    int row = 0, col = 0;
+    console_get_cursor(c, &row, &col);
+    c->screen.input.cur.pos.y = row;
+    c->screen.input.cur.pos.x = col;
+}
+
+void cursor_save(console *c, cursor_pos *p) { *p = c->screen.input.cur; }
+
+void cursor_update(console *c, cursor_pos p) {
+    input_t *in = &c->screen.input;
+    screen_cursor_move_y(c, p.pos.y - in->cur.pos.y);
+    screen_cursor_move_x(c, p.pos.x - in->cur.pos.x);
+    in->newcur = p;
+    in->cur = p;
+}
+
+int cursor_move_right(console *c) {
+    input_t *in = &c->screen.input;
+    termline *row = in->lines[in->newcur.pos.y];
+    if (in->newcur.pos.x < c->screen.cols - 1) {
+        if (in->newcur.pos.x < row->last) in->newcur.pos.x++;
+        return 0;
+    }
+    if (row->lflags & LINE_WRAPS) {
+        in->newcur.pos.y++;
+        QV_ASSERT(in->newcur.pos.y < (int) in->numlines);
+        in->newcur.pos.x = in->lines[in->newcur.pos.y]->firstcol;
+        return 1;
+    }
+    return 0;
+}
+
+int cursor_move_left(console *c) {
+    input_t *in = &c->screen.input;
+    termline *row = in->lines[in->newcur.pos.y];
+    if (in->newcur.pos.x > row->firstcol) {
+        in->newcur.pos.x--;
+        return 0;
+    }
+    if (row->lflags & LINE_CONTINUED) {
+        in->newcur.pos.y--;
+        termline *prev = in->lines[in->newcur.pos.y];
+        in->newcur.pos.x = prev->last > prev->firstcol ? prev->last - 1 : prev->firstcol;
+        return 1;
+    }
+    return 0;
+}
+
+// ---------------------------------------------------------------------------
+// Insertion and deletion
+
+void termchar_insert(console *c, wchar_t ch) {
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    const termchar cell = {ch, c->screen.curattr};
+    int y = in->newcur.pos.y;
+    termline *row = in->lines[y];
+    termchar spill, spill2;
+    int pushed = termchar_insert_1(row, in->newcur.pos.x, &cell, &spill);
+    touch(c, y);
+    // A row that just became full gets its continuation row at once; a full
+    // row passes its last cell down, row after row.
+    if (row->lflags & LINE_WRAPS) {
+        row = next_line(c, &y);
+        while (row && pushed) {
+            pushed = termchar_insert_1(row, row->firstcol, &spill, &spill2);
+            touch(c, y);
+            if (pushed) spill = spill2;
+            if (row->lflags & LINE_WRAPS) row = next_line(c, &y);
+        }
+    }
+    if ((in->lines[in->newcur.pos.y]->lflags & LINE_WRAPS) &&
+        in->newcur.pos.y + 1 >= in->numlines)
+        return; // no row to move into: memory ran out
+    cursor_move_right(c);
+}
+
+void termchar_delete_1(console *c, termline *line, int x, termchar *removed) {
+    QV_ASSERT(line->last <= (int) c->screen.cols);
+    if (line->last <= x) return;
+    if (removed) *removed = line->chars[x];
+    for (int j = x; j < line->last - 1; j++) line->chars[j] = line->chars[j + 1];
+    line->last--;
+    line->chars[line->last] = c->screen.blank;
+}
+
+void termchar_delete_at(console *c) {
+    input_t *in = &c->screen.input;
+    const int y = in->newcur.pos.y;
+    termline *row = in->lines[y];
+    if (in->newcur.pos.x >= row->last) return;
+    termchar_delete_1(c, row, in->newcur.pos.x, nullptr);
+    touch(c, y);
+    pull_back(c, y);
+    cursor_update(c, in->newcur);
+}
+
+void termchar_delete_before(console *c) {
+    input_t *in = &c->screen.input;
+    termline *row = in->lines[in->newcur.pos.y];
+    if (in->newcur.pos.x <= row->firstcol && !(row->lflags & LINE_CONTINUED)) return;
+    cursor_move_left(c);
+    const int y = in->newcur.pos.y;
+    termchar_delete_1(c, in->lines[y], in->newcur.pos.x, nullptr);
+    touch(c, y);
+    pull_back(c, y);
+    cursor_update(c, in->newcur);
+}
+
+// ---------------------------------------------------------------------------
+// Putting text into the model
+
+void screen_put_char(console *c, wchar_t ch) { termchar_insert(c, ch); }
+
+void screen_put_wstring(console *c, const wchar_t *text, int n) {
+    for (int i = 0; i < n; i++) termchar_insert(c, text[i]);
+}
+
+void screen_put_prompt(console *c, const wchar_t *text, int n) {
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    termline *row = in->lines[in->newcur.pos.y];
+    screen_put_wstring(c, text, n);
+    row->firstcol = n;
+}
+
+void screen_put_blanks(console *c, int n) {
+    input_t *in = &c->screen.input;
+    if (n > 0 && in->lines) {
+        if (!ws) ws = cp2wchar(c, blanks, &wsize);
+        if (ws) {
+            for (int left = n; left > 0; left -= wsize)
+                screen_put_wstring(c, ws, left < wsize ? left : wsize);
+        }
+        in->lines[in->newcur.pos.y]->firstcol = n;
+    }
+    repaint(c, 1);
+}
+
+// ---------------------------------------------------------------------------
+// Cursor moves within the logical line. These reach the terminal at once.
+
+void screen_cursor_move_00(console *c) {
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    while (in->lines[in->newcur.pos.y]->lflags & LINE_CONTINUED) in->newcur.pos.y--;
+    in->newcur.pos.x = 0;
+    cursor_update(c, in->newcur);
+    flush_motion();
+}
+
+void screen_cursor_move_home(console *c) {
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    while (in->lines[in->newcur.pos.y]->lflags & LINE_CONTINUED) in->newcur.pos.y--;
+    in->newcur.pos.x = in->lines[in->newcur.pos.y]->firstcol;
+    cursor_update(c, in->newcur);
+    flush_motion();
+}
+
+void screen_cursor_move_end(console *c) {
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    while ((in->lines[in->newcur.pos.y]->lflags & LINE_WRAPS) &&
+           in->newcur.pos.y + 1 < in->numlines)
+        in->newcur.pos.y++;
+    in->newcur.pos.x = in->lines[in->newcur.pos.y]->last;
+    cursor_update(c, in->newcur);
+    flush_motion();
+}
+
+// ---------------------------------------------------------------------------
+// Invalidation and painting
+
+void invalidate_line(console *c, termline *line) {
+    mark_cells(line, c->screen.cols);
+    // The caller's row number is unknown: let the next paint look at all rows.
+    touch(c, 0);
+    touch(c, c->screen.input.numlines - 1);
+}
+
+void invalidate_rectangle(console *c, unsigned left, unsigned top, unsigned right,
+                          unsigned bottom) {
+    input_t *in = &c->screen.input;
+    if (!in->vbuf || in->numlines < 1 || c->screen.cols < 1) return;
+    if (right > static_cast<unsigned>(c->screen.cols - 1)) right = static_cast<unsigned>(c->screen.cols - 1);
+    if (bottom > static_cast<unsigned>(in->numlines - 1)) bottom = static_cast<unsigned>(in->numlines - 1);
+    for (unsigned y = top; y <= bottom; y++) {
+        for (unsigned x = left; x <= right; x++) in->vbuf[y]->chars[x].attr |= ATTR_INVALID;
+        touch(c, static_cast<int>(y));
+    }
+}
+
+void insert_termline(console *, int) {}
+void delete_termline(console *, int) {}
+
+namespace {
+
+// Marks the cells of shown row i that differ from the model; 1 when any cell
+// of the row is marked.
+int invalidate_vbuf_line(screen_t *s, int i) {
+    termline *shown = s->input.vbuf[i];
+    const termline *model = s->input.lines[i];
+    int any = 0;
+    for (int j = 0; j < s->cols; j++) {
+        termchar &v = shown->chars[j];
+        const termchar &m = model->chars[j];
+        if (v.ch != m.ch || v.attr != m.attr) {
+            v.attr |= ATTR_INVALID;
+            any = 1;
+        }
+    }
+    return any;
+}
+
+void write_run(console *c, int i, int start, wchar_t *run, int &ccount) {
+    run[ccount] = 0;
+    QV_ASSERT(ccount <= c->screen.cols);
+    screen_cursor_move_y(c, i - c->screen.input.cur.pos.y);
+    c->screen.input.cur.pos.y = i;
+    screen_draw_wstring(c, start, run, ccount, nullptr);
+    ccount = 0;
+}
+
+void do_paint(console *c) {
+    screen_t *r = &c->screen;
+    if (!r->input.lines) {
+        fflush(stdout);
+        return;
+    }
+    std::unique_ptr<wchar_t, decltype(&free)> run(
+        static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (static_cast<size_t>(r->cols) + 2))), &free);
+    if (!run) return; // nothing written; the touched rows wait for the next paint
+    in_paint = true;
+    const int first = c->paint_first < 0 ? 0 : c->paint_first;
+    const int last = c->paint_last < r->input.numlines ? c->paint_last : r->input.numlines - 1;
+    for (int i = first; i <= last; i++) {
+        int ccount = 0, start = 0;
+        if (!invalidate_vbuf_line(r, i)) continue;
+        for (int j = 0; j < r->cols; j++) {
+            if (r->input.vbuf[i]->chars[j].attr & ATTR_INVALID) {
+                if (ccount == 0) start = j;
+                run.get()[ccount++] = r->input.lines[i]->chars[j].ch;
+                r->input.vbuf[i]->chars[j] = r->input.lines[i]->chars[j];
+                QV_ASSERT(!(r->input.vbuf[i]->chars[j].attr & ATTR_INVALID));
+            } else if (ccount > 0) {
+                write_run(c, i, start, run.get(), ccount);
+            }
+        }
+        if (ccount > 0) write_run(c, i, start, run.get(), ccount);
+    }
+    paint_clean(c);
+    cursor_update(c, r->input.newcur);
+    in_paint = false;
+    fflush(stdout);
+}
+
+} // namespace
+
+void repaint(console *c, int immediate) {
+    if (immediate)
+        do_paint(c);
+    else
+        console_schedule_update(c);
+}

@@ -1,0 +1,186 @@
+// The terminal instance and the exported term_* calls.
+#include "terminal.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <type_traits>
+
+#include "os-unix.h"
+#include "qv_assert.h"
+
+static_assert(std::is_standard_layout<term_options>::value, "term_options crosses the C ABI");
+static_assert(std::is_standard_layout<term_callbacks>::value, "term_callbacks crosses the C ABI");
+static_assert(sizeof(term_callbacks) == 8 * sizeof(void (*)(void)), "eight callback slots");
+static_assert(std::is_standard_layout<console>::value, "the console record is a plain struct");
+
+char *history_directory = nullptr;
+
+namespace {
+
+struct terminal {
+    struct console *console;
+    int initialized;
+};
+
+terminal *theTerminal = nullptr;
+
+// The copy of historydir that the library made; a directory the host stored
+// in history_directory itself is never freed here.
+char *owned_directory = nullptr;
+
+void set_history_directory(char *dir) {
+    if (history_directory == owned_directory) free(owned_directory);
+    history_directory = owned_directory = dir;
+}
+
+console *the_console() {
+    QV_ASSERT(theTerminal != NULL);
+    return theTerminal->console;
+}
+
+} // namespace
+
+char *do_readLine(console *c, const char *prompt) {
+    char *result = nullptr;
+    console_read_line(c, prompt);
+    if (c->editor.buffer) {
+        result = encode_input(c);
+        console_free_editor(c);
+    }
+    if (c->eof == 1 && c->callbacks.onEndOfInput) c->callbacks.onEndOfInput();
+    return result;
+}
+
+int term_init(const term_options *options) {
+    if (theTerminal) return 1;
+    char *dir = nullptr;
+    if (options && options->historydir) {
+        dir = strdup(options->historydir);
+        if (!dir) return 0;
+    }
+    auto *t = static_cast<terminal *>(calloc(1, sizeof(terminal)));
+    if (!t) {
+        free(dir);
+        return 0;
+    }
+    theTerminal = t;
+    t->console = static_cast<console *>(calloc(1, sizeof(console)));
+    t->initialized = 0;
+    if (!t->console || !console_init(t->console)) {
+        free(t->console);
+        free(t);
+        free(dir);
+        theTerminal = nullptr;
+        return 0;
+    }
+    t->initialized = 1;
+    t->console->callbacks = term_callbacks{};
+    if (!options) {
+        set_history_directory(nullptr);
+        t->console->sigint = 0;
+    } else {
+        if (dir) set_history_directory(dir);
+        t->console->sigint = options->sigint;
+    }
+    return 1;
+}
+
+void term_destroy(void) {
+    QV_ASSERT(theTerminal != NULL);
+    QV_ASSERT(theTerminal->console != NULL);
+    console *c = theTerminal->console;
+    std::unique_ptr<char, decltype(&free)> path(history_get_filepath(), &free);
+    history_save(c, path.get());
+    console_free(c);
+    free(c);
+    free(theTerminal);
+    theTerminal = nullptr;
+}
+
+char *term_getLine(char mask, const char *prompt) {
+    console *c = the_console();
+    c->maskchar = mask;
+    c->raw = 0;
+    c->flags = 0;
+    c->masked = mask != 0;
+    return do_readLine(c, prompt);
+}
+
+char *term_getRawLine(char mask, const char *prompt) {
+    console *c = the_console();
+    c->maskchar = mask;
+    c->masked = mask != 0;
+    c->raw = 1;
+    c->flags = 0;
+    return do_readLine(c, prompt);
+}
+
+void term_free(char *line) { free(line); }
+
+void term_loadHistory(void) {
+    QV_ASSERT(theTerminal != NULL);
+    QV_ASSERT(theTerminal->console != NULL);
+    std::unique_ptr<char, decltype(&free)> path(history_get_filepath(), &free);
+    history_load(theTerminal->console, path.get());
+}
+
+int term_setCallbacks(const term_callbacks *callbacks) {
+    if (!theTerminal || !theTerminal->console || !callbacks) return 0;
+    term_callbacks &cb = theTerminal->console->callbacks;
+    if (callbacks->onIdle) cb.onIdle = callbacks->onIdle;
+    if (callbacks->reserved1) cb.reserved1 = callbacks->reserved1;
+    if (callbacks->reserved2) cb.reserved2 = callbacks->reserved2;
+    if (callbacks->reserved3) cb.reserved3 = callbacks->reserved3;
+    if (callbacks->onEndOfInput) cb.onEndOfInput = callbacks->onEndOfInput;
+    if (callbacks->keepNewline) cb.keepNewline = callbacks->keepNewline;
+    if (callbacks->isInputComplete) cb.isInputComplete = callbacks->isInputComplete;
+    return 1;
+}
+
+int term_getConsoleWidth(void) { return the_console()->screen.cols; }
+
+int term_getConsoleHeight(void) { return the_console()->screen.rows; }
+
+// ---------------------------------------------------------------------------
+// Character and string output
+
+void term_putChar(int ch) { console_put_wchar(the_console(), ch); }
+
+int term_getChar(int echo) {
+    console *c = the_console();
+    console_get_char(c, 0);
+    const int ch = c->editor.buffer ? static_cast<int>(c->editor.buffer[0]) : 0;
+    if (echo) {
+        console_put_wchar(c, ch);
+        fflush(stdout); // the user is typing and expects to see the key now
+    }
+    return ch;
+}
+
+void term_putString(const char *s) {
+    console *c = the_console();
+    if (!s || !*s) return;
+    int n = 0;
+    std::unique_ptr<wchar_t, decltype(&free)> wide(cp2wchar(c, s, &n), &free);
+    if (wide) console_put_wstring(c, wide.get(), n);
+    repaint(c, 1);
+}
+
+void term_putStringLn(const char *s) {
+    console *c = the_console();
+    if (!s || !*s) {
+        console_newline(c);
+    } else {
+        int n = 0;
+        std::unique_ptr<wchar_t, decltype(&free)> wide(cp2wchar(c, s, &n), &free);
+        if (wide) {
+            console_put_wstring(c, wide.get(), n);
+            console_newline(c);
+        }
+    }
+    repaint(c, 1);
+}
+
+void term_putBlanks(int n) { screen_put_blanks(the_console(), n); }

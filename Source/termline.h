@@ -1,0 +1,57 @@
+/* Cells and rows of the screen model. */
+#ifndef QUORVEL_TERMLINE_H
+#define QUORVEL_TERMLINE_H
+
+#include <stdint.h>
+#include <wchar.h>
+
+#include "quorvel.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Set on a cell of the shown copy that must be redrawn at the next paint. */
+#define ATTR_INVALID 0x01000000u
+/* The row is full and the logical line goes on in the next row. */
+#define LINE_WRAPS 0x30u
+/* The row continues the logical line of the previous row. */
+#define LINE_CONTINUED 0x40u
+
+typedef struct termchar {
+    wchar_t ch;
+    uint32_t attr;
+} termchar;
+
+typedef struct termline {
+    uint32_t lflags;
+    int cols;       /* width in cells */
+    int size;       /* cells allocated */
+    termchar *chars;
+    int last;       /* cells 0 .. last-1 hold text */
+    int firstcol;   /* first editable column (after a prompt) */
+} termline;
+
+/* A new row of n copies of fill; NULL when memory ran out. */
+QV_API termline *termline_new(int n, const termchar *fill);
+QV_API void termline_free(termline *line);
+/* Every cell becomes fill; last, firstcol and lflags become 0. */
+QV_API void termline_erase(termline *line, const termchar *fill);
+/* Cells k.. become fill; last = k; lflags = 0; firstcol is kept. */
+QV_API void termline_erase_after(termline *line, const termchar *fill, int k);
+/* Changes the width to n; new cells are fill. Keeps the row as it was when
+   memory runs out. */
+QV_API void termline_resize(termline *line, int n, const termchar *fill);
+QV_API termchar *termchar_copy(termchar *dst, const termchar *src);
+QV_API int termchars_equal(const termchar *a, const termchar *b);
+/* a equals (ch, attr), ignoring attribute bits 28 to 31. */
+QV_API int termchars_equal_override(const termchar *a, const termchar *b, wchar_t ch,
+                                    uint32_t attr);
+/* Every character takes one cell. */
+QV_API int char_width(wchar_t ch);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

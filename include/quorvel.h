@@ -1,0 +1,137 @@
+/*
+ * Quorvel: line editing for Linux character terminals.
+ *
+ * Conventions
+ * -----------
+ * - One terminal instance per process. Call term_init() first and
+ *   term_destroy() last; every other term_* call except term_free() and
+ *   term_setCallbacks() requires a live instance and aborts the process
+ *   (assertion "theTerminal != NULL") when called without one.
+ * - Everything runs on the host's one reading thread. Callbacks are called on
+ *   that thread, inside the read that calls them, and must not call back into
+ *   the reading functions.
+ * - Strings passed in are UTF-8 and stay owned by the caller; the library keeps
+ *   no pointer to them. Lines returned by term_getLine() and term_getRawLine()
+ *   belong to the caller, who releases them with term_free().
+ * - A returned line is 7-bit ASCII: every character above 127 is written as a
+ *   backslash, a colon and four upper-case hexadecimal digits of its low 16
+ *   bits ("\:00E9" for e-acute).
+ * - Failures are quiet: a history file that cannot be read or written is
+ *   skipped, output errors are not reported. The line calls answer NULL only
+ *   when memory for the line ran out.
+ *
+ * The console layer underneath (edit buffer, key maps, history, screen model)
+ * is exported as well; its headers are installed under <quorvel/...>.
+ */
+#ifndef QUORVEL_H
+#define QUORVEL_H
+
+#include <stddef.h>
+#include <wchar.h>
+
+#if defined(__GNUC__)
+#define QV_API __attribute__((visibility("default")))
+#else
+#define QV_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Options of term_init(). The host owns the record. */
+typedef struct term_options {
+    /* Directory of the history file "term.history"; NULL leaves the current
+       history_directory as it is. */
+    const char *historydir;
+    /* Nonzero: Ctrl-C abandons the line, ends the read and raises SIGINT in
+       the process. 0: Ctrl-C only abandons the line and reading goes on. */
+    int sigint;
+} term_options;
+
+/* Host callbacks, eight slots in this order. A NULL slot passed to
+   term_setCallbacks() leaves the installed callback as it is. */
+typedef struct term_callbacks {
+    /* Called each 50 ms while waiting for a key. 0: keep waiting; 1 or 2: end
+       this read and every later one (final). */
+    int (*onIdle)(void);
+    void (*reserved1)(void);
+    void (*reserved2)(void);
+    void (*reserved3)(void);
+    void (*reserved4)(void); /* never stored */
+    /* Called on Return in term_getLine() with the whole input so far (not
+       necessarily terminated). Nonzero: complete; 0: continue on a new line. */
+    int (*isInputComplete)(const wchar_t *text, int length);
+    /* Asked right after isInputComplete() answered 0. Nonzero: keep a line
+       break in the text; 0: the text ends in a backslash, which is removed. */
+    int (*keepNewline)(void);
+    /* Called after a read during which end of input (Ctrl-D on an empty
+       line) was seen. */
+    void (*onEndOfInput)(void);
+} term_callbacks;
+
+/* Directory of the history file; set by term_init() to a private copy of
+   term_options.historydir. NULL: "term.history" in the working directory. */
+QV_API extern char *history_directory;
+
+/* Creates the terminal instance: reads the terminfo description of the
+   terminal on standard output, its size and modes. Answers 1 when ready (also
+   when an instance already exists; the options are then ignored), 0 when
+   memory ran out or the terminal reports zero rows or columns. Does not read
+   the history file. */
+QV_API int term_init(const term_options *options);
+
+/* Writes the history to its file, releases the instance and all it owns. */
+QV_API void term_destroy(void);
+
+/* Reads one edited line. mask 0 echoes typed characters; any other byte is
+   echoed in their place and keeps the line out of the history. prompt (UTF-8,
+   may be NULL) is shown before the line. Return asks isInputComplete() and
+   may continue the input on further lines. Answers the encoded line (free it
+   with term_free()), an empty string after Ctrl-D on an empty line, an
+   interrupt or a stop by onIdle(), or NULL when memory ran out. */
+QV_API char *term_getLine(char mask, const char *prompt);
+
+/* As term_getLine(), but Return always completes the input. */
+QV_API char *term_getRawLine(char mask, const char *prompt);
+
+/* Releases a line returned by term_getLine() or term_getRawLine(); NULL is
+   ignored. */
+QV_API void term_free(char *line);
+
+/* Appends the lines of the history file to the history list. */
+QV_API void term_loadHistory(void);
+
+/* Installs the non-NULL slots of callbacks. Answers 1, or 0 when there is no
+   instance (or callbacks is NULL). Safe to call at any time. */
+QV_API int term_setCallbacks(const term_callbacks *callbacks);
+
+/* The terminal size taken at term_init(). */
+QV_API int term_getConsoleWidth(void);
+QV_API int term_getConsoleHeight(void);
+
+/* Writes the low byte of ch to the terminal, unconverted and unbuffered by
+   the screen model (not flushed: flush stdout yourself when needed). */
+QV_API void term_putChar(int ch);
+
+/* Reads one key byte (0..255) in raw mode, echoing it when echo is nonzero.
+   A key that sends a sequence comes byte by byte over several calls. Answers 0
+   when no byte could be read (end of input, a stop by onIdle()). */
+QV_API int term_getChar(int echo);
+
+/* Writes a UTF-8 string, then repaints the input area. An empty string writes
+   nothing; text that is not valid UTF-8 is not written. */
+QV_API void term_putString(const char *s);
+
+/* As term_putString() followed by a line end. An empty string writes only the
+   line end; invalid text writes nothing at all. */
+QV_API void term_putStringLn(const char *s);
+
+/* Puts n blanks into the input area at its cursor and repaints. */
+QV_API void term_putBlanks(int n);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QUORVEL_H */

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing Quorvel needs.
+# Safe to run again: it only installs what is missing. As root it runs
+# apt-get itself; otherwise it prints the command to run.
+set -euo pipefail
+
+packages=(cmake g++ make pkg-config libncurses-dev ncurses-bin
+          libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev)
+if [ "${1:-}" = "--bench" ]; then
+    packages+=(libreadline-dev libedit-dev)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+        missing+=("$p")
+    fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+if [ "$(id -u)" -eq 0 ]; then
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+else
+    echo "Missing packages: ${missing[*]}" >&2
+    echo "Install them with: sudo apt-get install ${missing[*]}" >&2
+    exit 1
+fi
