@@ -221,9 +221,19 @@ int read_pending_byte(console *c) {
 // ---------------------------------------------------------------------------
 // Set-up and modes
 
+namespace {
+// The description this library loaded. A later set-up (term_init after
+// term_destroy) releases it first, so repeated set-ups do not pile up copies.
+TERMINAL *own_terminal = nullptr;
+} // namespace
+
 void do_init_screen(console *c) {
     int err = 0;
-    setupterm(nullptr, fileno(stdout), &err);
+    if (own_terminal) {
+        del_curterm(own_terminal);
+        own_terminal = nullptr;
+    }
+    if (setupterm(nullptr, fileno(stdout), &err) == OK) own_terminal = cur_term;
     struct termios saved;
     const int have = console_get_mode(c, &saved);
     if (have) console_set_raw_mode(c, &saved);

@@ -1,0 +1,239 @@
+/*
+ * Test host: a C99 program that links libquorvel.so and performs the library
+ * calls named on its command line, one argument per call. What it gets back
+ * (lines byte for byte, callback calls, the terminal mode around each read)
+ * goes to the side file named by QV_SIDE, one record a line:
+ *
+ *   BEGIN n / END n      around read n
+ *   LINE n <len> <bytes> a returned line; NULL n when NULL came back
+ *   MODE n same|changed  terminal mode after the read compared with before
+ *   COMPLETE <len> <hex> isInputComplete: length and the text's code points
+ *   KEEP <answer>        keepNewline;  IDLE <count>  onIdle answering non-zero
+ *   EOI                  onEndOfInput; SIGINT  the signal arrived
+ *   CHAR <n>             term_getChar; INIT <r>  WIDTH <w>  HEIGHT <h>
+ *
+ * Commands:
+ *   init | init:sigint | init:dir=PATH | init:null     term_init
+ *   cb:complete=brackets|never|backslash  cb:keep=1|0|backslash
+ *   cb:idle=ANSWER@CALLS  cb:eoi  cb:none             term_setCallbacks
+ *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT
+ *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
+ *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  setcb-before
+ *   sleep:MS
+ */
+#include <quorvel.h>
+
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <termios.h>
+#include <time.h>
+#include <unistd.h>
+
+static FILE *side;
+static int reads;
+static int idle_answer, idle_after, idle_calls;
+static int keep_mode; /* the fixed answer of keepNewline */
+static int complete_mode; /* 0 brackets, 1 never, 2 backslash */
+static int eoi_seen;
+static volatile sig_atomic_t got_sigint;
+
+static void record(const char *fmt, const char *text) {
+    fprintf(side, fmt, text);
+    fflush(side);
+}
+
+static int on_idle(void) {
+    idle_calls++;
+    if (idle_calls >= idle_after && idle_answer != 0) {
+        fprintf(side, "IDLE %d\n", idle_calls);
+        fflush(side);
+        return idle_answer;
+    }
+    return 0;
+}
+
+static int ends_in_backslash(const wchar_t *text, int length) {
+    return length > 0 && text[length - 1] == L'\\';
+}
+
+static int is_complete(const wchar_t *text, int length) {
+    int depth = 0, i;
+    fprintf(side, "COMPLETE %d", length);
+    for (i = 0; i < length; i++) fprintf(side, " %X", (unsigned)text[i]);
+    fprintf(side, "\n");
+    fflush(side);
+    if (complete_mode == 1) return 0;
+    if (ends_in_backslash(text, length)) return 0;
+    if (complete_mode == 2) return 1;
+    for (i = 0; i < length; i++) {
+        if (text[i] == L'(' || text[i] == L'[' || text[i] == L'{') depth++;
+        if (text[i] == L')' || text[i] == L']' || text[i] == L'}') depth--;
+    }
+    return depth <= 0;
+}
+
+static int keep_newline(void) {
+    int answer = keep_mode;
+    fprintf(side, "KEEP %d\n", answer);
+    fflush(side);
+    return answer;
+}
+
+/* keepNewline has no arguments; in "backslash" mode the host answers from the
+   text it was last asked about, as a real REPL would. */
+static int last_ended_in_backslash;
+static int is_complete_tracking(const wchar_t *text, int length) {
+    last_ended_in_backslash = ends_in_backslash(text, length);
+    return is_complete(text, length);
+}
+static int keep_newline_tracking(void) {
+    int answer = last_ended_in_backslash ? 0 : 1;
+    fprintf(side, "KEEP %d\n", answer);
+    fflush(side);
+    return answer;
+}
+
+static void on_eoi(void) {
+    eoi_seen = 1;
+    record("EOI%s\n", "");
+}
+
+static void on_sigint(int sig) {
+    (void)sig;
+    got_sigint = 1;
+}
+
+static int same_mode(const struct termios *a, const struct termios *b) {
+    return a->c_iflag == b->c_iflag && a->c_oflag == b->c_oflag && a->c_cflag == b->c_cflag &&
+           a->c_lflag == b->c_lflag && memcmp(a->c_cc, b->c_cc, sizeof a->c_cc) == 0;
+}
+
+static void do_read(int kind, char mask, const char *prompt) {
+    struct termios before, after;
+    int n = reads++;
+    int have = tcgetattr(1, &before) == 0;
+    char *line;
+    fprintf(side, "BEGIN %d\n", n);
+    fflush(side);
+    line = kind ? term_getRawLine(mask, prompt) : term_getLine(mask, prompt);
+    if (got_sigint) {
+        record("SIGINT%s\n", "");
+        got_sigint = 0;
+    }
+    if (line) {
+        fprintf(side, "LINE %d %zu ", n, strlen(line));
+        fwrite(line, 1, strlen(line), side);
+        fputc('\n', side);
+    } else {
+        fprintf(side, "NULL %d\n", n);
+    }
+    if (have && tcgetattr(1, &after) == 0)
+        fprintf(side, "MODE %d %s\n", n, same_mode(&before, &after) ? "same" : "changed");
+    fprintf(side, "END %d\n", n);
+    fflush(side);
+    term_free(line);
+}
+
+static void set_callbacks(const char *spec) {
+    term_callbacks cb;
+    memset(&cb, 0, sizeof cb);
+    if (strcmp(spec, "complete=brackets") == 0) {
+        complete_mode = 0;
+        cb.isInputComplete = is_complete_tracking;
+    } else if (strcmp(spec, "complete=never") == 0) {
+        complete_mode = 1;
+        cb.isInputComplete = is_complete_tracking;
+    } else if (strcmp(spec, "complete=backslash") == 0) {
+        complete_mode = 2;
+        cb.isInputComplete = is_complete_tracking;
+    } else if (strcmp(spec, "keep=1") == 0) {
+        keep_mode = 1;
+        cb.keepNewline = keep_newline;
+    } else if (strcmp(spec, "keep=0") == 0) {
+        keep_mode = 0;
+        cb.keepNewline = keep_newline;
+    } else if (strcmp(spec, "keep=backslash") == 0) {
+        cb.keepNewline = keep_newline_tracking;
+    } else if (strncmp(spec, "idle=", 5) == 0) {
+        idle_answer = atoi(spec + 5);
+        idle_after = strchr(spec, '@') ? atoi(strchr(spec, '@') + 1) : 1;
+        cb.onIdle = on_idle;
+    } else if (strcmp(spec, "eoi") == 0) {
+        cb.onEndOfInput = on_eoi;
+    }
+    fprintf(side, "CB %d\n", term_setCallbacks(&cb));
+    fflush(side);
+}
+
+int main(int argc, char **argv) {
+    int i;
+    const char *path = getenv("QV_SIDE");
+    side = fopen(path ? path : "/dev/null", "w");
+    if (!side) return 2;
+    signal(SIGINT, on_sigint);
+    for (i = 1; i < argc; i++) {
+        const char *a = argv[i];
+        if (strcmp(a, "init") == 0 || strcmp(a, "init:sigint") == 0 || strncmp(a, "init:dir=", 9) == 0) {
+            term_options o;
+            memset(&o, 0, sizeof o);
+            o.sigint = strcmp(a, "init:sigint") == 0;
+            if (strncmp(a, "init:dir=", 9) == 0) o.historydir = a + 9;
+            fprintf(side, "INIT %d\n", term_init(&o));
+            fflush(side);
+        } else if (strcmp(a, "init:null") == 0) {
+            fprintf(side, "INIT %d\n", term_init(NULL));
+            fflush(side);
+        } else if (strncmp(a, "cb:", 3) == 0) {
+            set_callbacks(a + 3);
+        } else if (strncmp(a, "line:", 5) == 0) {
+            do_read(0, 0, a + 5);
+        } else if (strncmp(a, "raw:", 4) == 0) {
+            do_read(1, 0, a + 4);
+        } else if (strncmp(a, "mask:", 5) == 0 && a[5] && a[6] == ':') {
+            do_read(0, a[5], a + 7);
+        } else if (strncmp(a, "rawmask:", 8) == 0 && a[8] && a[9] == ':') {
+            do_read(1, a[8], a + 10);
+        } else if (strncmp(a, "lines:", 6) == 0) {
+            while (!eoi_seen && reads < 100) do_read(0, 0, a + 6);
+        } else if (strncmp(a, "getchar:", 8) == 0) {
+            fprintf(side, "BEGIN %d\n", reads);
+            fflush(side);
+            fprintf(side, "CHAR %d\nEND %d\n", term_getChar(atoi(a + 8)), reads++);
+            fflush(side);
+        } else if (strncmp(a, "put:", 4) == 0) {
+            term_putString(a + 4);
+        } else if (strncmp(a, "putln:", 6) == 0) {
+            term_putStringLn(a + 6);
+        } else if (strncmp(a, "putchar:", 8) == 0) {
+            term_putChar(atoi(a + 8));
+            fflush(stdout);
+        } else if (strncmp(a, "blanks:", 7) == 0) {
+            term_putBlanks(atoi(a + 7));
+        } else if (strcmp(a, "load") == 0) {
+            term_loadHistory();
+        } else if (strcmp(a, "destroy") == 0) {
+            term_destroy();
+        } else if (strcmp(a, "size") == 0) {
+            fprintf(side, "WIDTH %d\nHEIGHT %d\n", term_getConsoleWidth(), term_getConsoleHeight());
+            fflush(side);
+        } else if (strcmp(a, "setcb-before") == 0) {
+            term_callbacks cb;
+            memset(&cb, 0, sizeof cb);
+            fprintf(side, "CB %d\n", term_setCallbacks(&cb));
+            fflush(side);
+        } else if (strncmp(a, "sleep:", 6) == 0) {
+            struct timespec ts;
+            ts.tv_sec = atoi(a + 6) / 1000;
+            ts.tv_nsec = (atoi(a + 6) % 1000) * 1000000L;
+            nanosleep(&ts, NULL);
+        } else {
+            fprintf(side, "UNKNOWN %s\n", a);
+            fflush(side);
+        }
+    }
+    fprintf(side, "EXIT\n");
+    fclose(side);
+    return 0;
+}

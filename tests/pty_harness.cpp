@@ -1,0 +1,313 @@
+#include "pty_harness.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <vterm.h>
+
+namespace qvtest {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kTimeout = std::chrono::seconds(15);
+
+std::string to_utf8(uint32_t cp) {
+    std::string s;
+    if (cp < 0x80) {
+        s += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        s += static_cast<char>(0xC0 | (cp >> 6));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        s += static_cast<char>(0xE0 | (cp >> 12));
+        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        s += static_cast<char>(0xF0 | (cp >> 18));
+        s += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+    return s;
+}
+
+void write_all(int fd, const char *p, size_t n) {
+    while (n > 0) {
+        const ssize_t w = write(fd, p, n);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) throw std::runtime_error("write to the host failed");
+        p += w;
+        n -= static_cast<size_t>(w);
+    }
+}
+
+} // namespace
+
+std::string terminfoDir() { return QV_TERMINFO_DIR; }
+
+std::string tempDir() {
+    std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp");
+    pattern += "/quorvel-test-XXXXXX";
+    std::vector<char> buf(pattern.begin(), pattern.end());
+    buf.push_back(0);
+    if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
+    return buf.data();
+}
+
+std::string Screen::row(int r) const {
+    std::string s = rows.at(static_cast<size_t>(r));
+    while (!s.empty() && s.back() == ' ') s.pop_back();
+    return s;
+}
+
+PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
+    : options_(std::move(options)) {
+    side_path_ = tempDir() + "/side";
+    int in_fds[2] = {-1, -1}, out_fds[2] = {-1, -1};
+    if (options_.stdin_pipe && pipe(in_fds) != 0) throw std::runtime_error("pipe");
+    if (options_.stdout_pipe && pipe(out_fds) != 0) throw std::runtime_error("pipe");
+
+    struct winsize ws {};
+    ws.ws_row = static_cast<unsigned short>(options_.rows);
+    ws.ws_col = static_cast<unsigned short>(options_.cols);
+    pid_ = forkpty(&master_, nullptr, nullptr, &ws);
+    if (pid_ < 0) throw std::runtime_error("forkpty failed");
+    if (pid_ == 0) {
+        if (options_.term.empty())
+            unsetenv("TERM");
+        else
+            setenv("TERM", options_.term.c_str(), 1);
+        setenv("TERMINFO", terminfoDir().c_str(), 1);
+        setenv("QV_SIDE", side_path_.c_str(), 1);
+        unsetenv("LINES");
+        unsetenv("COLUMNS");
+        for (const std::string &e : options_.env) putenv(strdup(e.c_str()));
+        if (!options_.cwd.empty() && chdir(options_.cwd.c_str()) != 0) _exit(126);
+        if (!options_.stdin_file.empty()) {
+            const int fd = open(options_.stdin_file.c_str(), O_RDONLY);
+            if (fd < 0) _exit(126);
+            dup2(fd, 0);
+            close(fd);
+        }
+        if (options_.stdin_pipe) {
+            dup2(in_fds[0], 0);
+            close(in_fds[0]);
+            close(in_fds[1]);
+        }
+        if (options_.stdout_pipe) {
+            dup2(out_fds[1], 1);
+            close(out_fds[0]);
+            close(out_fds[1]);
+        }
+        std::vector<char *> argv;
+        argv.push_back(const_cast<char *>(QV_HOST_PATH));
+        for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
+        argv.push_back(nullptr);
+        execv(QV_HOST_PATH, argv.data());
+        _exit(127);
+    }
+    if (options_.stdin_pipe) {
+        close(in_fds[0]);
+        in_pipe_ = in_fds[1];
+    }
+    if (options_.stdout_pipe) {
+        close(out_fds[1]);
+        out_pipe_ = out_fds[0];
+    }
+    fcntl(master_, F_SETFL, fcntl(master_, F_GETFL) | O_NONBLOCK);
+}
+
+PtyHost::~PtyHost() {
+    if (!exited_ && pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    if (master_ >= 0) close(master_);
+    if (in_pipe_ >= 0) close(in_pipe_);
+    if (out_pipe_ >= 0) close(out_pipe_);
+}
+
+// Reads what the host wrote for up to timeout_ms; answers whether anything came.
+bool PtyHost::drain(int timeout_ms) {
+    struct pollfd fds[2];
+    int n = 0;
+    fds[n++] = {master_, POLLIN, 0};
+    if (out_pipe_ >= 0) fds[n++] = {out_pipe_, POLLIN, 0};
+    bool got = false;
+    if (poll(fds, static_cast<nfds_t>(n), timeout_ms) <= 0) return false;
+    for (int i = 0; i < n; i++) {
+        if (!(fds[i].revents & (POLLIN | POLLHUP))) continue;
+        char buf[4096];
+        const ssize_t r = read(fds[i].fd, buf, sizeof buf);
+        if (r > 0) {
+            output_.append(buf, static_cast<size_t>(r));
+            got = true;
+        }
+    }
+    return got;
+}
+
+bool PtyHost::isRaw() {
+    struct termios t;
+    return tcgetattr(master_, &t) == 0 && !(t.c_lflag & ICANON);
+}
+
+void PtyHost::waitFor(bool (PtyHost::*ready)(), const char *what) {
+    const auto deadline = Clock::now() + kTimeout;
+    while (!(this->*ready)()) {
+        if (Clock::now() > deadline) throw std::runtime_error(std::string("timed out waiting for ") + what);
+        if (!exited_ && waitpid(pid_, &status_, WNOHANG) == pid_) {
+            exited_ = true;
+            throw std::runtime_error(std::string("host exited while waiting for ") + what);
+        }
+        drain(5);
+    }
+}
+
+void PtyHost::keys(const std::string &bytes) {
+    if (in_pipe_ >= 0) {
+        write_all(in_pipe_, bytes.data(), bytes.size());
+        return;
+    }
+    waitFor(&PtyHost::rawReady, "raw mode");
+    write_all(master_, bytes.data(), bytes.size());
+}
+
+void PtyHost::keysSlowly(const std::string &bytes) {
+    for (char b : bytes) {
+        waitFor(&PtyHost::rawReady, "raw mode");
+        write_all(master_, &b, 1);
+        while (drain(30)) {
+        }
+    }
+}
+
+void PtyHost::waitRead(int n) {
+    const std::string tag = "BEGIN " + std::to_string(n) + "\n";
+    const auto deadline = Clock::now() + kTimeout;
+    while (side().find(tag) == std::string::npos) {
+        if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for " + tag);
+        drain(5);
+    }
+    if (in_pipe_ < 0 && options_.stdin_file.empty()) waitFor(&PtyHost::rawReady, "raw mode");
+}
+
+void PtyHost::closeInput() {
+    if (in_pipe_ >= 0) {
+        close(in_pipe_);
+        in_pipe_ = -1;
+    }
+}
+
+int PtyHost::finish() {
+    const auto deadline = Clock::now() + kTimeout;
+    while (!exited_) {
+        if (waitpid(pid_, &status_, WNOHANG) == pid_) {
+            exited_ = true;
+            break;
+        }
+        if (Clock::now() > deadline) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, &status_, 0);
+            exited_ = true;
+            while (drain(0)) {
+            }
+            return -1;
+        }
+        drain(10);
+    }
+    while (drain(0)) {
+    }
+    return WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
+}
+
+std::string PtyHost::side() const {
+    std::ifstream in(side_path_, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::vector<std::string> PtyHost::records(const std::string &tag) const {
+    std::vector<std::string> out;
+    std::istringstream in(side());
+    std::string line;
+    while (std::getline(in, line))
+        if (line.compare(0, tag.size(), tag) == 0) out.push_back(line);
+    return out;
+}
+
+// LINE records carry a byte count, because a line may hold line breaks.
+std::vector<std::string> PtyHost::lines() const {
+    std::vector<std::string> out;
+    const std::string s = side();
+    size_t pos = 0;
+    while (pos < s.size()) {
+        size_t eol = s.find('\n', pos);
+        if (s.compare(pos, 5, "LINE ") == 0) {
+            size_t p = s.find(' ', pos + 5) + 1;
+            size_t sp = s.find(' ', p);
+            const size_t len = std::stoul(s.substr(p, sp - p));
+            out.push_back(s.substr(sp + 1, len));
+            eol = sp + 1 + len;
+        } else if (s.compare(pos, 5, "NULL ") == 0) {
+            out.push_back("<NULL>");
+        }
+        if (eol == std::string::npos) break;
+        pos = eol + 1;
+    }
+    return out;
+}
+
+Screen PtyHost::screen() const {
+    VTerm *vt = vterm_new(options_.rows, options_.cols);
+    vterm_set_utf8(vt, 1);
+    VTermScreen *vs = vterm_obtain_screen(vt);
+    vterm_screen_reset(vs, 1);
+    vterm_input_write(vt, output_.data(), output_.size());
+    Screen screen;
+    for (int r = 0; r < options_.rows; r++) {
+        std::string row;
+        for (int c = 0; c < options_.cols; c++) {
+            VTermScreenCell cell;
+            vterm_screen_get_cell(vs, VTermPos{r, c}, &cell);
+            row += cell.chars[0] ? to_utf8(cell.chars[0]) : std::string(" ");
+        }
+        screen.rows.push_back(row);
+    }
+    VTermPos pos;
+    vterm_state_get_cursorpos(vterm_obtain_state(vt), &pos);
+    screen.cursor_row = pos.row;
+    screen.cursor_col = pos.col;
+    vterm_free(vt);
+    return screen;
+}
+
+std::string PtyHost::visible(const std::string &bytes) {
+    std::string out;
+    for (unsigned char ch : bytes) {
+        if (ch == 27)
+            out += "\\e";
+        else if (ch < 32 || ch == 127)
+            out += "^" + std::string(1, static_cast<char>(ch ^ 64));
+        else
+            out += static_cast<char>(ch);
+    }
+    return out;
+}
+
+} // namespace qvtest

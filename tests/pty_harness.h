@@ -1,0 +1,81 @@
+// Runs the test host in a pseudo-terminal and hands a test what a user would
+// see: the exact bytes written, and the screen libvterm renders from them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace qvtest {
+
+struct Screen {
+    std::vector<std::string> rows; // UTF-8, trailing blanks kept
+    int cursor_row = 0;
+    int cursor_col = 0;
+    // Row r with trailing blanks removed.
+    std::string row(int r) const;
+};
+
+struct HostOptions {
+    std::string term = "qv-readable"; // empty: TERM unset
+    int rows = 10;
+    int cols = 20;
+    std::string stdin_file;          // non-empty: standard input comes from this file
+    bool stdin_pipe = false;         // standard input is a pipe the test writes
+    bool stdout_pipe = false;        // standard output is a pipe, not the terminal
+    std::string cwd;                 // working directory of the host
+    std::vector<std::string> env;    // extra NAME=VALUE settings
+};
+
+class PtyHost {
+  public:
+    PtyHost(const std::vector<std::string> &commands, HostOptions options = {});
+    ~PtyHost();
+    PtyHost(const PtyHost &) = delete;
+    PtyHost &operator=(const PtyHost &) = delete;
+
+    // Waits until a read is in progress in raw mode, then writes the keys in
+    // one burst.
+    void keys(const std::string &bytes);
+    // Writes the keys one byte at a time, each once the output has gone quiet.
+    void keysSlowly(const std::string &bytes);
+    // Waits until the host has started read number n (counted from 0) and
+    // the terminal is in raw mode.
+    void waitRead(int n);
+    // Closes the input side (end of a pipe, or hang-up of the terminal).
+    void closeInput();
+    // Waits for the host to exit; answers its exit status (-1 on a time-out).
+    int finish();
+
+    const std::string &output() const { return output_; }
+    std::string side() const;
+    // The side file's records that start with the given tag.
+    std::vector<std::string> records(const std::string &tag) const;
+    // The lines the reads returned, in order ("<NULL>" for a NULL result).
+    std::vector<std::string> lines() const;
+    Screen screen() const;
+    // The output with every byte below 32 (and 127) shown as ^X, for messages.
+    static std::string visible(const std::string &bytes);
+
+  private:
+    bool drain(int timeout_ms);
+    bool isRaw();
+    void waitFor(bool (PtyHost::*ready)(), const char *what);
+    bool rawReady() { return isRaw(); }
+
+    HostOptions options_;
+    int master_ = -1;
+    int in_pipe_ = -1;
+    int out_pipe_ = -1;
+    int pid_ = -1;
+    int status_ = -1;
+    bool exited_ = false;
+    std::string side_path_;
+    std::string output_;
+};
+
+// Directory of the compiled test terminal descriptions.
+std::string terminfoDir();
+// A fresh empty directory under the system's temporary directory.
+std::string tempDir();
+
+} // namespace qvtest

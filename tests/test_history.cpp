@@ -1,0 +1,230 @@
+// The history list and the history file.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "console.h"
+#include "pty_harness.h"
+
+namespace {
+
+class History : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        c.history = history_new();
+        c.history_add_unchanged = 1;
+        c.history_allow_duplicates = 0;
+        c.history_max = 1000;
+        dir = qvtest::tempDir();
+        path = dir + "/term.history";
+    }
+    void TearDown() override {
+        history_clear(&c);
+        free(c.history);
+    }
+    void add(const std::wstring &s) {
+        history_add(&c, s.c_str(), static_cast<uint32_t>(s.size()));
+    }
+    std::vector<std::wstring> entries() const {
+        std::vector<std::wstring> out;
+        for (history_entry *e = c.history->first; e; e = e->next) out.emplace_back(e->text, e->length);
+        return out;
+    }
+    void write_file(const std::string &bytes) {
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+    std::string read_file() const {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+    std::wstring got(history_line *l) { return l ? std::wstring(l->text, l->length) : L"<none>"; }
+
+    console c{};
+    std::string dir, path;
+};
+
+TEST_F(History, DuplicatesOfTheNewestAndMaskedLinesAreNotAdded) {
+    add(L"one");
+    add(L"one");
+    add(L"two");
+    add(L"one");
+    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"one", L"two", L"one"}));
+    c.masked = 1;
+    add(L"secret");
+    EXPECT_EQ(c.history->count, 3);
+    c.masked = 0;
+    c.history_add_unchanged = 0;
+    add(L"unedited");
+    EXPECT_EQ(c.history->count, 3);
+    history_set_dirty(&c);
+    add(L"edited");
+    EXPECT_EQ(c.history->count, 4);
+    EXPECT_EQ(history_is_dirty(&c), 0);
+}
+
+TEST_F(History, KeepsTheNewestThousand) {
+    for (int i = 0; i < 1001; i++) add(L"line " + std::to_wstring(i));
+    EXPECT_EQ(c.history->count, 1000);
+    EXPECT_EQ(entries().front(), L"line 1");
+    EXPECT_EQ(entries().back(), L"line 1000");
+    EXPECT_EQ(c.history->first->prev, nullptr);
+}
+
+TEST_F(History, WalkingBringsTheSavedLineBack) {
+    add(L"old");
+    add(L"new");
+    history_save_current_buffer(&c, L"abc", 3);
+    EXPECT_EQ(got(history_get(&c, -1)), L"new");
+    EXPECT_EQ(got(history_get(&c, -1)), L"old");
+    EXPECT_EQ(got(history_get(&c, -1)), L"<none>"); // at the oldest
+    EXPECT_EQ(got(history_get(&c, 1)), L"new");
+    EXPECT_EQ(got(history_get(&c, 1)), L"abc");
+    EXPECT_EQ(c.history->current, nullptr);
+    EXPECT_EQ(got(history_get(&c, 1)), L"<none>");
+    // An edit makes the next save replace the saved line.
+    history_set_dirty(&c);
+    history_save_current_buffer(&c, L"xyz", 3);
+    EXPECT_EQ(got(c.history->saved), L"xyz");
+    add(L"done");
+    EXPECT_EQ(c.history->saved, nullptr);
+}
+
+TEST_F(History, CopiesStopAtANulAndTerminate) {
+    const wchar_t text[] = {L'a', 0, L'b'};
+    std::unique_ptr<wchar_t, decltype(&free)> copy(make_string_copy(text, 3), &free);
+    EXPECT_EQ(copy.get()[0], L'a');
+    EXPECT_EQ(copy.get()[2], 0);
+    EXPECT_EQ(make_string_copy(nullptr, 3), nullptr);
+}
+
+TEST_F(History, FilePathJoinsTheDirectoryWithOneSlash) {
+    char *saved = history_directory;
+    history_directory = nullptr;
+    std::unique_ptr<char, decltype(&free)> bare(history_get_filepath(), &free);
+    EXPECT_STREQ(bare.get(), "term.history");
+    char dir1[] = "/var/x/";
+    history_directory = dir1;
+    std::unique_ptr<char, decltype(&free)> p(history_get_filepath(), &free);
+    EXPECT_STREQ(p.get(), "/var/x//term.history");
+    char empty[] = "";
+    history_directory = empty;
+    std::unique_ptr<char, decltype(&free)> root(history_get_filepath(), &free);
+    EXPECT_STREQ(root.get(), "/term.history");
+    history_directory = saved;
+}
+
+TEST_F(History, EntriesBecomeSingleLines) {
+    uint32_t k = 0;
+    std::unique_ptr<wchar_t, decltype(&free)> a(encode_special_chars(L"ab\\\ncd", 6, &k), &free);
+    EXPECT_EQ(std::wstring(a.get(), k), L"abcd");
+    std::unique_ptr<wchar_t, decltype(&free)> b(encode_special_chars(L"ab\ncd\r", 6, &k), &free);
+    EXPECT_EQ(std::wstring(b.get(), k), L"ab cd ");
+    std::unique_ptr<wchar_t, decltype(&free)> d(encode_special_chars(L"end\\", 4, &k), &free);
+    EXPECT_EQ(std::wstring(d.get(), k), L"end\\");
+}
+
+TEST_F(History, SaveThenLoadRoundTrips) {
+    add(L"plain");
+    add(L"caf\u00e9 \u20ac \U0001F600");
+    add(L"ab\\\ncd");
+    history_save(&c, path.c_str());
+    EXPECT_EQ(read_file(), "plain\ncaf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\nabcd\n");
+    history_clear(&c);
+    history_load(&c, path.c_str());
+    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"plain", L"caf\u00e9 \u20ac \U0001F600", L"abcd"}));
+}
+
+TEST_F(History, SaveReplacesTheFileWholeAndKeepsItsPermissions) {
+    write_file("old\n");
+    chmod(path.c_str(), 0640);
+    add(L"new");
+    history_save(&c, path.c_str());
+    EXPECT_EQ(read_file(), "new\n");
+    struct stat st;
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+    // No temporary file is left behind.
+    std::vector<std::string> names;
+    DIR *d = opendir(dir.c_str());
+    while (dirent *e = readdir(d))
+        if (e->d_name[0] != '.') names.push_back(e->d_name);
+    closedir(d);
+    EXPECT_EQ(names, std::vector<std::string>{"term.history"});
+}
+
+TEST_F(History, SaveIntoAnUnwritableDirectoryLeavesTheOldFile) {
+    write_file("keep me\n");
+    add(L"lost");
+    chmod(dir.c_str(), 0500);
+    history_save(&c, path.c_str());
+    chmod(dir.c_str(), 0700);
+    // As root the directory is still writable; either way no mix appears.
+    const std::string now = read_file();
+    EXPECT_TRUE(now == "keep me\n" || now == "lost\n") << now;
+}
+
+TEST_F(History, LoadHandlesAwkwardFiles) {
+    write_file("");
+    history_load(&c, path.c_str());
+    EXPECT_EQ(c.history->count, 0);
+    write_file("\n\n\n");
+    history_load(&c, path.c_str());
+    EXPECT_EQ(c.history->count, 0);
+    write_file("a\r\nb\r\nno newline");
+    history_load(&c, path.c_str());
+    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"a\r", L"b\r", L"no newline"}));
+}
+
+TEST_F(History, LoadSkipsInvalidUtf8AndStopsABlockAtANul) {
+    write_file(std::string("good\nbad \xe9 latin1\nx\0hidden\nafter\n", 33));
+    history_load(&c, path.c_str());
+    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"good", L"x"}));
+}
+
+TEST_F(History, LongLinesSpanBlocks) {
+    const std::string big(3 * 1024 * 1024, 'z');
+    const std::string edge(1023, 'e'); // the next line starts at a block boundary
+    write_file(edge + "\n" + "next\n" + big + "\nlast");
+    history_load(&c, path.c_str());
+    ASSERT_EQ(c.history->count, 4);
+    EXPECT_EQ(entries()[0].size(), 1023u);
+    EXPECT_EQ(entries()[1], L"next");
+    EXPECT_EQ(entries()[2].size(), big.size());
+    EXPECT_EQ(entries()[3], L"last");
+}
+
+TEST_F(History, LoadAppliesTheAddRulesAndAppends) {
+    std::string text;
+    for (int i = 0; i < 1500; i++) text += "l" + std::to_string(i) + "\n";
+    write_file("dup\ndup\nmid\ndup\n");
+    history_load(&c, path.c_str());
+    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"dup", L"mid", L"dup"}));
+    history_load(&c, path.c_str()); // appended; the joining duplicate is dropped
+    EXPECT_EQ(c.history->count, 5);
+    write_file(text);
+    history_clear(&c);
+    history_load(&c, path.c_str());
+    EXPECT_EQ(c.history->count, 1000);
+    EXPECT_EQ(entries().front(), L"l500");
+}
+
+TEST_F(History, UnreadablePathsLoadNothing) {
+    history_load(&c, dir.c_str()); // a directory
+    history_load(&c, (dir + "/missing").c_str());
+    history_load(&c, nullptr);
+    history_save(&c, nullptr);
+    EXPECT_EQ(c.history->count, 0);
+}
+
+} // namespace

@@ -1,0 +1,132 @@
+// Key maps and the default bindings.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "console.h"
+#include "console_fixture.h"
+#include "os-unix.h"
+
+namespace {
+
+void act_a(console *, int) {}
+void act_b(console *, int) {}
+
+struct Map {
+    keymap_entry *m = keymap_new();
+    ~Map() { keymap_delete(m); }
+};
+
+TEST(Keymap, SequencesShareTheirPrefixMaps) {
+    Map k;
+    ASSERT_EQ(keymap_bind_key_sequence(k.m, "\033[A", KM_FUNCTION, act_a), 1);
+    ASSERT_EQ(k.m[27].type, KM_SUBMAP);
+    keymap_entry *esc = k.m[27].target.map;
+    ASSERT_EQ(esc['['].type, KM_SUBMAP);
+    keymap_entry *csi = esc['['].target.map;
+    ASSERT_EQ(keymap_bind_key_sequence(k.m, "\033[B", KM_FUNCTION, act_b), 1);
+    EXPECT_EQ(k.m[27].target.map, esc);
+    EXPECT_EQ(esc['['].target.map, csi);
+    EXPECT_EQ(get_action_for_key_sequence(k.m, "\033[A"), act_a);
+    EXPECT_EQ(get_action_for_key_sequence(k.m, "\033[B"), act_b);
+    EXPECT_EQ(get_action_for_key_sequence(k.m, "\033["), nullptr);
+    EXPECT_EQ(get_action_for_key(k.m, 27), nullptr);
+}
+
+TEST(Keymap, AFunctionByteBecomingAPrefixMovesItsActionToTheDefault) {
+    Map k;
+    keymap_bind_key(k.m, 'x', KM_FUNCTION, act_a);
+    ASSERT_EQ(keymap_bind_key_sequence(k.m, "xy", KM_FUNCTION, act_b), 1);
+    EXPECT_EQ(get_action_for_key(k.m, 'q'), act_a);
+    EXPECT_EQ(get_action_for_key_sequence(k.m, "xy"), act_b);
+    EXPECT_EQ(get_action_for_key_sequence(k.m, "xz"), act_a);
+    // A single-byte binding over a prefix drops the tree under it.
+    keymap_bind_key(k.m, 'x', KM_FUNCTION, act_b);
+    EXPECT_EQ(get_action_for_key_sequence(k.m, "xy"), act_b);
+    EXPECT_EQ(k.m['x'].type, KM_FUNCTION);
+}
+
+TEST(Keymap, RefusedBindingsChangeNothing) {
+    Map k;
+    EXPECT_EQ(keymap_bind_key_sequence(k.m, "a", KM_FUNCTION, nullptr), 0);
+    EXPECT_EQ(keymap_bind_key_sequence(k.m, "", KM_FUNCTION, act_a), 0);
+    EXPECT_EQ(keymap_bind_key_sequence(k.m, nullptr, KM_FUNCTION, act_a), 0);
+    EXPECT_EQ(keymap_bind_key_sequence(k.m, reinterpret_cast<const char *>(intptr_t{-1}),
+                                       KM_FUNCTION, act_a),
+              0);
+    EXPECT_EQ(keymap_bind_key(nullptr, 'a', KM_FUNCTION, act_a), 0);
+    for (int i = 0; i < KEYMAP_SIZE; i++) EXPECT_EQ(k.m[i].type, KM_NONE);
+    ASSERT_EQ(keymap_bind_key_sequence(k.m, "a", KM_FUNCTION, act_a), 1);
+    EXPECT_EQ(get_action_for_key(k.m, 'a' + 256), act_a); // keys reduce to a byte
+}
+
+TEST(Keymap, CopiesShareSubMapsAndFreeThemOnce) {
+    for (int order = 0; order < 2; order++) {
+        keymap_entry *a = keymap_new();
+        keymap_bind_key_sequence(a, "\033[A", KM_FUNCTION, act_a);
+        keymap_entry *b = keymap_copy(a);
+        ASSERT_NE(b, nullptr);
+        keymap_bind_key_sequence(b, "\033[Z", KM_FUNCTION, act_b);
+        EXPECT_EQ(get_action_for_key_sequence(a, "\033[Z"), act_b);
+        // Deleting in either order frees each map once (AddressSanitizer checks).
+        keymap_delete(order ? a : b);
+        EXPECT_EQ(get_action_for_key_sequence(order ? b : a, "\033[A"), act_a);
+        keymap_delete(order ? b : a);
+    }
+}
+
+// ---------------------------------------------------------------------------
+
+using DefaultBindings = ConsoleTest;
+
+TEST_F(DefaultBindings, MatchTheTable) {
+    const keymap_entry *k = c.keymaps[0];
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[A"), action_key_up);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033OA"), action_key_up);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[0D"), action_key_left);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[3~"), action_key_delete);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[2~"), action_key_insert);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[5~"), action_history_earliest);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[6~"), action_history_latest);
+    // The three-byte forms replaced the sub-maps of the four-byte forms.
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[A~"), action_key_up);
+    EXPECT_EQ(k[27].target.map['['].target.map['A'].type, KM_FUNCTION);
+    EXPECT_EQ(get_action_for_key(k, 13), action_key_return);
+    EXPECT_EQ(get_action_for_key(k, 10), action_key_return);
+    EXPECT_EQ(get_action_for_key(k, 'a'), action_insert_char);
+    EXPECT_EQ(get_action_for_key(k, 127), action_key_backspace);
+    EXPECT_EQ(get_action_for_key(k, 8), action_key_backspace);
+    for (int b : {0, 2, 6, 9, 12, 14, 25, 28, 31, 128, 200, 255})
+        EXPECT_EQ(k[b].type, KM_NONE) << b;
+    // The other two maps stay empty.
+    for (int i = 0; i < KEYMAP_SIZE; i++) ASSERT_EQ(c.keymaps[1][i].type, KM_NONE);
+}
+
+TEST_F(DefaultBindings, AOneByteTerminalKeyRebindsThatByte) {
+    start("qv-leftbs");
+    EXPECT_EQ(get_action_for_key(c.keymaps[0], 8), action_key_left);
+    EXPECT_EQ(get_action_for_key(c.keymaps[0], 127), action_key_backspace);
+}
+
+TEST_F(DefaultBindings, WithoutADescriptionOnlyTheFixedBindingsExist) {
+    unsetenv("TERM");
+    console d{};
+    ASSERT_EQ(console_init(&d), 1);
+    EXPECT_EQ(d.screen.rows, 1);
+    EXPECT_EQ(d.screen.cols, 1);
+    EXPECT_EQ(t_auto_right_margin, 1);
+    EXPECT_EQ(t_has_meta_key, 1);
+    EXPECT_EQ(get_action_for_key_sequence(d.keymaps[0], "\033[A"), action_key_up);
+    EXPECT_EQ(get_action_for_key(d.keymaps[0], 8), action_key_backspace);
+    console_free(&d);
+}
+
+TEST_F(DefaultBindings, AutoMarginFlag) {
+    start("qv-am");
+    EXPECT_EQ(t_auto_right_margin, 0);
+    start("qv-amxenl");
+    EXPECT_EQ(t_auto_right_margin, 1);
+    EXPECT_EQ(t_has_meta_key, 0);
+}
+
+} // namespace

@@ -1,0 +1,243 @@
+// Cells and rows, the model of the input area, and the exact bytes the
+// painter and the cursor motions write on the readable test terminal
+// (20 columns: standard output is a file here, so the description's size).
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "console_fixture.h"
+
+namespace {
+
+std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
+
+TEST(Termline, EraseResizeAndCompare) {
+    const termchar blank = {L' ', 0};
+    termline *l = termline_new(4, &blank);
+    l->firstcol = 2;
+    l->last = 3;
+    l->lflags = LINE_WRAPS | LINE_CONTINUED;
+    termline_erase_after(l, &blank, 0);
+    EXPECT_EQ(l->firstcol, 2);
+    EXPECT_EQ(l->lflags, 0u);
+    termline_erase(l, &blank);
+    EXPECT_EQ(l->firstcol, 0);
+    const termchar x = {L'x', 0};
+    l->chars[3] = x;
+    termline_resize(l, 6, &x);
+    EXPECT_EQ(l->cols, 6);
+    EXPECT_EQ(l->chars[5].ch, L'x');
+    termline_resize(l, 2, &blank);
+    EXPECT_EQ(l->size, 2);
+    termline_free(l);
+    termline_free(nullptr);
+
+    termchar a = {L'a', 0}, b = {L'a', ATTR_INVALID}, c = {L'a', 0xF0000000u};
+    EXPECT_FALSE(termchars_equal(&a, &b));
+    EXPECT_TRUE(termchars_equal(&a, &c));
+    EXPECT_EQ(char_width(L'\u4e2d'), 1);
+}
+
+class Paint : public ConsoleTest {
+  protected:
+    // Starts a read's model with a prompt, as the input loop does.
+    void prompt(const wchar_t *p) {
+        c.prompt = p;
+        screen_buffer_reset(&c);
+        console_put_prompt(&c);
+    }
+};
+
+TEST_F(Paint, PromptPaintWritesTheWholeFirstRow) {
+    prompt(L"> ");
+    EXPECT_EQ(take(), "<hpa 0>> " + spaces(18) + "<hpa 0><cuf 2>");
+}
+
+TEST_F(Paint, TypingAtTheEndWritesOneCellAndMovesRight) {
+    prompt(L"> ");
+    take();
+    type(L"a");
+    EXPECT_EQ(take(), "<hpa 2>a<hpa 2><cuf 1>");
+    repaint(&c, 1);
+    EXPECT_EQ(take(), ""); // nothing changed, nothing moves
+}
+
+TEST_F(Paint, MarkedCellsAreWrittenAsSeparateRuns) {
+    prompt(L"");
+    type(L"abcdef");
+    take();
+    invalidate_rectangle(&c, 3, 0, 3, 0);
+    invalidate_rectangle(&c, 5, 0, 5, 0);
+    repaint(&c, 1);
+    EXPECT_EQ(take(), "<hpa 3>d<hpa 6><hpa 5>f<hpa 6>");
+}
+
+TEST_F(Paint, AFullRowGetsItsContinuationRowWrittenWhole) {
+    prompt(L"> ");
+    type(std::wstring(17, L'x'));
+    take();
+    type(L"y");
+    EXPECT_EQ(row(0), "> xxxxxxxxxxxxxxxxxy");
+    EXPECT_EQ(c.screen.input.numlines, 2);
+    EXPECT_EQ(c.screen.input.cur.pos.y, 1);
+    EXPECT_EQ(c.screen.input.cur.pos.x, 0);
+    EXPECT_EQ(take(), "<hpa 19>y<hpa 19>\n<hpa 0>" + spaces(20) + "<hpa 19><cub 19>");
+}
+
+TEST_F(Paint, HomeAndEndMoveTheCursorAtOnce) {
+    prompt(L"> ");
+    type(L"abc");
+    take();
+    action_key_home(&c, 1);
+    EXPECT_EQ(take(), "<cub 3>");
+    action_key_end(&c, 5);
+    EXPECT_EQ(take(), "<cuf 3>");
+}
+
+TEST_F(Paint, WithoutHpaColumnsAreReachedFromTheLineStart) {
+    start("qv-nohpa");
+    prompt(L"> ");
+    take();
+    type(L"a");
+    EXPECT_EQ(take(), "<cr><cuf 2>a<cr><cuf 2><cuf 1>");
+}
+
+TEST_F(Paint, UpwardMotionDegrades) {
+    prompt(L"");
+    type(std::wstring(45, L'x')); // three rows
+    take();
+    action_key_home(&c, 1);
+    EXPECT_EQ(take(), "<cuu 2><cub 5>");
+    start("qv-nocuu");
+    prompt(L"");
+    type(std::wstring(45, L'x'));
+    take();
+    action_key_home(&c, 1);
+    EXPECT_EQ(take(), "<cub 5>");
+    start("qv-nocursor");
+    prompt(L"");
+    type(std::wstring(45, L'x'));
+    take();
+    action_key_home(&c, 1);
+    EXPECT_EQ(take(), "");
+}
+
+TEST_F(Paint, CursorMotionPrimitives) {
+    screen_cursor_move_y(&c, 0);
+    screen_cursor_move_x(&c, 0);
+    EXPECT_EQ(take(), "");
+    screen_cursor_move_y(&c, -3);
+    screen_cursor_move_y(&c, 2);
+    console_newline(&c);
+    console_put_wchar(&c, 0x141); // only the low byte
+    screen_cursor_backspace(&c, 2);
+    c.screen.input.cur.pos.x = 2;
+    screen_draw_string(&c, 4, "xyz", nullptr);
+    EXPECT_EQ(take(), "<cuu 3>\n\n<cr>\nA<cub 2><hpa 4>xyz<hpa 2>");
+    start("qv-nocuu");
+    screen_cursor_move_y(&c, -2);
+    EXPECT_EQ(take(), "");
+    start("qv-nocr");
+    console_newline(&c);
+    screen_cursor_move_to_col(&c, 0);
+    EXPECT_EQ(take(), "\n<hpa 0>");
+    start("qv-nohpa");
+    screen_cursor_move_to_col(&c, 0);
+    console_put_wstring(&c, nullptr, 3);
+    cursor_pos p{};
+    p.pos.x = 3;
+    p.pos.y = 1;
+    screen_set_cursor(&c, p);
+    EXPECT_EQ(take(), "<cr><cup 1 3>");
+}
+
+// ---------------------------------------------------------------------------
+// The model: wrapping, push-down, pull-back
+
+class Model : public Paint {};
+
+TEST_F(Model, InsertingIntoThreeFullRowsPushesIntoAFourth) {
+    prompt(L"");
+    type(std::wstring(60, L'a') + L"b");
+    EXPECT_EQ(c.screen.input.numlines, 4); // 3 full rows + the cursor's row
+    for (int i = 0; i < 61; i++) action_key_left(&c, 0);
+    type(L"X");
+    EXPECT_EQ(row(0), "X" + std::string(19, 'a'));
+    EXPECT_EQ(row(3), "ab");
+    EXPECT_TRUE(c.screen.input.lines[2]->lflags & LINE_WRAPS);
+    EXPECT_TRUE(c.screen.input.lines[3]->lflags & LINE_CONTINUED);
+    action_key_left(&c, 0);
+    action_key_delete(&c, 0);
+    EXPECT_EQ(row(3), "b");
+    EXPECT_EQ(row(0), std::string(20, 'a'));
+}
+
+TEST_F(Model, BackspaceAtAContinuationRowStartPullsCellsUp) {
+    prompt(L"> ");
+    type(std::wstring(18, L'a') + L"bc");
+    // cursor at (2, 1); move to column 0 of row 1
+    action_key_left(&c, 0);
+    action_key_left(&c, 0);
+    EXPECT_EQ(c.screen.input.newcur.pos.x, 0);
+    action_key_backspace(&c, 0);
+    EXPECT_EQ(row(0), "> " + std::string(17, 'a') + "b");
+    EXPECT_EQ(row(1), "c");
+    EXPECT_EQ(c.screen.input.cur.pos.y, 0);
+    EXPECT_EQ(c.screen.input.cur.pos.x, 19);
+    // Emptying the continuation row unlinks it; the row stays in the model.
+    action_key_end(&c, 0);
+    action_key_backspace(&c, 0);
+    action_key_backspace(&c, 0);
+    EXPECT_FALSE(c.screen.input.lines[0]->lflags & LINE_WRAPS);
+    EXPECT_FALSE(c.screen.input.lines[1]->lflags & LINE_CONTINUED);
+    EXPECT_EQ(c.screen.input.numlines, 2);
+}
+
+TEST_F(Model, BackspaceAtThePromptAndDeleteAtTheEndDoNothing) {
+    prompt(L"> ");
+    type(L"ab");
+    take();
+    action_key_delete(&c, 0);
+    EXPECT_EQ(take(), "");
+    action_key_home(&c, 0);
+    take();
+    action_key_backspace(&c, 0);
+    EXPECT_EQ(take(), "");
+    EXPECT_EQ(row(0), "> ab");
+}
+
+TEST_F(Model, KillToEndClearsTheRestOfTheInputArea) {
+    prompt(L"");
+    type(std::wstring(25, L'k'));
+    for (int i = 0; i < 10; i++) action_key_left(&c, 0);
+    action_kill_to_end_of_line(&c, 0);
+    EXPECT_EQ(row(0), std::string(15, 'k'));
+    EXPECT_EQ(row(1), "");
+    EXPECT_EQ(c.editor.lastchar - c.editor.buffer, 15);
+}
+
+TEST_F(Model, ReplaceShowsLineBreaksAsSpacesAndPromptsAreCut) {
+    const std::wstring longprompt(30, L'p');
+    c.prompt = longprompt.c_str();
+    screen_buffer_reset(&c);
+    console_put_prompt(&c);
+    EXPECT_EQ(row(0), std::string(19, 'p'));
+    input_replace(&c, L"a\nb\rc", 5);
+    EXPECT_EQ(row(0), std::string(19, 'p') + "a");
+    EXPECT_EQ(row(1), " b c");
+    screen_put_blanks(&c, 0);
+    screen_buffer_reset(&c);
+    EXPECT_EQ(c.screen.input.numlines, 1);
+}
+
+TEST_F(Model, SecondaryPromptIsAsWideAsThePrompt) {
+    prompt(L"abcdef");
+    screen_buffer_reset(&c);
+    take();
+    console_put_secondary_prompt(&c);
+    EXPECT_EQ(c.screen.input.lines[0]->firstcol, 6);
+    EXPECT_EQ(c.screen.input.newcur.pos.x, 6);
+    EXPECT_EQ(take(), "<hpa 0>" + spaces(20) + "<hpa 0><cuf 6>");
+}
+
+} // namespace
