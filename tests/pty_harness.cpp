@@ -183,7 +183,9 @@ void PtyHost::keys(const std::string &bytes) {
         write_all(in_pipe_, bytes.data(), bytes.size());
         return;
     }
-    waitFor(&PtyHost::rawReady, "raw mode");
+    // With standard output elsewhere the library cannot read the mode, so the
+    // terminal never goes raw: write at once.
+    if (!options_.stdout_pipe) waitFor(&PtyHost::rawReady, "raw mode");
     write_all(master_, bytes.data(), bytes.size());
 }
 
@@ -203,7 +205,8 @@ void PtyHost::waitRead(int n) {
         if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for " + tag);
         drain(5);
     }
-    if (in_pipe_ < 0 && options_.stdin_file.empty()) waitFor(&PtyHost::rawReady, "raw mode");
+    if (in_pipe_ < 0 && options_.stdin_file.empty() && !options_.stdout_pipe)
+        waitFor(&PtyHost::rawReady, "raw mode");
 }
 
 void PtyHost::closeInput() {

@@ -1,0 +1,234 @@
+// The terminal instance and the input loop, driven through the public calls
+// in a pseudo-terminal.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "pty_harness.h"
+
+using qvtest::HostOptions;
+using qvtest::PtyHost;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
+
+// Every read of the host left the terminal in the mode it found it in.
+void expectModesRestored(const PtyHost &h) {
+    for (const std::string &m : h.records("MODE")) EXPECT_NE(m.find("same"), std::string::npos) << m;
+}
+
+TEST(Instance, InitReadsTheSizeAndALineComesBackExactly) {
+    PtyHost h({"init", "size", "line:> ", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    h.keys("hi\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});
+    EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 20"});
+    EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 10"});
+    EXPECT_EQ(h.lines(), Lines{"hi"});
+    expectModesRestored(h);
+    EXPECT_EQ(PtyHost::visible(h.output()),
+              PtyHost::visible("<hpa 0>> " + spaces(18) + "<hpa 0><cuf 2>" +
+                               "<hpa 2>h<hpa 2><cuf 1>" + "<hpa 3>i<hpa 3><cuf 1>" + "<cr>\n"));
+}
+
+TEST(Instance, TheScreenShowsPromptAndTextWithTheCursorBelow) {
+    HostOptions o;
+    o.term = "xterm-256color";
+    o.cols = 30;
+    o.cwd = qvtest::tempDir();
+    PtyHost h({"init", "line:prompt> ", "destroy"}, o);
+    h.keys("hello\r");
+    ASSERT_EQ(h.finish(), 0);
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "prompt> hello");
+    EXPECT_EQ(s.cursor_row, 1);
+    EXPECT_EQ(s.cursor_col, 0);
+}
+
+TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
+    const std::string first = qvtest::tempDir(), second = qvtest::tempDir();
+    PtyHost h({"init:dir=" + first, "init:dir=" + second, "line:", "destroy", "init:null",
+               "line:", "destroy"},
+              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    h.keys("one\rtwo\r");
+    ASSERT_EQ(h.finish(), 0); // AddressSanitizer's leak check runs at exit
+    EXPECT_EQ(h.records("INIT"), (Lines{"INIT 1", "INIT 1", "INIT 1"}));
+    EXPECT_EQ(h.lines(), (Lines{"one", "two"}));
+    std::ifstream in(first + "/term.history");
+    std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(content, "one\n");
+    EXPECT_FALSE(std::ifstream(second + "/term.history").good());
+}
+
+TEST(Instance, CallbacksNeedAnInstance) {
+    PtyHost h({"setcb-before", "init", "cb:eoi", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.records("CB"), (Lines{"CB 0", "CB 1"}));
+}
+
+TEST(Instance, WithoutTermTheTerminalIsOneByOneAndStillReads) {
+    HostOptions o;
+    o.term = "";
+    o.cwd = qvtest::tempDir();
+    PtyHost h({"init", "size", "line:> ", "destroy"}, o);
+    h.keys("ab\x1b[Dc\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 1"});
+    EXPECT_EQ(h.lines(), Lines{"acb"});
+    EXPECT_EQ(h.output().find('\x1b'), std::string::npos) << PtyHost::visible(h.output());
+    expectModesRestored(h);
+}
+
+// A window of 0 by 0 whose description also says 0: terminfo falls back to
+// 24 by 80, so the editor starts with a usable size rather than none.
+TEST(Instance, ATerminalReportingZeroColumnsGetsAUsableSize) {
+    HostOptions o;
+    o.term = "qv-zero";
+    o.rows = 0;
+    o.cols = 0;
+    o.cwd = qvtest::tempDir();
+    PtyHost h({"init", "size", "line:", "destroy"}, o);
+    h.keys("ok\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});
+    EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 80"});
+    EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 24"});
+    EXPECT_EQ(h.lines(), Lines{"ok"});
+}
+
+TEST(Instance, StandardOutputNotATerminal) {
+    HostOptions o;
+    o.stdout_pipe = true;
+    o.cwd = qvtest::tempDir();
+    PtyHost h({"init", "size", "line:> ", "destroy"}, o);
+    h.waitRead(0);
+    h.keys("hi\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 20"}); // from the description
+    EXPECT_EQ(h.lines(), Lines{"hi"});
+    EXPECT_NE(h.output().find("<hpa 2>h"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------
+// Input that runs out
+
+TEST(InputEnd, AFileOnStandardInputIsReadToItsEnd) {
+    const std::string dir = qvtest::tempDir();
+    std::ofstream(dir + "/in") << "abc\ndef";
+    HostOptions o;
+    o.stdin_file = dir + "/in";
+    o.cwd = dir;
+    PtyHost h({"init", "line:", "line:", "line:", "getchar:0", "destroy"}, o);
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"abc", "def", ""}));
+    EXPECT_EQ(h.records("CHAR"), Lines{"CHAR 0"});
+    EXPECT_TRUE(h.records("EOI").empty());
+}
+
+TEST(InputEnd, TheEndOfAPipeGivesTheTextSoFar) {
+    HostOptions o;
+    o.stdin_pipe = true;
+    o.cwd = qvtest::tempDir();
+    PtyHost h({"init", "line:", "line:", "destroy"}, o);
+    h.waitRead(0);
+    h.keys("xy");
+    h.closeInput();
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"xy", ""}));
+}
+
+// ---------------------------------------------------------------------------
+// The host's idle callback
+
+TEST(Idle, AnswerOneEndsThisReadAndEveryLaterOne) {
+    PtyHost h({"init", "cb:idle=1@4", "line:", "line:", "getchar:1", "destroy"},
+              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    h.keys("ab");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"ab", ""}));
+    EXPECT_EQ(h.records("IDLE"), Lines{"IDLE 4"}); // never asked again once stopped
+    EXPECT_EQ(h.records("CHAR"), Lines{"CHAR 0"});
+    expectModesRestored(h);
+}
+
+TEST(Idle, AnswerTwoCancelsAndAnswerZeroKeepsWaiting) {
+    PtyHost a({"init", "cb:idle=2@2", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    ASSERT_EQ(a.finish(), 0);
+    EXPECT_EQ(a.lines(), Lines{""});
+
+    PtyHost b({"init", "cb:idle=0", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    b.waitRead(0);
+    usleep(300 * 1000); // several idle slices pass without a stop
+    b.keys("late\r");
+    ASSERT_EQ(b.finish(), 0);
+    EXPECT_EQ(b.lines(), Lines{"late"});
+}
+
+// ---------------------------------------------------------------------------
+// Key sequences
+
+TEST(Keys, SequencesAndTheirFailureModes) {
+    PtyHost h({"init", "line:", "line:", "line:", "line:", "destroy"},
+              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    // Unbound continuation: the whole sequence is dropped. Escape, x: both
+    // dropped. Tab and bytes above 127 insert nothing. NUL inside a sequence
+    // ends the read with the text so far.
+    h.keys(std::string("a\x1b[Zb\r") + "\x1bxc\r" + "d\t\xc3\xa9" + "e\r" + "f\x1b" + std::string(1, '\0'));
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"ab", "c", "de", "f"}));
+    expectModesRestored(h);
+}
+
+TEST(Keys, ALonePrefixWaitsForItsNextByte) {
+    PtyHost h({"init", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    h.keysSlowly("a\x1b");
+    usleep(200 * 1000);
+    h.keys("[Db\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"ba"});
+}
+
+// Keys that arrive together (a paste, a scripted driver) are never stranded
+// behind an escape sequence.
+TEST(Keys, ABurstSpellsExactlyItsLine) {
+    PtyHost h({"init", "line:", "line:", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    std::string ups;
+    for (int i = 0; i < 10; i++) ups += "\x1b[A";
+    h.keys("one\rtwo\x1b[D\x1b[Dabc\r" + ups + "!\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"one", "tabcwo", "one!"}));
+}
+
+TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
+    PtyHost h({"init", "getchar:0", "getchar:0", "getchar:1", "destroy"},
+              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    h.keys("\x1b[A");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.records("CHAR"), (Lines{"CHAR 27", "CHAR 91", "CHAR 65"}));
+    EXPECT_EQ(h.output(), "A"); // only the echoed key
+    expectModesRestored(h);
+}
+
+TEST(Keys, CtrlCWithTheSigintOptionRaisesSigint) {
+    PtyHost h({"init:sigint", "line:> ", "line:> ", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    h.keys("abc\x03xyz\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"", "xyz"}));
+    EXPECT_EQ(h.records("SIGINT").size(), 1u);
+    expectModesRestored(h);
+}
+
+TEST(Keys, CtrlCWithoutTheOptionStartsAFreshLine) {
+    PtyHost h({"init", "line:> ", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    h.keys("abc\x03xyz\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"xyz"});
+    EXPECT_TRUE(h.records("SIGINT").empty());
+}
+
+} // namespace
