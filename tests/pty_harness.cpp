@@ -288,6 +288,8 @@ Screen PtyHost::screen() const {
         for (int c = 0; c < options_.cols; c++) {
             VTermScreenCell cell;
             vterm_screen_get_cell(vs, VTermPos{r, c}, &cell);
+            // The second cell of a double-width character holds (uint32_t)-1.
+            if (cell.chars[0] == static_cast<uint32_t>(-1)) continue;
             row += cell.chars[0] ? to_utf8(cell.chars[0]) : std::string(" ");
         }
         screen.rows.push_back(row);

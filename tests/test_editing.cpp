@@ -1,0 +1,255 @@
+// The line editor as a user meets it: keys typed into a pseudo-terminal,
+// the line the host gets back, and the screen xterm would show.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "pty_harness.h"
+
+using qvtest::HostOptions;
+using qvtest::PtyHost;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string kUp = "\x1b[A", kDown = "\x1b[B", kLeft = "\x1b[D", kRight = "\x1b[C";
+const std::string kPageUp = "\x1b[5~", kPageDown = "\x1b[6~", kDelete = "\x1b[3~";
+
+std::string times(int n, const std::string &s) {
+    std::string out;
+    for (int i = 0; i < n; i++) out += s;
+    return out;
+}
+
+HostOptions xterm(int cols = 20, const std::string &dir = qvtest::tempDir()) {
+    HostOptions o;
+    o.term = "xterm-256color";
+    o.cols = cols;
+    o.rows = 10;
+    o.cwd = dir;
+    return o;
+}
+
+std::string slurp(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+// ---------------------------------------------------------------------------
+// Wrapping, insertion and deletion on a real terminal's screen
+
+TEST(Screen, LongInputWrapsAndTheCursorFollows) {
+    PtyHost h({"init", "line:> ", "destroy"}, xterm());
+    h.keys(std::string(30, 'a'));
+    h.keys("\r");
+    ASSERT_EQ(h.finish(), 0);
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> " + std::string(18, 'a'));
+    EXPECT_EQ(s.row(1), std::string(12, 'a'));
+    EXPECT_EQ(s.cursor_row, 2);
+    EXPECT_EQ(s.cursor_col, 0);
+}
+
+TEST(Screen, InsertAndDeleteInTheMiddleOfThreeRowsGiveTheRightText) {
+    const std::string text = std::string(18, 'a') + std::string(20, 'b') + std::string(20, 'c');
+    PtyHost h({"init", "line:> ", "line:> ", "destroy"}, xterm());
+    h.keys(text + times(30, kLeft) + "X\r" + text + times(30, kLeft) + "X" + kLeft + kDelete + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines()[0], std::string(18, 'a') + std::string(10, 'b') + "X" +
+                                std::string(10, 'b') + std::string(20, 'c'));
+    EXPECT_EQ(h.lines()[1], text);
+}
+
+TEST(Screen, PushDownIsVisible) {
+    const std::string text = std::string(18, 'a') + std::string(20, 'b') + std::string(20, 'c');
+    HostOptions o = xterm();
+    PtyHost h({"init", "line:> ", "destroy"}, o);
+    h.keysSlowly(text + times(30, kLeft) + "X");
+    qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> " + std::string(18, 'a'));
+    EXPECT_EQ(s.row(1), std::string(10, 'b') + "X" + std::string(9, 'b'));
+    EXPECT_EQ(s.row(2), "b" + std::string(19, 'c'));
+    EXPECT_EQ(s.row(3), "c");
+    EXPECT_EQ(s.cursor_row, 1);
+    EXPECT_EQ(s.cursor_col, 11);
+    h.keysSlowly(kLeft + kDelete);
+    s = h.screen();
+    EXPECT_EQ(s.row(1), std::string(20, 'b'));
+    EXPECT_EQ(s.row(2), std::string(20, 'c'));
+    EXPECT_EQ(s.row(3), "");
+    EXPECT_EQ(s.cursor_row, 1);
+    EXPECT_EQ(s.cursor_col, 10);
+    h.keys("\r");
+    ASSERT_EQ(h.finish(), 0);
+}
+
+TEST(Screen, EditingInTheMiddleOfAWrappedLine) {
+    PtyHost h({"init", "line:> ", "destroy"}, xterm());
+    h.keysSlowly(std::string(25, 'x') + times(10, kLeft) + "\x7f\x7f" + "12" + "\x01" + "<" +
+                 "\x05" + ">" + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"<" + std::string(13, 'x') + "12" + std::string(10, 'x') + ">"});
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> <" + std::string(13, 'x') + "12xx");
+    EXPECT_EQ(s.row(1), std::string(8, 'x') + ">");
+}
+
+TEST(Screen, CtrlGKeepsTheTextAndStartsAFreshPrompt) {
+    PtyHost h({"init", "line:> ", "destroy"}, xterm());
+    h.keysSlowly(std::string(25, 'g') + times(5, kLeft) + "\x07" + "new\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"new"});
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> " + std::string(18, 'g'));
+    EXPECT_EQ(s.row(1), std::string(7, 'g'));
+    EXPECT_EQ(s.row(2), "> new");
+}
+
+TEST(Screen, KillDeleteInsertKeyAndSuspend) {
+    PtyHost h({"init", "line:", "destroy"}, xterm());
+    h.keysSlowly("abcd" + times(2, kLeft) + "\x0b" + "\x1a" + "\x1b[2~" + "Z" + "\x01" + kDelete +
+                 "\x04" + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"Z"});
+    EXPECT_EQ(h.screen().row(0), "Z");
+}
+
+// ---------------------------------------------------------------------------
+// Masked reads
+
+TEST(Mask, ShowsTheMaskAndKeepsTheLineOutOfTheHistory) {
+    const std::string dir = qvtest::tempDir();
+    PtyHost h({"init:dir=" + dir, "mask:*:pw: ", "line:", "destroy"}, xterm(20, dir));
+    h.keys("s3cret\r" + kUp + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"s3cret", ""}));
+    EXPECT_EQ(h.screen().row(0), "pw: ******");
+    EXPECT_EQ(slurp(dir + "/term.history"), "");
+}
+
+// ---------------------------------------------------------------------------
+// History recall
+
+TEST(History, WalkingUpAndDownBringsTheTypedTextBack) {
+    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
+    h.keys("one\rtwo\r" + std::string("abc") + kUp + kUp + kDown + kDown + kDown + "!\r" +
+           // an edited recalled entry becomes the saved line
+           "xyz" + kUp + "2" + kUp + kDown + kDown + "\r" +
+           // Up at the oldest stays there
+           times(9, kUp) + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"one", "two", "abc!", "abc!2", "one"}));
+}
+
+TEST(History, PageUpAndPageDown) {
+    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
+    h.keys("first\rsecond\r" + kPageUp + "\r" + std::string("typed") + kPageDown + "x\r" +
+           kPageDown + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"first", "second", "first", "x", ""}));
+}
+
+TEST(History, DuplicatesAndFileContent) {
+    const std::string dir = qvtest::tempDir();
+    PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "destroy"},
+              xterm(20, dir));
+    h.keys("a\ra\rb\ra\r\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(slurp(dir + "/term.history"), "a\nb\na\n");
+}
+
+TEST(History, NonAsciiEntriesComeBackEscaped) {
+    const std::string dir = qvtest::tempDir();
+    std::ofstream(dir + "/term.history") << "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\n";
+    PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm(20, dir));
+    h.keys(kUp + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"\\:00E9\\:20AC\\:F600"});
+    EXPECT_EQ(h.screen().row(0), "> \xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
+}
+
+// ---------------------------------------------------------------------------
+// Return, completion and continuation lines
+
+TEST(Continuation, KeptLineBreaks) {
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"},
+              xterm());
+    // Home on a continuation line goes to the kept line break itself.
+    h.keys("x(\ry" + std::string("\x01") + "Z" + "\x05" + ")\r" +
+           // Backspace reaches back across the line break into the first line.
+           "(ab\r\x7f\x7f)\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"x(Z\ny)", "(a)"}));
+    EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 2 78 28");
+    EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 5A A 79 29");
+    // The character went before the line break in the text; on screen it
+    // stands where the cursor was, at the start of the continuation line.
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> x(");
+    EXPECT_EQ(s.row(1), "  Zy)");
+}
+
+TEST(Continuation, TrailingBackslashIsRemoved) {
+    const std::string dir = qvtest::tempDir();
+    PtyHost h({"init:dir=" + dir, "cb:complete=backslash", "cb:keep=backslash", "line:> ",
+               "destroy"},
+              xterm(20, dir));
+    h.keys("abc\\\rdef\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"abcdef"});
+    EXPECT_EQ(h.records("KEEP"), Lines{"KEEP 0"});
+    EXPECT_EQ(slurp(dir + "/term.history"), "abcdef\n");
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> abc\\");
+    EXPECT_EQ(s.row(1), "  def");
+}
+
+TEST(Continuation, WithoutKeepNewlineTheNextLineIsAppended) {
+    PtyHost h({"init", "cb:complete=brackets", "line:> ", "destroy"}, xterm());
+    h.keys("(x\ry)\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"(xy)"});
+    EXPECT_TRUE(h.records("KEEP").empty());
+}
+
+TEST(Continuation, RawReadsNeverAsk) {
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:", "destroy"},
+              xterm());
+    h.keys("(x\r(y\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"(x", "(y"}));
+    EXPECT_TRUE(h.records("COMPLETE").empty());
+    EXPECT_TRUE(h.records("KEEP").empty());
+}
+
+TEST(Continuation, ReturnWithoutTheCallbackCompletesAndEmptyLinesAreNotKept) {
+    const std::string dir = qvtest::tempDir();
+    PtyHost h({"init:dir=" + dir, "line:", "line:", "destroy"}, xterm(20, dir));
+    h.keys("\rz\n"); // line feed ends a line too
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"", "z"}));
+    EXPECT_EQ(slurp(dir + "/term.history"), "z\n");
+}
+
+// ---------------------------------------------------------------------------
+// End of input
+
+TEST(EndOfInput, CtrlDOnAnEmptyLine) {
+    PtyHost h({"init", "cb:eoi", "lines:", "line:", "destroy"}, xterm());
+    h.keys("ab\x04\x7f\x7f\x04");
+    h.waitRead(1);
+    h.keys("q");
+    ASSERT_EQ(h.finish(), 0);
+    // Ctrl-D deletes while there is text, ends the input once it is empty;
+    // the read after that returns after one key and reports the end again.
+    EXPECT_EQ(h.lines(), (Lines{"", "q"}));
+    EXPECT_EQ(h.records("EOI").size(), 2u);
+}
+
+} // namespace
