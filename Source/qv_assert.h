@@ -1,15 +1,19 @@
-/* Always-on invariant checks. The library's invariants end the process when
-   broken, in release builds too, with the tested expression as the message. */
+// Always-on invariant checks. A broken invariant ends the process in release
+// builds too, with the tested expression as the message, as assert() words it.
 #ifndef QUORVEL_QV_ASSERT_H
 #define QUORVEL_QV_ASSERT_H
 
-#include <assert.h>
+#include <cstdio>
+#include <cstdlib>
 
-#ifdef __cplusplus
+[[noreturn]] inline void qv_assert_fail(const char *expr, const char *file, unsigned line,
+                                        const char *func) {
+    fflush(stdout);
+    fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", file, line, func, expr);
+    abort();
+}
+
 #define QV_ASSERT(expr)                                                                            \
-    (static_cast<bool>(expr) ? void(0) : __assert_fail(#expr, __FILE__, __LINE__, __func__))
-#else
-#define QV_ASSERT(expr) ((expr) ? (void)0 : __assert_fail(#expr, __FILE__, __LINE__, __func__))
-#endif
+    (static_cast<bool>(expr) ? void(0) : qv_assert_fail(#expr, __FILE__, __LINE__, __func__))
 
 #endif

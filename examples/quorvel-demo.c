@@ -1,0 +1,154 @@
+/*
+ * A small REPL on top of Quorvel.
+ *
+ * Input continues on further lines while brackets are open (the line break
+ * is kept) or while a line ends in a backslash (the backslash is removed).
+ * Every entered line is echoed back with its escapes decoded to UTF-8.
+ * History lives in $XDG_STATE_HOME/quorvel/term.history (or
+ * ~/.local/state/quorvel/term.history). Commands: :password, :raw, :size,
+ * :help. Ctrl-D on an empty line leaves.
+ */
+#include <quorvel.h>
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+static int done;
+static int ended_in_backslash;
+
+static int is_complete(const wchar_t *text, int length) {
+    int depth = 0, i;
+    ended_in_backslash = length > 0 && text[length - 1] == L'\\';
+    if (ended_in_backslash) return 0;
+    for (i = 0; i < length; i++) {
+        if (text[i] == L'(' || text[i] == L'[' || text[i] == L'{') depth++;
+        if (text[i] == L')' || text[i] == L']' || text[i] == L'}') depth--;
+    }
+    return depth <= 0;
+}
+
+static int keep_newline(void) { return !ended_in_backslash; }
+
+static void on_end_of_input(void) { done = 1; }
+
+static int hexval(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+/* Writes the line with every "\:XXXX" escape turned back into UTF-8. */
+static void print_decoded(const char *line) {
+    const char *p = line;
+    while (*p) {
+        if (p[0] == '\\' && p[1] == ':' && hexval(p[2]) >= 0 && hexval(p[3]) >= 0 &&
+            hexval(p[4]) >= 0 && hexval(p[5]) >= 0) {
+            unsigned cp = (unsigned)(hexval(p[2]) << 12 | hexval(p[3]) << 8 | hexval(p[4]) << 4 |
+                                     hexval(p[5]));
+            if (cp < 0x800) {
+                putchar(0xC0 | (cp >> 6));
+                putchar(0x80 | (cp & 0x3F));
+            } else {
+                putchar(0xE0 | (cp >> 12));
+                putchar(0x80 | ((cp >> 6) & 0x3F));
+                putchar(0x80 | (cp & 0x3F));
+            }
+            p += 6;
+        } else {
+            /* The terminal is in its own mode again: a line break needs no CR. */
+            putchar(*p++);
+        }
+    }
+}
+
+/* Creates dir and its missing parents; 0 on success. */
+static int make_dirs(char *dir) {
+    char *p;
+    for (p = dir + 1; *p; p++) {
+        if (*p != '/') continue;
+        *p = 0;
+        if (mkdir(dir, 0700) != 0 && errno != EEXIST) return -1;
+        *p = '/';
+    }
+    return mkdir(dir, 0700) != 0 && errno != EEXIST ? -1 : 0;
+}
+
+/* The state directory, created when missing; NULL when there is none. */
+static char *history_dir(void) {
+    const char *state = getenv("XDG_STATE_HOME");
+    const char *home = getenv("HOME");
+    const char *base = state && *state ? state : home;
+    const char *tail = state && *state ? "/quorvel" : "/.local/state/quorvel";
+    size_t n;
+    char *dir;
+    if (!base || !*base) return NULL;
+    n = strlen(base) + strlen(tail) + 1;
+    dir = malloc(n);
+    if (!dir) return NULL;
+    snprintf(dir, n, "%s%s", base, tail);
+    if (make_dirs(dir) != 0) {
+        free(dir);
+        return NULL;
+    }
+    return dir;
+}
+
+int main(void) {
+    term_options options;
+    term_callbacks callbacks;
+    char *dir = history_dir();
+
+    memset(&options, 0, sizeof options);
+    options.historydir = dir;
+    if (!term_init(&options)) {
+        fprintf(stderr, "quorvel-demo: the terminal has no usable size\n");
+        free(dir);
+        return 1;
+    }
+    free(dir); /* the library keeps its own copy */
+    memset(&callbacks, 0, sizeof callbacks);
+    callbacks.isInputComplete = is_complete;
+    callbacks.keepNewline = keep_newline;
+    callbacks.onEndOfInput = on_end_of_input;
+    term_setCallbacks(&callbacks);
+    term_loadHistory();
+
+    printf("Quorvel demo: %dx%d terminal. Type :help for commands, Ctrl-D to leave.\n",
+           term_getConsoleWidth(), term_getConsoleHeight());
+    while (!done) {
+        char *line = term_getLine(0, "quorvel> ");
+        if (!line) {
+            fprintf(stderr, "out of memory\n");
+            break;
+        }
+        if (strcmp(line, ":help") == 0) {
+            printf("  :password  read a masked line\n  :raw       read a line without "
+                   "continuation\n  :size      terminal size\n  brackets or a trailing "
+                   "backslash continue a line\n");
+        } else if (strcmp(line, ":password") == 0) {
+            char *secret = term_getRawLine('*', "password: ");
+            if (secret) printf("(%zu characters, not kept in the history)\n", strlen(secret));
+            term_free(secret);
+        } else if (strcmp(line, ":raw") == 0) {
+            char *raw = term_getRawLine(0, "raw> ");
+            if (raw) {
+                printf("raw: ");
+                print_decoded(raw);
+                putchar('\n');
+            }
+            term_free(raw);
+        } else if (strcmp(line, ":size") == 0) {
+            printf("%d columns, %d rows\n", term_getConsoleWidth(), term_getConsoleHeight());
+        } else if (*line) {
+            printf("=> ");
+            print_decoded(line);
+            putchar('\n');
+        }
+        term_free(line);
+    }
+    term_destroy();
+    return 0;
+}
