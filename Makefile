@@ -2,8 +2,9 @@
 JOBS    ?= $(shell nproc)
 BUILD   ?= build
 TESTDIR ?= build-test
+TSANDIR ?= build-tsan
 
-.PHONY: all setup run test bench clean install
+.PHONY: all setup run test test-tsan bench clean install
 
 all: setup
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
@@ -16,11 +17,18 @@ setup:
 run: all
 	./$(BUILD)/examples/quorvel-demo
 
-# Warnings as errors, AddressSanitizer + UndefinedBehaviorSanitizer, every test.
-test: setup
+# Warnings as errors, AddressSanitizer + UndefinedBehaviorSanitizer, every
+# test; the thread and logger tests also under ThreadSanitizer.
+test: setup test-tsan
 	cmake -S . -B $(TESTDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_SANITIZE=ON -DQUORVEL_TESTS=ON
 	cmake --build $(TESTDIR) -j $(JOBS)
 	cd $(TESTDIR) && ctest --output-on-failure -j $(JOBS)
+
+test-tsan: setup
+	cmake -S . -B $(TSANDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_TSAN=ON -DQUORVEL_TESTS=ON
+	cmake --build $(TSANDIR) -j $(JOBS) --target quorvel_service_tests
+	TSAN_OPTIONS=halt_on_error=1 ./$(TSANDIR)/tests/quorvel_service_tests --gtest_filter='Threads*:Logger*'
+
 
 bench:
 	@./scripts/setup.sh --bench
@@ -32,4 +40,4 @@ install: all
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(TESTDIR) build-bench
+	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench

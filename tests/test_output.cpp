@@ -1,0 +1,109 @@
+// The host's output calls and the history file, through the public calls.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include "pty_harness.h"
+
+using qvtest::HostOptions;
+using qvtest::PtyHost;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+HostOptions readable() {
+    HostOptions o;
+    o.cwd = qvtest::tempDir();
+    return o;
+}
+
+std::string run(const std::vector<std::string> &commands) {
+    std::vector<std::string> all{"init"};
+    all.insert(all.end(), commands.begin(), commands.end());
+    all.push_back("destroy");
+    PtyHost h(all, readable());
+    EXPECT_EQ(h.finish(), 0);
+    return h.output();
+}
+
+// Outside a read the terminal is in the host's mode, whose output processing
+// turns the line feed into CR LF.
+TEST(Output, StringsAndLineEnds) {
+    EXPECT_EQ(run({"put:"}), "");
+    EXPECT_EQ(run({"putln:"}), "<cr>\r\n");
+    EXPECT_EQ(run({"put:h\xc3\xa9llo"}), "h\xc3\xa9llo");
+    EXPECT_EQ(run({"putln:ok"}), "ok<cr>\r\n");
+    EXPECT_EQ(run({"putln:bad \xe9", "put:\xff"}), ""); // invalid UTF-8 writes nothing
+    EXPECT_EQ(run({"putchar:321"}), "A");                // the low byte only
+}
+
+TEST(Output, BlanksGoIntoTheInputArea) {
+    // Blanks over blank cells change nothing on screen: only the cursor moves.
+    EXPECT_EQ(run({"blanks:3"}), "<cuf 3>");
+    EXPECT_EQ(run({"blanks:0"}), "");
+}
+
+TEST(Output, TextWrittenBetweenReadsKeepsTheNextPromptIntact) {
+    HostOptions o;
+    o.term = "xterm-256color";
+    o.cols = 30;
+    o.cwd = qvtest::tempDir();
+    PtyHost h({"init", "line:> ", "putln:result", "line:> ", "destroy"}, o);
+    h.keys("one\rtwo\r");
+    ASSERT_EQ(h.finish(), 0);
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> one");
+    EXPECT_EQ(s.row(1), "result");
+    EXPECT_EQ(s.row(2), "> two");
+}
+
+// ---------------------------------------------------------------------------
+
+std::string slurp(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {
+    const std::string dir = qvtest::tempDir();
+    std::string file;
+    for (int i = 0; i < 1500; i++) file += "line " + std::to_string(i) + "\r\n";
+    std::ofstream(dir + "/term.history", std::ios::binary) << file << std::string("nul\0rest", 8);
+    HostOptions o = readable();
+    o.term = "xterm-256color";
+    PtyHost h({"init:dir=" + dir, "load", "line:", "line:", "line:", "destroy"}, o);
+    // Page Up: the oldest kept entry. The NUL hid "rest", so the last entry
+    // is "nul"; after read 0 added its line, two Ups reach it.
+    h.keys("\x1b[5~\r\x1b[A\x1b[A\rnew\r");
+    ASSERT_EQ(h.finish(), 0);
+    ASSERT_EQ(h.lines().size(), 3u);
+    EXPECT_EQ(h.lines()[0], "line 501\r");
+    EXPECT_EQ(h.lines()[1], "nul");
+    EXPECT_EQ(h.lines()[2], "new");
+    // Restart: the saved file has the newest 1000 entries and the new line.
+    const std::string saved = slurp(dir + "/term.history");
+    EXPECT_EQ(saved.substr(saved.size() - 4), "new\n");
+    PtyHost again({"init:dir=" + dir, "load", "line:", "destroy"}, o);
+    again.keys("\x1b[A\r");
+    ASSERT_EQ(again.finish(), 0);
+    EXPECT_EQ(again.lines(), Lines{"new"});
+}
+
+TEST(HistoryFile, ADirectoryInPlaceOfTheFileIsLeftAlone) {
+    const std::string dir = qvtest::tempDir();
+    ASSERT_EQ(mkdir((dir + "/term.history").c_str(), 0700), 0);
+    PtyHost h({"init:dir=" + dir, "load", "line:", "destroy"}, readable());
+    h.keys("x\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"x"});
+}
+
+} // namespace

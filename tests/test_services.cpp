@@ -1,0 +1,347 @@
+// Threads, mutexes, conditions, thread-local storage, process priority, the
+// logger and the configuration file.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "config.h"
+#include "logger.h"
+#include "threads-unix.h"
+
+namespace {
+
+// Runs body in a child process; answers its exit status (0 = all checks held).
+template <typename F> int in_child(F body) {
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) _exit(body());
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
+}
+
+// ---------------------------------------------------------------------------
+// Threads and synchronisation
+
+struct Shared {
+    KMutex mutex;
+    KCondition cond;
+    std::atomic<int> answer{-1};
+};
+
+TEST(Threads, RecursiveMutexAndTryLockFromAnotherThread) {
+    Shared s;
+    s.mutex = New_KMutex();
+    KMutexLock(s.mutex);
+    KMutexLock(s.mutex); // the owner may lock again
+    KThread t = KThreadCreate(
+        [](void *p) -> void * {
+            static_cast<Shared *>(p)->answer = KMutexTryLock(static_cast<Shared *>(p)->mutex);
+            return nullptr;
+        },
+        &s, 1);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(KThreadWaitForExit(t), 1);
+    Delete_KThread(t);
+    EXPECT_EQ(s.answer, 0);
+    KMutexUnlock(s.mutex);
+    KMutexUnlock(s.mutex);
+    t = KThreadCreate(
+        [](void *p) -> void * {
+            auto *sh = static_cast<Shared *>(p);
+            sh->answer = KMutexTryLock(sh->mutex);
+            if (sh->answer == 1) KMutexUnlock(sh->mutex);
+            return nullptr;
+        },
+        &s, 7); // an unknown priority code runs at the default priority
+    ASSERT_NE(t, nullptr);
+    KThreadWaitForExit(t);
+    Delete_KThread(t);
+    EXPECT_EQ(s.answer, 1);
+    Delete_KMutex(s.mutex);
+
+    KMutex plain = New_KMutex_NonRecursive();
+    EXPECT_EQ(KMutexTryLock(plain), 1);
+    EXPECT_EQ(KMutexTryLock(plain), 0); // not recursive
+    KMutexUnlock(plain);
+    Delete_KMutex(plain);
+}
+
+TEST(Threads, TimedWaitTellsATimeOutFromASignal) {
+    Shared s;
+    s.mutex = New_KMutexTryable();
+    s.cond = New_KCondition();
+    KMutexLock(s.mutex);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(KConditionTimedWait(s.cond, s.mutex, 120), 1);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    KThread t = KThreadCreate(
+        [](void *p) -> void * {
+            auto *sh = static_cast<Shared *>(p);
+            KMutexLock(sh->mutex);
+            sh->answer = 1;
+            KConditionSignal(sh->cond);
+            KMutexUnlock(sh->mutex);
+            return nullptr;
+        },
+        &s, 0);
+    int woke = 1;
+    while (s.answer != 1) woke = KConditionTimedWait(s.cond, s.mutex, 10000);
+    EXPECT_EQ(woke, 0);
+    KMutexUnlock(s.mutex);
+    KThreadWaitForExit(t);
+    Delete_KThread(t);
+    Delete_KCondition(s.cond);
+    Delete_KMutex(s.mutex);
+}
+
+TEST(Threads, LocalStorageIsPerThreadAndSleepsReturn) {
+    KThreadLocalStorage tls = New_KThreadLocalStorage();
+    int mine = 5;
+    KThreadLocalStorageSet(tls, &mine);
+    std::atomic<bool> unset_in_thread{false};
+    struct Arg {
+        KThreadLocalStorage tls;
+        std::atomic<bool> *unset;
+        unsigned long id;
+    } arg{tls, &unset_in_thread, 0};
+    KThread t = KThreadCreate(
+        [](void *p) -> void * {
+            auto *a = static_cast<Arg *>(p);
+            *a->unset = KThreadLocalStorageGet(a->tls) == nullptr;
+            a->id = KThreadID();
+            return nullptr;
+        },
+        &arg, 2);
+    KThreadWaitForExit(t);
+    Delete_KThread(t);
+    EXPECT_TRUE(unset_in_thread);
+    EXPECT_NE(arg.id, KThreadID());
+    EXPECT_EQ(KThreadLocalStorageGet(tls), &mine);
+    Delete_KThreadLocalStorage(tls);
+    const auto start = std::chrono::steady_clock::now();
+    KThread_Sleep(0);
+    KThread_Sleep(-5);
+    KThread_Sleep(30);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+}
+
+TEST(Priority, ClassesReadBackAfterSetting) {
+    // In a child, so the test run keeps its own priority.
+    EXPECT_EQ(in_child([] {
+                  int failures = 0;
+                  if (setProcessPriorityClass(7) != 0 || setProcessPriorityClass(-3) != 0)
+                      failures++;
+                  for (int cls : {2, 1, 0, -1, -2}) {
+                      // Raising priority needs privilege; where it is refused
+                      // the class must stay as it was.
+                      const int before = getProcessPriorityClass();
+                      const int ok = setProcessPriorityClass(cls);
+                      if (getProcessPriorityClass() != (ok ? cls : before)) failures++;
+                  }
+                  return failures;
+              }),
+              0);
+    if (geteuid() != 0) GTEST_SKIP() << "the nice table below needs privilege";
+    EXPECT_EQ(in_child([] {
+                  const int table[][2] = {{0, 0},  {-1, 1},  {-9, 1},  {-10, 2},
+                                          {-20, 2}, {1, -1}, {18, -1}, {19, -2}};
+                  int failures = 0;
+                  for (const auto &row : table) {
+                      setpriority(PRIO_PROCESS, 0, row[0]);
+                      if (getProcessPriorityClass() != row[1]) failures++;
+                  }
+                  return failures;
+              }),
+              0);
+}
+
+// ---------------------------------------------------------------------------
+// Logger
+
+std::string slurp(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::vector<std::string> split_lines(const std::string &s) {
+    std::vector<std::string> out;
+    std::istringstream in(s);
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
+}
+
+class Logger : public ::testing::Test {
+  protected:
+    void TearDown() override {
+        for (const std::string &f : files) unlink(f.c_str());
+        logger_finish_all();
+    }
+    std::string file_of(const char *name) {
+        appender *a = logger_get_appender(name);
+        files.push_back(a->filename ? a->filename : "");
+        return files.back();
+    }
+    std::vector<std::string> files;
+};
+
+TEST_F(Logger, FileNameAndLineFormat) {
+    char pid[16];
+    snprintf(pid, sizeof pid, "%05d", getPID());
+    const std::string path = file_of("qvtest-format");
+    EXPECT_EQ(path, "/tmp/qvtest-format-" + std::string(pid, 5) + ".log");
+    logger_write_fmt("qvtest-format", "/home/u/src/screen", 42, "value %d", 7);
+    logger_write_fmt("qvtest-format", nullptr, 0, "plain");
+    logger_write_fmt("qvtest-format", "/x", 9, "root");
+    const std::vector<std::string> lines = split_lines(slurp(path));
+    ASSERT_EQ(lines.size(), 3u);
+    const std::string stamp = "[0-2][0-9]:[0-5][0-9]:[0-5][0-9]\\.[0-9]{3}\t";
+    EXPECT_TRUE(std::regex_match(lines[0], std::regex(stamp + "screen:42\tvalue 7"))) << lines[0];
+    EXPECT_TRUE(std::regex_match(lines[1], std::regex(stamp + "\tplain"))) << lines[1];
+    EXPECT_TRUE(std::regex_match(lines[2], std::regex(stamp + "/x:9\troot"))) << lines[2];
+    // Another pointer to the same text reaches the same appender.
+    const std::string copy = "qvtest-format";
+    EXPECT_EQ(logger_get_appender(copy.c_str()), logger_get_appender("qvtest-format"));
+}
+
+TEST_F(Logger, LongNamesAreCutAt260Bytes) {
+    static const std::string name(300, 'n');
+    const std::string path = file_of(name.c_str());
+    EXPECT_EQ(path.size(), 260u);
+    EXPECT_EQ(path.substr(0, 5 + 249 + 1), "/tmp/" + std::string(249, 'n') + "-");
+}
+
+TEST_F(Logger, ProcessIdsAreFiveDigitsInTheFileName) {
+    if (geteuid() != 0) GTEST_SKIP() << "choosing process ids needs a pid namespace";
+    // In a fresh pid namespace the first process is 1; its ns_last_pid
+    // chooses the id of the next one.
+    const int status = in_child([] {
+        if (unshare(CLONE_NEWPID) != 0) return 77;
+        return in_child([] {
+            int failures = 0;
+            char *name = nullptr;
+            appender *a = logger_get_appender("qvtest-pid");
+            if (!a || strcmp(a->filename, "/tmp/qvtest-pid-00001.log") != 0) failures++;
+            if (a && a->filename) unlink(a->filename);
+            (void)name;
+            FILE *f = fopen("/proc/sys/kernel/ns_last_pid", "w");
+            if (!f) return 78;
+            fprintf(f, "123455");
+            fclose(f);
+            failures += in_child([] {
+                init_logger();
+                appender *b = logger_get_appender("qvtest-pid");
+                const int bad = !b || strcmp(b->filename, "/tmp/qvtest-pid-12345.log") != 0;
+                if (b && b->filename) unlink(b->filename);
+                return bad;
+            });
+            return failures;
+        });
+    });
+    if (status == 77 || status == 78) GTEST_SKIP() << "no pid namespace here";
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Logger, StopStartAndFinish) {
+    logger_stop("qvtest-pause"); // creates the appender and its empty file, paused
+    const std::string path = file_of("qvtest-pause");
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    logger_write_fmt("qvtest-pause", nullptr, 0, "dropped");
+    logger_start("qvtest-pause");
+    logger_write_fmt("qvtest-pause", nullptr, 0, "kept");
+    logger_finish("qvtest-pause");
+    logger_start("qvtest-pause");
+    logger_write_fmt("qvtest-pause", nullptr, 0, "after finish");
+    logger_finish("qvtest-pause"); // twice is harmless
+    const std::vector<std::string> lines = split_lines(slurp(path));
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("\t\tkept"), std::string::npos);
+    EXPECT_EQ(appender_active(logger_get_appender("qvtest-pause")), 0);
+}
+
+TEST_F(Logger, ConcurrentLinesStayWhole) {
+    const std::string a = file_of("qvtest-many-a"), b = file_of("qvtest-many-b");
+    struct Arg {
+        int n;
+    };
+    static Arg args[4] = {{0}, {1}, {2}, {3}};
+    std::vector<KThread> threads;
+    for (Arg &arg : args)
+        threads.push_back(KThreadCreate(
+            [](void *p) -> void * {
+                const int n = static_cast<Arg *>(p)->n;
+                const char *name = n % 2 ? "qvtest-many-a" : "qvtest-many-b";
+                for (int i = 0; i < 200; i++) {
+                    logger_write_fmt(name, "src/t.c", static_cast<unsigned>(i), "thread %d line %d %s",
+                                     n, i, "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx");
+                    logger_write_fmt("qvtest-many-shared", nullptr, 0, "thread %d %d", n, i);
+                }
+                return nullptr;
+            },
+            &arg, 1));
+    for (KThread t : threads) {
+        KThreadWaitForExit(t);
+        Delete_KThread(t);
+    }
+    const std::string shared = file_of("qvtest-many-shared");
+    const std::regex line("[0-9:.]{12}\tt\\.c:[0-9]+\tthread [0-3] line [0-9]+ x{50}");
+    for (const std::string &path : {a, b}) {
+        const std::vector<std::string> lines = split_lines(slurp(path));
+        EXPECT_EQ(lines.size(), 400u);
+        for (const std::string &l : lines) ASSERT_TRUE(std::regex_match(l, line)) << l;
+    }
+    EXPECT_EQ(split_lines(slurp(shared)).size(), 800u);
+}
+
+// ---------------------------------------------------------------------------
+// Configuration file. The path is fixed, so one test walks every rule and
+// puts back whatever file was there.
+
+TEST(Config, EveryRule) {
+    const char *path = "/tmp/Quorvel.conf";
+    const std::string kept = slurp(path);
+    const bool existed = access(path, F_OK) == 0;
+    struct Case {
+        const char *content;
+        int start;
+        int expected;
+    };
+    const Case cases[] = {
+        {nullptr, 0, 0}, // no file: unchanged
+        {"logging=TRUE\r\n", 0, 1},
+        {"logging = TRUE\n", 0, 0},
+        {"Logging=TRUE\n", 0, 0},
+        {"logging=true\nlogging=TRUE\n", 0, 0}, // a bad value stops the reading
+        {"logging=TRUE\nlogging=FALSE\n", 0, 0},
+        {"logging=FALSE\nlogging=TRUE  \n", 0, 1},
+        {"logging=TRUE\t\n", 0, 0},
+        {"free text\n\nother=1\nlogging=TRUE", 0, 1},
+        {"logging=maybe\n", 1, 1}, // stops; the flag keeps its value
+    };
+    for (const Case &c : cases) {
+        unlink(path);
+        if (c.content) std::ofstream(path) << c.content;
+        isLogging = c.start;
+        read_config_file();
+        EXPECT_EQ(isLogging, c.expected) << (c.content ? c.content : "(no file)");
+    }
+    config_file_load(nullptr, nullptr);
+    unlink(path);
+    if (existed) std::ofstream(path) << kept;
+    isLogging = 0;
+}
+
+} // namespace
