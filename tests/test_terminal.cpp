@@ -17,13 +17,21 @@ using Lines = std::vector<std::string>;
 
 std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
 
+// The readable 20x10 terminal, with a scratch working directory for the
+// history file that term_destroy writes.
+HostOptions inTemp() {
+    HostOptions o;
+    o.cwd = qvtest::tempDir();
+    return o;
+}
+
 // Every read of the host left the terminal in the mode it found it in.
 void expectModesRestored(const PtyHost &h) {
     for (const std::string &m : h.records("MODE")) EXPECT_NE(m.find("same"), std::string::npos) << m;
 }
 
 TEST(Instance, InitReadsTheSizeAndALineComesBackExactly) {
-    PtyHost h({"init", "size", "line:> ", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost h({"init", "size", "line:> ", "destroy"}, inTemp());
     h.keys("hi\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});
@@ -54,7 +62,7 @@ TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
     const std::string first = qvtest::tempDir(), second = qvtest::tempDir();
     PtyHost h({"init:dir=" + first, "init:dir=" + second, "line:", "destroy", "init:null",
                "line:", "destroy"},
-              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+              inTemp());
     h.keys("one\rtwo\r");
     ASSERT_EQ(h.finish(), 0); // AddressSanitizer's leak check runs at exit
     EXPECT_EQ(h.records("INIT"), (Lines{"INIT 1", "INIT 1", "INIT 1"}));
@@ -66,7 +74,7 @@ TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
 }
 
 TEST(Instance, CallbacksNeedAnInstance) {
-    PtyHost h({"setcb-before", "init", "cb:eoi", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost h({"setcb-before", "init", "cb:eoi", "destroy"}, inTemp());
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.records("CB"), (Lines{"CB 0", "CB 1"}));
 }
@@ -147,7 +155,7 @@ TEST(InputEnd, TheEndOfAPipeGivesTheTextSoFar) {
 
 TEST(Idle, AnswerOneEndsThisReadAndEveryLaterOne) {
     PtyHost h({"init", "cb:idle=1@4", "line:", "line:", "getchar:1", "destroy"},
-              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+              inTemp());
     h.keys("ab");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"ab", ""}));
@@ -157,11 +165,11 @@ TEST(Idle, AnswerOneEndsThisReadAndEveryLaterOne) {
 }
 
 TEST(Idle, AnswerTwoCancelsAndAnswerZeroKeepsWaiting) {
-    PtyHost a({"init", "cb:idle=2@2", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost a({"init", "cb:idle=2@2", "line:", "destroy"}, inTemp());
     ASSERT_EQ(a.finish(), 0);
     EXPECT_EQ(a.lines(), Lines{""});
 
-    PtyHost b({"init", "cb:idle=0", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost b({"init", "cb:idle=0", "line:", "destroy"}, inTemp());
     b.waitRead(0);
     usleep(300 * 1000); // several idle slices pass without a stop
     b.keys("late\r");
@@ -174,7 +182,7 @@ TEST(Idle, AnswerTwoCancelsAndAnswerZeroKeepsWaiting) {
 
 TEST(Keys, SequencesAndTheirFailureModes) {
     PtyHost h({"init", "line:", "line:", "line:", "line:", "destroy"},
-              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+              inTemp());
     // Unbound continuation: the whole sequence is dropped. Escape, x: both
     // dropped. Tab and bytes above 127 insert nothing. NUL inside a sequence
     // ends the read with the text so far.
@@ -185,7 +193,7 @@ TEST(Keys, SequencesAndTheirFailureModes) {
 }
 
 TEST(Keys, ALonePrefixWaitsForItsNextByte) {
-    PtyHost h({"init", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost h({"init", "line:", "destroy"}, inTemp());
     h.keysSlowly("a\x1b");
     usleep(200 * 1000);
     h.keys("[Db\r");
@@ -196,7 +204,7 @@ TEST(Keys, ALonePrefixWaitsForItsNextByte) {
 // Keys that arrive together (a paste, a scripted driver) are never stranded
 // behind an escape sequence.
 TEST(Keys, ABurstSpellsExactlyItsLine) {
-    PtyHost h({"init", "line:", "line:", "line:", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost h({"init", "line:", "line:", "line:", "destroy"}, inTemp());
     std::string ups;
     for (int i = 0; i < 10; i++) ups += "\x1b[A";
     h.keys("one\rtwo\x1b[D\x1b[Dabc\r" + ups + "!\r");
@@ -206,7 +214,7 @@ TEST(Keys, ABurstSpellsExactlyItsLine) {
 
 TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
     PtyHost h({"init", "getchar:0", "getchar:0", "getchar:1", "destroy"},
-              HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+              inTemp());
     h.keys("\x1b[A");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.records("CHAR"), (Lines{"CHAR 27", "CHAR 91", "CHAR 65"}));
@@ -215,7 +223,7 @@ TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
 }
 
 TEST(Keys, CtrlCWithTheSigintOptionRaisesSigint) {
-    PtyHost h({"init:sigint", "line:> ", "line:> ", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost h({"init:sigint", "line:> ", "line:> ", "destroy"}, inTemp());
     h.keys("abc\x03xyz\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"", "xyz"}));
@@ -224,7 +232,7 @@ TEST(Keys, CtrlCWithTheSigintOptionRaisesSigint) {
 }
 
 TEST(Keys, CtrlCWithoutTheOptionStartsAFreshLine) {
-    PtyHost h({"init", "line:> ", "destroy"}, HostOptions{"qv-readable", 10, 20, "", false, false, qvtest::tempDir(), {}});
+    PtyHost h({"init", "line:> ", "destroy"}, inTemp());
     h.keys("abc\x03xyz\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{"xyz"});
