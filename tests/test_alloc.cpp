@@ -1,0 +1,238 @@
+// Allocation failures. This executable replaces malloc and friends with
+// wrappers that can fail every allocation from the n-th on, and remember
+// which blocks allocated in a test window are still live. It is built
+// without sanitizers, whose own allocators would get in the way.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "console.h"
+#include "os-unix.h"
+#include "quorvel.h"
+
+extern "C" {
+void *__libc_malloc(size_t);
+void *__libc_calloc(size_t, size_t);
+void *__libc_realloc(void *, size_t);
+void __libc_free(void *);
+}
+
+namespace {
+
+long fail_from = -1; // allocations left before all of them fail; -1: never
+bool tracking = false;
+constexpr size_t kSlots = 1 << 16;
+void *live[kSlots]; // open addressing; blocks allocated while tracking
+size_t live_count = 0;
+
+bool fail_now() {
+    if (fail_from < 0) return false;
+    if (fail_from == 0) return true;
+    fail_from--;
+    return false;
+}
+
+size_t slot_of(void *p) { return (reinterpret_cast<uintptr_t>(p) >> 4) & (kSlots - 1); }
+
+// ncurses keeps its loaded description on purpose; only blocks that the
+// library (or libc on its behalf) allocated are tracked.
+bool from_terminfo(void *caller) {
+    Dl_info info;
+    return dladdr(caller, &info) && info.dli_fname && strstr(info.dli_fname, "libtinfo");
+}
+
+void remember(void *p, void *caller) {
+    if (!tracking || !p || from_terminfo(caller)) return;
+    for (size_t i = slot_of(p);; i = (i + 1) & (kSlots - 1))
+        if (!live[i]) {
+            live[i] = p;
+            live_count++;
+            return;
+        }
+}
+
+void forget(void *p) {
+    if (!p || live_count == 0) return;
+    for (size_t i = slot_of(p), n = 0; live[i] && n < kSlots; i = (i + 1) & (kSlots - 1), n++)
+        if (live[i] == p) {
+            // Re-insert the rest of the cluster so lookups keep working.
+            live[i] = nullptr;
+            live_count--;
+            for (size_t j = (i + 1) & (kSlots - 1); live[j]; j = (j + 1) & (kSlots - 1)) {
+                void *q = live[j];
+                live[j] = nullptr;
+                live_count--;
+                for (size_t k = slot_of(q);; k = (k + 1) & (kSlots - 1))
+                    if (!live[k]) {
+                        live[k] = q;
+                        live_count++;
+                        break;
+                    }
+            }
+            return;
+        }
+}
+
+void start_tracking() {
+    memset(live, 0, sizeof live);
+    live_count = 0;
+    tracking = true;
+}
+
+} // namespace
+
+// ncurses does not survive its own allocations failing inside setupterm, so
+// only allocations outside libtinfo, and outside setupterm, are made to fail.
+bool in_setupterm = false;
+bool fail_for(void *caller) {
+    return fail_from >= 0 && !in_setupterm && !from_terminfo(caller) && fail_now();
+}
+
+extern "C" {
+void *malloc(size_t n) {
+    if (fail_for(__builtin_return_address(0))) return nullptr;
+    void *p = __libc_malloc(n);
+    remember(p, __builtin_return_address(0));
+    return p;
+}
+void *calloc(size_t n, size_t size) {
+    if (fail_for(__builtin_return_address(0))) return nullptr;
+    void *p = __libc_calloc(n, size);
+    remember(p, __builtin_return_address(0));
+    return p;
+}
+void *realloc(void *p, size_t n) {
+    if (fail_for(__builtin_return_address(0))) return nullptr;
+    void *q = __libc_realloc(p, n);
+    if (q) {
+        forget(p);
+        remember(q, __builtin_return_address(0));
+    }
+    return q;
+}
+void free(void *p) {
+    forget(p);
+    __libc_free(p);
+}
+
+int setupterm(const char *term, int fd, int *err) {
+    using Fn = int (*)(const char *, int, int *);
+    static Fn real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "setupterm"));
+    in_setupterm = true;
+    const bool was_tracking = tracking;
+    tracking = false; // the description it loads is kept on purpose
+    const int r = real(term, fd, err);
+    tracking = was_tracking;
+    in_setupterm = false;
+    return r;
+}
+}
+
+namespace {
+
+class AllocationFailure : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        setenv("TERMINFO", QV_TERMINFO_DIR, 1);
+        setenv("TERM", "qv-readable", 1);
+        fflush(stdout);
+        saved_ = dup(1);
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        close(null);
+        dir_ = "/tmp";
+    }
+    void TearDown() override {
+        fail_from = -1;
+        tracking = false;
+        fflush(stdout);
+        dup2(saved_, 1);
+        close(saved_);
+    }
+    int saved_ = -1;
+    std::string dir_;
+};
+
+TEST_F(AllocationFailure, TermInitFailsAtEveryPointAndLeavesNothingBehind) {
+    term_options opts = {dir_.c_str(), 0};
+    // Warm-up: one-time state (the terminal description) exists before counting.
+    ASSERT_EQ(term_init(&opts), 1);
+    term_destroy();
+    int failures_seen = 0;
+    for (long n = 0; n < 10000; n++) {
+        start_tracking();
+        fail_from = n;
+        const int ok = term_init(&opts);
+        fail_from = -1;
+        if (ok) {
+            tracking = false;
+            term_destroy();
+            break;
+        }
+        tracking = false;
+        failures_seen++;
+        ASSERT_EQ(live_count, 0u) << "allocation " << n << " failed and left blocks behind";
+    }
+    EXPECT_GT(failures_seen, 5);
+}
+
+class EditorWithoutMemory : public AllocationFailure {
+  protected:
+    void SetUp() override {
+        AllocationFailure::SetUp();
+        ASSERT_EQ(console_init(&c), 1);
+        ASSERT_EQ(console_init_editor(&c), 1);
+        c.prompt = L"> ";
+        screen_buffer_reset(&c);
+        console_put_prompt(&c);
+    }
+    void TearDown() override {
+        fail_from = -1;
+        console_free(&c);
+        AllocationFailure::TearDown();
+    }
+    console c{};
+};
+
+TEST_F(EditorWithoutMemory, AbandonWithoutAFreshBufferEndsTheRead) {
+    buffer_insert_string(&c, L"abc", 3);
+    fail_from = 0;
+    action_abandon_input(&c, 7);
+    fail_from = -1;
+    EXPECT_EQ(c.status, ST_NOBUFFER);
+    EXPECT_EQ(c.editor.buffer, nullptr);
+}
+
+TEST_F(EditorWithoutMemory, EncodingAndGrowthFailQuietly) {
+    buffer_insert_string(&c, L"\u00e9t\u00e9", 3);
+    const std::wstring big(600, L'x');
+    fail_from = 0;
+    char *encoded = encode_input(&c);
+    const uint32_t inserted = buffer_insert_string(&c, big.data(), 600);
+    fail_from = -1;
+    EXPECT_EQ(encoded, nullptr);
+    EXPECT_EQ(inserted, 0u);
+    EXPECT_EQ(c.status, ST_NOMEMORY);
+    EXPECT_EQ(c.error, 1);
+    EXPECT_EQ(c.editor.buffer, nullptr);
+}
+
+TEST_F(EditorWithoutMemory, TheScreenModelSurvivesFailedRowsAndPaints) {
+    fail_from = 0;
+    for (int i = 0; i < 40; i++) action_insert_char(&c, 'w'); // wraps without new rows
+    repaint(&c, 1);
+    fail_from = -1;
+    EXPECT_EQ(c.screen.input.numlines, 1);
+    EXPECT_LE(c.screen.input.newcur.pos.x, c.screen.cols);
+    for (int i = 0; i < 5; i++) action_insert_char(&c, 'v'); // and recovers afterwards
+    EXPECT_GE(c.screen.input.numlines, 1);
+}
+
+} // namespace
