@@ -136,31 +136,31 @@ static void do_read(int kind, char mask, const char *prompt) {
     term_free(line);
 }
 
-static void set_callbacks(const char *spec) {
+static void set_callbacks(const char *setting) {
     term_callbacks cb;
     memset(&cb, 0, sizeof cb);
-    if (strcmp(spec, "complete=brackets") == 0) {
+    if (strcmp(setting, "complete=brackets") == 0) {
         complete_mode = 0;
         cb.isInputComplete = is_complete_tracking;
-    } else if (strcmp(spec, "complete=never") == 0) {
+    } else if (strcmp(setting, "complete=never") == 0) {
         complete_mode = 1;
         cb.isInputComplete = is_complete_tracking;
-    } else if (strcmp(spec, "complete=backslash") == 0) {
+    } else if (strcmp(setting, "complete=backslash") == 0) {
         complete_mode = 2;
         cb.isInputComplete = is_complete_tracking;
-    } else if (strcmp(spec, "keep=1") == 0) {
+    } else if (strcmp(setting, "keep=1") == 0) {
         keep_mode = 1;
         cb.keepNewline = keep_newline;
-    } else if (strcmp(spec, "keep=0") == 0) {
+    } else if (strcmp(setting, "keep=0") == 0) {
         keep_mode = 0;
         cb.keepNewline = keep_newline;
-    } else if (strcmp(spec, "keep=backslash") == 0) {
+    } else if (strcmp(setting, "keep=backslash") == 0) {
         cb.keepNewline = keep_newline_tracking;
-    } else if (strncmp(spec, "idle=", 5) == 0) {
-        idle_answer = atoi(spec + 5);
-        idle_after = strchr(spec, '@') ? atoi(strchr(spec, '@') + 1) : 1;
+    } else if (strncmp(setting, "idle=", 5) == 0) {
+        idle_answer = atoi(setting + 5);
+        idle_after = strchr(setting, '@') ? atoi(strchr(setting, '@') + 1) : 1;
         cb.onIdle = on_idle;
-    } else if (strcmp(spec, "eoi") == 0) {
+    } else if (strcmp(setting, "eoi") == 0) {
         cb.onEndOfInput = on_eoi;
     }
     fprintf(side, "CB %d\n", term_setCallbacks(&cb));
