@@ -4,7 +4,7 @@ BUILD   ?= build
 TESTDIR ?= build-test
 TSANDIR ?= build-tsan
 
-.PHONY: all setup run test test-tsan bench clean install
+.PHONY: all setup run test test-tsan bench check-arm clean install
 
 all: setup
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
@@ -35,6 +35,10 @@ bench:
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DQUORVEL_TESTS=OFF -DQUORVEL_BENCH=ON
 	cmake --build build-bench -j $(JOBS)
 	./build-bench/bench/quorvel-bench-paint
+
+# Compile-only check for the 32-bit ARM target.
+check-arm:
+	./scripts/check-arm.sh
 
 install: all
 	cmake --install $(BUILD)
