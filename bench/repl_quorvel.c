@@ -1,0 +1,26 @@
+/* Reads lines until end of input, as a minimal REPL would. */
+#include <quorvel.h>
+#include <stdio.h>
+#include <string.h>
+
+static int done;
+static void on_end(void) { done = 1; }
+
+int main(void) {
+    term_options opts = {"/tmp", 0};
+    term_callbacks cb = {0};
+    long n = 0;
+    if (!term_init(&opts)) return 1;
+    cb.onEndOfInput = on_end;
+    term_setCallbacks(&cb);
+    while (!done) {
+        char *line = term_getLine(0, "> ");
+        if (!line) break;
+        if (strcmp(line, "quit") == 0) done = 1;
+        if (*line) n++;
+        term_free(line);
+    }
+    term_destroy();
+    fprintf(stderr, "%ld\n", n);
+    return 0;
+}
