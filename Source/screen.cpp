@@ -359,23 +359,24 @@ void screen_put_blanks(console *c, int n) {
 // ---------------------------------------------------------------------------
 // Cursor moves within the logical line. These reach the terminal at once.
 
-void screen_cursor_move_00(console *c) {
+namespace {
+
+// To the first row of the logical line under the cursor, at column 0 or at
+// the row's first editable column.
+void move_to_line_start(console *c, bool editable) {
     input_t *in = &c->screen.input;
     if (!in->lines) return;
     while (in->lines[in->newcur.pos.y]->lflags & LINE_CONTINUED) in->newcur.pos.y--;
-    in->newcur.pos.x = 0;
+    in->newcur.pos.x = editable ? in->lines[in->newcur.pos.y]->firstcol : 0;
     cursor_update(c, in->newcur);
     flush_motion();
 }
 
-void screen_cursor_move_home(console *c) {
-    input_t *in = &c->screen.input;
-    if (!in->lines) return;
-    while (in->lines[in->newcur.pos.y]->lflags & LINE_CONTINUED) in->newcur.pos.y--;
-    in->newcur.pos.x = in->lines[in->newcur.pos.y]->firstcol;
-    cursor_update(c, in->newcur);
-    flush_motion();
-}
+} // namespace
+
+void screen_cursor_move_00(console *c) { move_to_line_start(c, false); }
+
+void screen_cursor_move_home(console *c) { move_to_line_start(c, true); }
 
 void screen_cursor_move_end(console *c) {
     input_t *in = &c->screen.input;

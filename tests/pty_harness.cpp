@@ -68,6 +68,13 @@ std::string tempDir() {
     return buf.data();
 }
 
+std::string readFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
 std::string Screen::row(int r) const {
     std::string s = rows.at(static_cast<size_t>(r));
     while (!s.empty() && s.back() == ' ') s.pop_back();
@@ -77,6 +84,8 @@ std::string Screen::row(int r) const {
 PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
     : options_(std::move(options)) {
     side_path_ = tempDir() + "/side";
+    // term_destroy writes term.history into the working directory.
+    if (options_.cwd.empty()) options_.cwd = tempDir();
     int in_fds[2] = {-1, -1}, out_fds[2] = {-1, -1};
     if (options_.stdin_pipe && pipe(in_fds) != 0) throw std::runtime_error("pipe");
     if (options_.stdout_pipe && pipe(out_fds) != 0) throw std::runtime_error("pipe");
@@ -238,12 +247,7 @@ int PtyHost::finish() {
     return WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
 }
 
-std::string PtyHost::side() const {
-    std::ifstream in(side_path_, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+std::string PtyHost::side() const { return readFile(side_path_); }
 
 std::vector<std::string> PtyHost::records(const std::string &tag) const {
     std::vector<std::string> out;

@@ -22,7 +22,7 @@ struct HostOptions {
     std::string stdin_file;          // non-empty: standard input comes from this file
     bool stdin_pipe = false;         // standard input is a pipe the test writes
     bool stdout_pipe = false;        // standard output is a pipe, not the terminal
-    std::string cwd;                 // working directory of the host
+    std::string cwd;                 // working directory; empty: a fresh scratch one
     std::vector<std::string> env;    // extra NAME=VALUE settings
 };
 
@@ -77,5 +77,7 @@ class PtyHost {
 std::string terminfoDir();
 // A fresh empty directory under the system's temporary directory.
 std::string tempDir();
+// The whole content of a file; empty when it cannot be read.
+std::string readFile(const std::string &path);
 
 } // namespace qvtest

@@ -25,20 +25,13 @@ std::string times(int n, const std::string &s) {
     return out;
 }
 
-HostOptions xterm(int cols = 20, const std::string &dir = qvtest::tempDir()) {
+HostOptions xterm(int cols = 20, const std::string &dir = "") {
     HostOptions o;
     o.term = "xterm-256color";
     o.cols = cols;
     o.rows = 10;
     o.cwd = dir;
     return o;
-}
-
-std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
 }
 
 // ---------------------------------------------------------------------------
@@ -130,7 +123,7 @@ TEST(Mask, ShowsTheMaskAndKeepsTheLineOutOfTheHistory) {
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"s3cret", ""}));
     EXPECT_EQ(h.screen().row(0), "pw: ******");
-    EXPECT_EQ(slurp(dir + "/term.history"), "");
+    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "");
 }
 
 // ---------------------------------------------------------------------------
@@ -161,7 +154,7 @@ TEST(History, DuplicatesAndFileContent) {
               xterm(20, dir));
     h.keys("a\ra\rb\ra\r\r");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(slurp(dir + "/term.history"), "a\nb\na\n");
+    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "a\nb\na\n");
 }
 
 TEST(History, NonAsciiEntriesComeBackEscaped) {
@@ -204,7 +197,7 @@ TEST(Continuation, TrailingBackslashIsRemoved) {
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{"abcdef"});
     EXPECT_EQ(h.records("KEEP"), Lines{"KEEP 0"});
-    EXPECT_EQ(slurp(dir + "/term.history"), "abcdef\n");
+    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "abcdef\n");
     const qvtest::Screen s = h.screen();
     EXPECT_EQ(s.row(0), "> abc\\");
     EXPECT_EQ(s.row(1), "  def");
@@ -234,7 +227,7 @@ TEST(Continuation, ReturnWithoutTheCallbackCompletesAndEmptyLinesAreNotKept) {
     h.keys("\rz\n"); // line feed ends a line too
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"", "z"}));
-    EXPECT_EQ(slurp(dir + "/term.history"), "z\n");
+    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "z\n");
 }
 
 // ---------------------------------------------------------------------------

@@ -42,12 +42,7 @@ class History : public ::testing::Test {
     void write_file(const std::string &bytes) {
         std::ofstream(path, std::ios::binary) << bytes;
     }
-    std::string read_file() const {
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
+    std::string read_file() const { return qvtest::readFile(path); }
     std::wstring got(history_line *l) { return l ? std::wstring(l->text, l->length) : L"<none>"; }
 
     console c{};

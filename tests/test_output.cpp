@@ -17,17 +17,11 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-HostOptions readable() {
-    HostOptions o;
-    o.cwd = qvtest::tempDir();
-    return o;
-}
-
 std::string run(const std::vector<std::string> &commands) {
     std::vector<std::string> all{"init"};
     all.insert(all.end(), commands.begin(), commands.end());
     all.push_back("destroy");
-    PtyHost h(all, readable());
+    PtyHost h(all);
     EXPECT_EQ(h.finish(), 0);
     return h.output();
 }
@@ -53,7 +47,6 @@ TEST(Output, TextWrittenBetweenReadsKeepsTheNextPromptIntact) {
     HostOptions o;
     o.term = "xterm-256color";
     o.cols = 30;
-    o.cwd = qvtest::tempDir();
     PtyHost h({"init", "line:> ", "putln:result", "line:> ", "destroy"}, o);
     h.keys("one\rtwo\r");
     ASSERT_EQ(h.finish(), 0);
@@ -65,19 +58,12 @@ TEST(Output, TextWrittenBetweenReadsKeepsTheNextPromptIntact) {
 
 // ---------------------------------------------------------------------------
 
-std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {
     const std::string dir = qvtest::tempDir();
     std::string file;
     for (int i = 0; i < 1500; i++) file += "line " + std::to_string(i) + "\r\n";
     std::ofstream(dir + "/term.history", std::ios::binary) << file << std::string("nul\0rest", 8);
-    HostOptions o = readable();
+    HostOptions o;
     o.term = "xterm-256color";
     PtyHost h({"init:dir=" + dir, "load", "line:", "line:", "line:", "destroy"}, o);
     // Page Up: the oldest kept entry. The NUL hid "rest", so the last entry
@@ -89,7 +75,7 @@ TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {
     EXPECT_EQ(h.lines()[1], "nul");
     EXPECT_EQ(h.lines()[2], "new");
     // Restart: the saved file has the newest 1000 entries and the new line.
-    const std::string saved = slurp(dir + "/term.history");
+    const std::string saved = qvtest::readFile(dir + "/term.history");
     EXPECT_EQ(saved.substr(saved.size() - 4), "new\n");
     PtyHost again({"init:dir=" + dir, "load", "line:", "destroy"}, o);
     again.keys("\x1b[A\r");
@@ -100,7 +86,7 @@ TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {
 TEST(HistoryFile, ADirectoryInPlaceOfTheFileIsLeftAlone) {
     const std::string dir = qvtest::tempDir();
     ASSERT_EQ(mkdir((dir + "/term.history").c_str(), 0700), 0);
-    PtyHost h({"init:dir=" + dir, "load", "line:", "destroy"}, readable());
+    PtyHost h({"init:dir=" + dir, "load", "line:", "destroy"});
     h.keys("x\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{"x"});

@@ -17,6 +17,7 @@
 
 #include "config.h"
 #include "logger.h"
+#include "pty_harness.h"
 #include "threads-unix.h"
 
 namespace {
@@ -170,13 +171,6 @@ TEST(Priority, ClassesReadBackAfterSetting) {
 // ---------------------------------------------------------------------------
 // Logger
 
-std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 std::vector<std::string> split_lines(const std::string &s) {
     std::vector<std::string> out;
     std::istringstream in(s);
@@ -206,7 +200,7 @@ TEST_F(Logger, FileNameAndLineFormat) {
     logger_write_fmt("qvtest-format", "/home/u/src/screen", 42, "value %d", 7);
     logger_write_fmt("qvtest-format", nullptr, 0, "plain");
     logger_write_fmt("qvtest-format", "/x", 9, "root");
-    const std::vector<std::string> lines = split_lines(slurp(path));
+    const std::vector<std::string> lines = split_lines(qvtest::readFile(path));
     ASSERT_EQ(lines.size(), 3u);
     const std::string stamp = "[0-2][0-9]:[0-5][0-9]:[0-5][0-9]\\.[0-9]{3}\t";
     EXPECT_TRUE(std::regex_match(lines[0], std::regex(stamp + "screen:42\tvalue 7"))) << lines[0];
@@ -266,7 +260,7 @@ TEST_F(Logger, StopStartAndFinish) {
     logger_start("qvtest-pause");
     logger_write_fmt("qvtest-pause", nullptr, 0, "after finish");
     logger_finish("qvtest-pause"); // twice is harmless
-    const std::vector<std::string> lines = split_lines(slurp(path));
+    const std::vector<std::string> lines = split_lines(qvtest::readFile(path));
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NE(lines[0].find("\t\tkept"), std::string::npos);
     EXPECT_EQ(appender_active(logger_get_appender("qvtest-pause")), 0);
@@ -299,11 +293,11 @@ TEST_F(Logger, ConcurrentLinesStayWhole) {
     const std::string shared = file_of("qvtest-many-shared");
     const std::regex line("[0-9:.]{12}\tt\\.c:[0-9]+\tthread [0-3] line [0-9]+ x{50}");
     for (const std::string &path : {a, b}) {
-        const std::vector<std::string> lines = split_lines(slurp(path));
+        const std::vector<std::string> lines = split_lines(qvtest::readFile(path));
         EXPECT_EQ(lines.size(), 400u);
         for (const std::string &l : lines) ASSERT_TRUE(std::regex_match(l, line)) << l;
     }
-    EXPECT_EQ(split_lines(slurp(shared)).size(), 800u);
+    EXPECT_EQ(split_lines(qvtest::readFile(shared)).size(), 800u);
 }
 
 // ---------------------------------------------------------------------------
@@ -312,7 +306,7 @@ TEST_F(Logger, ConcurrentLinesStayWhole) {
 
 TEST(Config, EveryRule) {
     const char *path = "/tmp/Quorvel.conf";
-    const std::string kept = slurp(path);
+    const std::string kept = qvtest::readFile(path);
     const bool existed = access(path, F_OK) == 0;
     struct Case {
         const char *content;

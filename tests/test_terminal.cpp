@@ -17,21 +17,13 @@ using Lines = std::vector<std::string>;
 
 std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
 
-// The readable 20x10 terminal, with a scratch working directory for the
-// history file that term_destroy writes.
-HostOptions inTemp() {
-    HostOptions o;
-    o.cwd = qvtest::tempDir();
-    return o;
-}
-
 // Every read of the host left the terminal in the mode it found it in.
 void expectModesRestored(const PtyHost &h) {
     for (const std::string &m : h.records("MODE")) EXPECT_NE(m.find("same"), std::string::npos) << m;
 }
 
 TEST(Instance, InitReadsTheSizeAndALineComesBackExactly) {
-    PtyHost h({"init", "size", "line:> ", "destroy"}, inTemp());
+    PtyHost h({"init", "size", "line:> ", "destroy"});
     h.keys("hi\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});
@@ -48,7 +40,6 @@ TEST(Instance, TheScreenShowsPromptAndTextWithTheCursorBelow) {
     HostOptions o;
     o.term = "xterm-256color";
     o.cols = 30;
-    o.cwd = qvtest::tempDir();
     PtyHost h({"init", "line:prompt> ", "destroy"}, o);
     h.keys("hello\r");
     ASSERT_EQ(h.finish(), 0);
@@ -62,7 +53,7 @@ TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
     const std::string first = qvtest::tempDir(), second = qvtest::tempDir();
     PtyHost h({"init:dir=" + first, "init:dir=" + second, "line:", "destroy", "init:null",
                "line:", "destroy"},
-              inTemp());
+              HostOptions{});
     h.keys("one\rtwo\r");
     ASSERT_EQ(h.finish(), 0); // AddressSanitizer's leak check runs at exit
     EXPECT_EQ(h.records("INIT"), (Lines{"INIT 1", "INIT 1", "INIT 1"}));
@@ -74,7 +65,7 @@ TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
 }
 
 TEST(Instance, CallbacksNeedAnInstance) {
-    PtyHost h({"setcb-before", "init", "cb:eoi", "destroy"}, inTemp());
+    PtyHost h({"setcb-before", "init", "cb:eoi", "destroy"});
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.records("CB"), (Lines{"CB 0", "CB 1"}));
 }
@@ -82,7 +73,6 @@ TEST(Instance, CallbacksNeedAnInstance) {
 TEST(Instance, WithoutTermTheTerminalIsOneByOneAndStillReads) {
     HostOptions o;
     o.term = "";
-    o.cwd = qvtest::tempDir();
     PtyHost h({"init", "size", "line:> ", "destroy"}, o);
     h.keys("ab\x1b[Dc\r");
     ASSERT_EQ(h.finish(), 0);
@@ -99,7 +89,6 @@ TEST(Instance, ATerminalReportingZeroColumnsGetsAUsableSize) {
     o.term = "qv-zero";
     o.rows = 0;
     o.cols = 0;
-    o.cwd = qvtest::tempDir();
     PtyHost h({"init", "size", "line:", "destroy"}, o);
     h.keys("ok\r");
     ASSERT_EQ(h.finish(), 0);
@@ -112,7 +101,6 @@ TEST(Instance, ATerminalReportingZeroColumnsGetsAUsableSize) {
 TEST(Instance, StandardOutputNotATerminal) {
     HostOptions o;
     o.stdout_pipe = true;
-    o.cwd = qvtest::tempDir();
     PtyHost h({"init", "size", "line:> ", "destroy"}, o);
     h.waitRead(0);
     h.keys("hi\r");
@@ -141,7 +129,6 @@ TEST(InputEnd, AFileOnStandardInputIsReadToItsEnd) {
 TEST(InputEnd, TheEndOfAPipeGivesTheTextSoFar) {
     HostOptions o;
     o.stdin_pipe = true;
-    o.cwd = qvtest::tempDir();
     PtyHost h({"init", "line:", "line:", "destroy"}, o);
     h.waitRead(0);
     h.keys("xy");
@@ -155,7 +142,7 @@ TEST(InputEnd, TheEndOfAPipeGivesTheTextSoFar) {
 
 TEST(Idle, AnswerOneEndsThisReadAndEveryLaterOne) {
     PtyHost h({"init", "cb:idle=1@4", "line:", "line:", "getchar:1", "destroy"},
-              inTemp());
+              HostOptions{});
     h.keys("ab");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"ab", ""}));
@@ -165,11 +152,11 @@ TEST(Idle, AnswerOneEndsThisReadAndEveryLaterOne) {
 }
 
 TEST(Idle, AnswerTwoCancelsAndAnswerZeroKeepsWaiting) {
-    PtyHost a({"init", "cb:idle=2@2", "line:", "destroy"}, inTemp());
+    PtyHost a({"init", "cb:idle=2@2", "line:", "destroy"});
     ASSERT_EQ(a.finish(), 0);
     EXPECT_EQ(a.lines(), Lines{""});
 
-    PtyHost b({"init", "cb:idle=0", "line:", "destroy"}, inTemp());
+    PtyHost b({"init", "cb:idle=0", "line:", "destroy"});
     b.waitRead(0);
     usleep(300 * 1000); // several idle slices pass without a stop
     b.keys("late\r");
@@ -182,7 +169,7 @@ TEST(Idle, AnswerTwoCancelsAndAnswerZeroKeepsWaiting) {
 
 TEST(Keys, SequencesAndTheirFailureModes) {
     PtyHost h({"init", "line:", "line:", "line:", "line:", "destroy"},
-              inTemp());
+              HostOptions{});
     // Unbound continuation: the whole sequence is dropped. Escape, x: both
     // dropped. Tab and bytes above 127 insert nothing. NUL inside a sequence
     // ends the read with the text so far.
@@ -193,7 +180,7 @@ TEST(Keys, SequencesAndTheirFailureModes) {
 }
 
 TEST(Keys, ALonePrefixWaitsForItsNextByte) {
-    PtyHost h({"init", "line:", "destroy"}, inTemp());
+    PtyHost h({"init", "line:", "destroy"});
     h.keysSlowly("a\x1b");
     usleep(200 * 1000);
     h.keys("[Db\r");
@@ -204,7 +191,7 @@ TEST(Keys, ALonePrefixWaitsForItsNextByte) {
 // Keys that arrive together (a paste, a scripted driver) are never stranded
 // behind an escape sequence.
 TEST(Keys, ABurstSpellsExactlyItsLine) {
-    PtyHost h({"init", "line:", "line:", "line:", "destroy"}, inTemp());
+    PtyHost h({"init", "line:", "line:", "line:", "destroy"});
     std::string ups;
     for (int i = 0; i < 10; i++) ups += "\x1b[A";
     h.keys("one\rtwo\x1b[D\x1b[Dabc\r" + ups + "!\r");
@@ -214,7 +201,7 @@ TEST(Keys, ABurstSpellsExactlyItsLine) {
 
 TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
     PtyHost h({"init", "getchar:0", "getchar:0", "getchar:1", "destroy"},
-              inTemp());
+              HostOptions{});
     h.keys("\x1b[A");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.records("CHAR"), (Lines{"CHAR 27", "CHAR 91", "CHAR 65"}));
@@ -223,7 +210,7 @@ TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
 }
 
 TEST(Keys, CtrlCWithTheSigintOptionRaisesSigint) {
-    PtyHost h({"init:sigint", "line:> ", "line:> ", "destroy"}, inTemp());
+    PtyHost h({"init:sigint", "line:> ", "line:> ", "destroy"});
     h.keys("abc\x03xyz\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"", "xyz"}));
@@ -232,7 +219,7 @@ TEST(Keys, CtrlCWithTheSigintOptionRaisesSigint) {
 }
 
 TEST(Keys, CtrlCWithoutTheOptionStartsAFreshLine) {
-    PtyHost h({"init", "line:> ", "destroy"}, inTemp());
+    PtyHost h({"init", "line:> ", "destroy"});
     h.keys("abc\x03xyz\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{"xyz"});
