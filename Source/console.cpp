@@ -7,19 +7,27 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "os-unix.h"
+#include "bindings.h"
+#include "output.h"
 #include "qv_assert.h"
+#include "text.h"
+#include "ttymode.h"
 
 namespace {
 
 constexpr int kEditorCapacity = 512;
 constexpr int kKeymapCount = 3;
 
-int prompt_width(console *c) {
-    int n = c->prompt ? string_length(c->prompt, 1024) : 0;
-    // A prompt wider than the terminal is cut one column short of the width.
-    if (n > c->screen.cols) n = c->screen.cols - 1;
-    return n;
+int prompt_width(console *c) { return qv::prompt_cells(c->prompt, c->screen.cols); }
+
+void refresh(console *c) { qv::screen_refresh(c, 0); }
+
+// Puts the cursor behind the whole input and the terminal on the row below
+// it, so that every row of the input stays readable above what comes next.
+void leave_input(console *c) {
+    buffer_cursor_move_end(c);
+    refresh(c);
+    console_newline(c);
 }
 
 void check_cursor(console *c) {
@@ -52,6 +60,9 @@ int console_init(console *c) {
     c->screen.insert = 1;
     c->paint_first = INT_MAX;
     c->paint_last = -1;
+    c->state = static_cast<console_state *>(calloc(1, sizeof(console_state)));
+    if (!c->state) goto fail;
+    c->state->dirty_from = INT_MAX;
     screen_buffer_initialize(c);
     if (!c->screen.input.lines) goto fail;
 
@@ -84,6 +95,12 @@ void console_free(console *c) {
     free(c->prebuffer.buffer);
     prebuffer_init(c);
     console_free_editor(c);
+    if (c->state) {
+        free(c->state->breaks);
+        free(c->state->rows);
+        free(c->state);
+        c->state = nullptr;
+    }
     c->initialized = 0;
 }
 
@@ -93,6 +110,10 @@ int console_init_editor(console *c) {
     if (!block) return 0;
     c->editor.buffer = c->editor.cursor = c->editor.lastchar = c->editor.editable = block;
     c->editor.limit = block + kEditorCapacity;
+    if (c->state) {
+        c->state->nbreaks = 0;
+        c->state->dirty_from = 0;
+    }
     return 1;
 }
 
@@ -118,33 +139,28 @@ void console_schedule_update(console *) {}
 int string_length(const wchar_t *s, int) { return static_cast<int>(wcslen(s)); }
 
 // ---------------------------------------------------------------------------
-// Editing actions
+// Editing actions. Each changes the edit buffer only and asks for a refresh;
+// the screen is computed from the buffer, so it cannot drift from the text.
 
 void action_insert_char(console *c, int key) {
     if (buffer_insert_char(c, static_cast<wchar_t>(key)) == 0) return;
-    screen_put_char(c, c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar))
-                                 : static_cast<wchar_t>(key));
     history_set_dirty(c);
-    repaint(c, 1);
+    refresh(c);
 }
 
 void action_key_insert(console *c, int) { c->flags ^= FLAG_INSERT_KEY; }
 
 void action_key_backspace(console *c, int) {
     buffer_delete_before(c, 1);
-    termchar_delete_before(c);
     history_set_dirty(c);
-    repaint(c, 1);
+    qv::screen_refresh(c, qv::kCursorFirst);
 }
 
 void action_key_delete(console *c, int) {
     check_cursor(c);
-    if (c->editor.cursor != c->editor.lastchar) {
-        buffer_delete_after(c, 1);
-        termchar_delete_at(c);
-    }
+    if (c->editor.cursor != c->editor.lastchar) buffer_delete_after(c, 1);
     history_set_dirty(c);
-    repaint(c, 1);
+    qv::screen_refresh(c, qv::kCursorFirst);
 }
 
 void action_delete_or_quit(console *c, int key) {
@@ -162,56 +178,53 @@ void action_end_of_input(console *c, int) {
 
 void action_kill_to_end_of_line(console *c, int) {
     check_cursor(c);
-    c->editor.lastchar = c->editor.cursor;
-    input_clear_from_cursor(c);
-    repaint(c, 1);
+    qv::buffer_kill_to_end(c);
+    qv::screen_redraw_below(c);
+    refresh(c);
 }
 
-void action_key_tab(console *c, int) { repaint(c, 1); }
+void action_key_tab(console *c, int) { refresh(c); }
 
 void action_key_left(console *c, int) {
     buffer_cursor_move_left(c, 1);
-    cursor_move_left(c);
-    repaint(c, 1);
+    refresh(c);
 }
 
 void action_key_right(console *c, int) {
     buffer_cursor_move_right(c, 1);
-    cursor_move_right(c);
-    repaint(c, 1);
+    refresh(c);
 }
 
+// To the start of the line as the user sees it: after a kept line break, not
+// onto it.
 void action_key_home(console *c, int) {
-    buffer_cursor_move_home(c);
-    screen_cursor_move_home(c);
+    if (!c->editor.buffer) return;
+    c->editor.cursor = c->editor.buffer + qv::buffer_line_start(c);
+    refresh(c);
 }
 
 void action_key_end(console *c, int) {
     buffer_cursor_move_end(c);
-    screen_cursor_move_end(c);
+    refresh(c);
 }
 
 void action_key_up(console *c, int) {
     history_lookup(c, -1);
-    repaint(c, 1);
+    refresh(c);
 }
 
 void action_key_down(console *c, int) {
     history_lookup(c, 1);
-    repaint(c, 1);
+    refresh(c);
 }
 
-// The terminal goes to the line after the whole input first, so that every
-// row of the abandoned text stays readable above the fresh prompt.
 void action_abandon_input(console *c, int) {
-    screen_cursor_move_end(c);
-    console_newline(c);
-    screen_buffer_reset(c);
+    leave_input(c);
     if (!console_init_editor(c)) {
         c->status = ST_NOBUFFER;
         return;
     }
-    console_put_prompt(c);
+    qv::screen_start_input(c);
 }
 
 void action_abandon_input_ctrl_c(console *c, int key) {
@@ -225,6 +238,7 @@ void action_suspend_process(console *, int) {}
 // Return: complete the input, or continue it on a further line
 
 void action_key_return(console *c, int) {
+    if (!c->editor.buffer) return;
     const bool ask = !c->raw && c->callbacks.isInputComplete != nullptr;
     int complete = 0;
     if (ask)
@@ -232,31 +246,30 @@ void action_key_return(console *c, int) {
             c->editor.buffer, static_cast<int>(c->editor.lastchar - c->editor.buffer));
 
     if (ask && !complete) {
-        QV_ASSERT(c->callbacks.isInputComplete != NULL);
-        // The rows typed so far stay on the terminal as they are.
-        screen_cursor_move_end(c);
-        console_newline(c);
-        screen_buffer_reset(c);
-        console_put_secondary_prompt(c);
+        // The rows typed so far stay on the terminal; the new line starts on
+        // the row below them, under a blank prompt as wide as the prompt.
+        leave_input(c);
+        qv::screen_after_newline(c);
         buffer_reset_editable_offset(c);
-        buffer_cursor_move_end(c);
-        if (!c->callbacks.keepNewline) return;
-        if (c->callbacks.keepNewline()) {
+        if (c->callbacks.keepNewline && c->callbacks.keepNewline()) {
             buffer_insert_char(c, 10);
-        } else {
-            buffer_cursor_move_end(c);
-            QV_ASSERT(buffer_peek_before_cursor(c) == '\\');
+        } else if (c->callbacks.keepNewline && buffer_peek_before_cursor(c) == '\\') {
             buffer_delete_before(c, 1);
             buffer_reset_editable_offset(c);
+            qv::buffer_add_break(c, qv::kBackslashJoin);
+        } else {
+            // No line break is kept, and no backslash to drop: the next
+            // line's text follows the earlier text directly.
+            qv::buffer_add_break(c, qv::kJoin);
         }
+        if (c->editor.buffer) refresh(c);
         return;
     }
 
     const auto n = static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer);
     *c->editor.lastchar = 0;
     if (n > 0) history_add(c, c->editor.buffer, n);
-    screen_cursor_move_end(c);
-    console_newline(c);
+    leave_input(c);
     c->status = ST_DONE;
     c->error = 0;
     clearerr(stdin);
@@ -266,34 +279,27 @@ void action_key_return(console *c, int) {
 // History navigation
 
 void history_lookup(console *c, int direction) {
-    if (c->history->count < 1) return;
+    if (c->history->count < 1 || !c->editor.buffer) return;
     history_save_current_buffer(c, c->editor.buffer,
                                 static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer));
     history_line *e = history_get(c, direction);
-    if (!e) return;
-    buffer_replace(c, e->text, e->length);
-    if (!c->editor.buffer) return;
-    screen_buffer_clear(c);
-    input_replace(c, e->text, e->length);
+    if (e) buffer_replace(c, e->text, e->length);
 }
 
 namespace {
 
 // Page Up and Page Down: the entry at the position just set, or an emptied
-// editable part when there is none.
+// current line when there is none.
 void history_jump(console *c) {
+    if (!c->editor.buffer) return;
     history_line *e = history_get(c, 0);
     if (e) {
         buffer_replace(c, e->text, e->length);
-        if (!c->editor.buffer) return;
-        // Blank the rows of a taller input first; the new text redraws the rest.
-        if (c->screen.input.numlines > 1) screen_buffer_clear(c);
-        input_replace(c, e->text, e->length);
     } else {
-        buffer_cursor_move_home(c);
-        screen_buffer_clear(c);
+        c->editor.cursor = c->editor.buffer + qv::buffer_line_start(c);
+        qv::buffer_kill_to_end(c);
     }
-    repaint(c, 1);
+    refresh(c);
 }
 
 } // namespace

@@ -54,6 +54,9 @@ typedef struct console {
        paint never has to look at rows that cannot differ. */
     int paint_first;
     int paint_last;
+    /* Library-private: the line structure of the text and the layout of the
+       input area computed from it. */
+    struct console_state *state;
 } console;
 
 QV_API int console_init(console *c);
@@ -95,6 +98,34 @@ QV_API void action_history_latest(console *c, int key);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+#include "layout.h"
+
+struct console_state {
+    /* Continuation lines that start without a line feed in the text, in
+       ascending order. Kept by the edit buffer as its text moves. */
+    qv::TextBreak *breaks;
+    int nbreaks;
+    int capbreaks;
+    /* The lowest text offset changed since the last layout; INT_MAX: none. */
+    int dirty_from;
+    /* Where each row of the last layout starts. */
+    qv::RowStart *rows;
+    int nrows;
+    int caprows;
+};
+
+namespace qv {
+/* The start of the line the cursor is on, as the user sees it: after the last
+   line feed or continuation before the cursor. */
+int buffer_line_start(console *c);
+/* Starts a continuation line at the end of the text without a line feed. */
+int buffer_add_break(console *c, int kind);
+/* Drops the text from the cursor to the end, continuation lines included. */
+void buffer_kill_to_end(console *c);
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -4,6 +4,7 @@
 #include "editor.h"
 
 #include <cctype>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -18,11 +19,37 @@ void zero_fill(wchar_t *from, wchar_t *to) {
     if (to > from) memset(from, 0, sizeof(wchar_t) * static_cast<size_t>(to - from));
 }
 
+int offset_of(const console *c, const wchar_t *p) { return static_cast<int>(p - c->editor.buffer); }
+
+void mark_changed(console *c, int from) {
+    if (c->state && from < c->state->dirty_from) c->state->dirty_from = from;
+}
+
+void forget_breaks(console *c) {
+    if (!c->state) return;
+    c->state->nbreaks = 0;
+    c->state->dirty_from = 0;
+}
+
+// The text moved by delta characters at offset at: continuation lines that
+// start after it move with their text. A deletion never pulls one before at.
+void move_breaks(console *c, int at, int delta) {
+    mark_changed(c, at);
+    if (!c->state) return;
+    for (int i = 0; i < c->state->nbreaks; i++) {
+        int &o = c->state->breaks[i].offset;
+        if (o <= at) continue;
+        o += delta;
+        if (o < at) o = at;
+    }
+}
+
 // Gives up the storage after a failed growth, as the caller then has nothing
 // consistent to work with; the status ends the read.
 void editor_lost(console *c) {
     free(c->editor.buffer);
     c->editor = editor_t{};
+    forget_breaks(c);
     c->status = ST_NOMEMORY;
     c->error = 1;
 }
@@ -67,6 +94,7 @@ uint32_t shift_buffer(console *c, int32_t delta) {
     editor_t &e = c->editor;
     if (delta > 0) {
         if (buffer_resize(c, static_cast<uint32_t>(delta)) == 0) return 0;
+        move_breaks(c, offset_of(c, e.cursor), delta);
         const size_t tail = static_cast<size_t>(e.lastchar - e.cursor);
         if (tail > 0) {
             memmove(e.cursor + delta, e.cursor, tail * sizeof(wchar_t));
@@ -76,6 +104,7 @@ uint32_t shift_buffer(console *c, int32_t delta) {
         return static_cast<uint32_t>(delta);
     }
     const size_t d = static_cast<size_t>(-static_cast<int64_t>(delta));
+    move_breaks(c, offset_of(c, e.cursor), delta);
     const size_t behind = static_cast<size_t>(e.lastchar - e.cursor) - d;
     memmove(e.cursor, e.cursor + d, behind * sizeof(wchar_t));
     zero_fill(e.lastchar - d, e.lastchar);
@@ -121,6 +150,7 @@ void buffer_clear(console *c) {
     editor_t &e = c->editor;
     zero_fill(e.buffer, e.limit);
     e.cursor = e.lastchar = e.buffer;
+    forget_breaks(c);
 }
 
 void buffer_replace(console *c, const wchar_t *chars, uint32_t n) {
@@ -164,6 +194,50 @@ void buffer_reset_editable_offset(console *c) { c->editor.editable = c->editor.l
 wchar_t buffer_peek_before_cursor(console *c) {
     if (c->editor.cursor <= c->editor.buffer) return 0;
     return c->editor.cursor[-1];
+}
+
+int qv::buffer_line_start(console *c) {
+    const editor_t &e = c->editor;
+    if (!e.buffer) return 0;
+    const int cursor = offset_of(c, e.cursor);
+    int start = 0;
+    for (int o = cursor; o > 0; o--)
+        if (e.buffer[o - 1] == L'\n') {
+            start = o;
+            break;
+        }
+    if (c->state)
+        for (int i = 0; i < c->state->nbreaks; i++) {
+            const int o = c->state->breaks[i].offset;
+            if (o <= cursor && o > start) start = o;
+        }
+    return start;
+}
+
+int qv::buffer_add_break(console *c, int kind) {
+    console_state *st = c->state;
+    if (!st || !c->editor.buffer) return 0;
+    if (st->nbreaks == st->capbreaks) {
+        const int cap = st->capbreaks ? st->capbreaks * 2 : 8;
+        auto *grown = static_cast<TextBreak *>(realloc(st->breaks, sizeof(TextBreak) * cap));
+        if (!grown) return 0;
+        st->breaks = grown;
+        st->capbreaks = cap;
+    }
+    const int at = offset_of(c, c->editor.lastchar);
+    st->breaks[st->nbreaks++] = TextBreak{at, kind};
+    mark_changed(c, at);
+    return 1;
+}
+
+void qv::buffer_kill_to_end(console *c) {
+    editor_t &e = c->editor;
+    if (!e.buffer) return;
+    const int cursor = offset_of(c, e.cursor);
+    if (c->state)
+        while (c->state->nbreaks > 0 && c->state->breaks[c->state->nbreaks - 1].offset > cursor)
+            c->state->nbreaks--;
+    buffer_delete_after(c, static_cast<uint32_t>(e.lastchar - e.cursor));
 }
 
 // Bytes above 127 never count, whatever the signedness of char on the target.

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "console.h"
-#include "os-unix.h"
+#include "text.h"
 #include "qv_assert.h"
 
 namespace {

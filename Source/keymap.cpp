@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <type_traits>
 
-#include "os-unix.h"
+#include "output.h"
 #include "qv_assert.h"
 
 namespace {

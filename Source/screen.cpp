@@ -14,8 +14,10 @@
 #include <memory>
 
 #include "console.h"
-#include "os-unix.h"
+#include "layout.h"
+#include "output.h"
 #include "qv_assert.h"
+#include "text.h"
 
 namespace {
 
@@ -198,7 +200,8 @@ void input_clear_from_cursor(console *c) {
 
 void screen_buffer_clear(console *c) {
     screen_cursor_move_home(c);
-    c->editor.lastchar = c->editor.cursor;
+    if (c->editor.buffer)
+        buffer_delete_after(c, static_cast<uint32_t>(c->editor.lastchar - c->editor.cursor));
     input_clear_from_cursor(c);
     repaint(c, 1);
 }
@@ -206,7 +209,8 @@ void screen_buffer_clear(console *c) {
 void input_replace(console *c, const wchar_t *text, uint32_t n) {
     screen_cursor_move_00(c);
     screen_buffer_reset(c);
-    console_put_prompt(c);
+    screen_put_prompt(c, c->prompt, qv::prompt_cells(c->prompt, c->screen.cols));
+    repaint(c, 1);
     for (uint32_t i = 0; i < n; i++) {
         const wchar_t ch = text[i];
         screen_put_char(c, (ch == 13 || ch == 10) ? c->screen.blank.ch : ch);
@@ -216,12 +220,8 @@ void input_replace(console *c, const wchar_t *text, uint32_t n) {
 // ---------------------------------------------------------------------------
 // Cursors
 
-void cursor_reset(console *c) {
-    int row = 0, col = 0;
-    console_get_cursor(c, &row, &col);
-    c->screen.input.cur.pos.y = row;
-    c->screen.input.cur.pos.x = col;
-}
+// The model is the only record of where the terminal's cursor is.
+void cursor_reset(console *c) { c->screen.input.newcur = c->screen.input.cur; }
 
 void cursor_save(console *c, cursor_pos *p) { *p = c->screen.input.cur; }
 
@@ -477,9 +477,138 @@ void do_paint(console *c) {
 
 } // namespace
 
+// A deferred repaint leaves the change for the next immediate one.
 void repaint(console *c, int immediate) {
-    if (immediate)
+    if (immediate) do_paint(c);
+}
+
+// ---------------------------------------------------------------------------
+// The editor's view: the model computed from the edit buffer
+
+namespace {
+
+qv::LayoutText text_of(const console *c) {
+    qv::LayoutText t{};
+    t.prompt = c->prompt;
+    t.cols = c->screen.cols;
+    t.prompt_cells = qv::prompt_cells(c->prompt, t.cols);
+    t.indent = t.prompt_cells;
+    t.text = c->editor.buffer;
+    t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
+    t.breaks = c->state->breaks;
+    t.nbreaks = c->state->nbreaks;
+    t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
+    return t;
+}
+
+// The last row of the layout that starts at or before text offset o.
+int row_of(const console_state *st, int o) {
+    int lo = 0, hi = st->nrows - 1;
+    while (lo < hi) {
+        const int mid = (lo + hi + 1) / 2;
+        if (st->rows[mid].offset <= o)
+            lo = mid;
+        else
+            hi = mid - 1;
+    }
+    return lo;
+}
+
+bool keep_row_start(console_state *st, int y, const qv::RowStart &s) {
+    if (y >= st->caprows) {
+        const int cap = st->caprows ? st->caprows * 2 : 16;
+        auto *grown = static_cast<qv::RowStart *>(realloc(st->rows, sizeof(qv::RowStart) * cap));
+        if (!grown) return false;
+        st->rows = grown;
+        st->caprows = cap;
+    }
+    st->rows[y] = s;
+    return true;
+}
+
+// Lays the text out again from the first row an edit can have changed: the
+// rows above it depend only on text before the edit. Typing at the end of a
+// long input thus lays out one row, not all of them.
+void layout_input(console *c) {
+    console_state *st = c->state;
+    input_t *in = &c->screen.input;
+    if (!in->lines || (st->dirty_from == INT_MAX && st->nrows > 0)) return;
+    const qv::LayoutText t = text_of(c);
+    const int old_rows = st->nrows;
+    int y = old_rows > 0 ? row_of(st, st->dirty_from) : 0;
+    qv::RowStart s = y > 0 ? st->rows[y] : qv::RowStart{0, 0, qv::kFirstRow, 0};
+    for (;;) {
+        if (y >= in->numlines) screen_buffer_add_line(c, 1);
+        if (y >= in->numlines || !keep_row_start(st, y, s)) break; // memory ran out
+        termline *line = in->lines[y];
+        int last = 0;
+        qv::RowStart next{};
+        const int more = qv::layout_row(t, s, line->chars, &last, &next);
+        line->last = last;
+        line->firstcol = s.kind == qv::kWrapRow ? 0 : (s.kind == qv::kFirstRow ? t.prompt_cells : t.indent);
+        line->lflags = (s.kind == qv::kWrapRow ? LINE_CONTINUED : 0u) |
+                       (more && next.kind == qv::kWrapRow ? LINE_WRAPS : 0u);
+        touch(c, y);
+        y++;
+        if (!more) break;
+        s = next;
+    }
+    st->nrows = y;
+    for (int i = y; i < old_rows && i < in->numlines; i++) {
+        termline_erase(in->lines[i], &c->screen.blank);
+        touch(c, i);
+    }
+    st->dirty_from = INT_MAX;
+}
+
+void place_cursor(console *c) {
+    const console_state *st = c->state;
+    if (st->nrows < 1 || !c->editor.buffer) return;
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    const int y = row_of(st, cursor);
+    c->screen.input.newcur.pos.y = y;
+    c->screen.input.newcur.pos.x = qv::layout_cursor_column(text_of(c), st->rows[y], cursor);
+}
+
+} // namespace
+
+void qv::screen_start_input(console *c) {
+    screen_buffer_reset(c);
+    if (!c->state) return;
+    c->state->nrows = 0;
+    c->state->dirty_from = 0;
+    screen_refresh(c, 0);
+}
+
+void qv::screen_refresh(console *c, int flags) {
+    if (!c->state) {
         do_paint(c);
-    else
-        console_schedule_update(c);
+        return;
+    }
+    layout_input(c);
+    place_cursor(c);
+    if (flags & kCursorFirst) cursor_update(c, c->screen.input.newcur);
+    do_paint(c);
+}
+
+void qv::screen_after_newline(console *c) {
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    const int y = in->cur.pos.y + 1;
+    in->cur.pos.x = 0;
+    in->cur.pos.y = y;
+    in->newcur = in->cur;
+    // Rows the model still holds below are blank or were never drawn; the
+    // new line's row is drawn whole once it is laid out.
+    if (y < in->numlines) {
+        release_rows(in, y);
+        in->numlines = y;
+    }
+    if (c->state && c->state->nrows > y) c->state->nrows = y;
+}
+
+void qv::screen_redraw_below(console *c) {
+    const int y = c->screen.input.cur.pos.y;
+    invalidate_rectangle(c, 0, static_cast<unsigned>(y), static_cast<unsigned>(c->screen.cols - 1),
+                         static_cast<unsigned>(c->screen.input.numlines - 1));
 }

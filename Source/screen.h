@@ -76,6 +76,28 @@ QV_API void delete_termline(struct console *c, int unused);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+
+enum RefreshFlags : int {
+    // Move the cursor before drawing, as a deletion does, so that the runs
+    // are drawn from the cursor's new column.
+    kCursorFirst = 1,
+};
+
+// Empties the model for a new input and draws the prompt.
+void screen_start_input(struct console *c);
+// Lays the edit buffer out again where it changed and paints the difference.
+void screen_refresh(struct console *c, int flags);
+// The terminal has gone to column 0 of the row below the cursor, which
+// starts a new line of the input: that row is drawn whole at the next paint.
+void screen_after_newline(struct console *c);
+// Rows from the cursor's row down are drawn whole at the next paint.
+void screen_redraw_below(struct console *c);
+
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -7,7 +7,9 @@
 #include <memory>
 #include <type_traits>
 
-#include "os-unix.h"
+#include "input.h"
+#include "output.h"
+#include "text.h"
 #include "qv_assert.h"
 
 static_assert(std::is_standard_layout<term_options>::value, "term_options crosses the C ABI");

@@ -173,19 +173,20 @@ TEST(History, NonAsciiEntriesComeBackEscaped) {
 TEST(Continuation, KeptLineBreaks) {
     PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"},
               xterm());
-    // Home on a continuation line goes to the kept line break itself.
+    // Home on a continuation line goes to its start, after the line break.
     h.keys("x(\ry" + std::string("\x01") + "Z" + "\x05" + ")\r" +
            // Backspace reaches back across the line break into the first line.
            "(ab\r\x7f\x7f)\r");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"x(Z\ny)", "(a)"}));
+    EXPECT_EQ(h.lines(), (Lines{"x(\nZy)", "(a)"}));
     EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 2 78 28");
-    EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 5A A 79 29");
-    // The character went before the line break in the text; on screen it
-    // stands where the cursor was, at the start of the continuation line.
+    EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 A 5A 79 29");
     const qvtest::Screen s = h.screen();
     EXPECT_EQ(s.row(0), "> x(");
     EXPECT_EQ(s.row(1), "  Zy)");
+    // The merged second input is drawn as the one line it became.
+    EXPECT_EQ(s.row(2), "> (a)");
+    EXPECT_EQ(s.row(3), "");
 }
 
 TEST(Continuation, TrailingBackslashIsRemoved) {

@@ -1,0 +1,91 @@
+// The default key bindings: fixed escape sequences, single bytes, and the
+// key strings of the terminal's own description.
+#include "bindings.h"
+
+#include "console.h"
+#include "keymap.h"
+#include "output.h"
+
+namespace {
+
+struct SequenceBinding {
+    const char *sequence;
+    action_fn action;
+};
+
+// Later bindings replace earlier ones: the three-byte cursor keys at the end
+// replace the sub-maps that the four-byte forms created under "\e[".
+const SequenceBinding kFixedSequences[] = {
+    {"\033[0A", action_key_up},
+    {"\033[0B", action_key_down},
+    {"\033[0C", action_key_right},
+    {"\033[0D", action_key_left},
+    {"\033[A~", action_key_up},
+    {"\033[B~", action_key_down},
+    {"\033[C~", action_key_right},
+    {"\033[D~", action_key_left},
+    {"\033[H~", action_key_home},
+    {"\033[F~", action_key_end},
+    {"\033[1~", action_key_home},
+    {"\033[2~", action_key_insert},
+    {"\033[3~", action_key_delete},
+    {"\033[4~", action_key_end},
+    {"\033[5~", action_history_earliest},
+    {"\033[6~", action_history_latest},
+    {"\033OA", action_key_up},
+    {"\033OB", action_key_down},
+    {"\033OC", action_key_right},
+    {"\033OD", action_key_left},
+    {"\033OH", action_key_home},
+    {"\033OF", action_key_end},
+    {"\033[A", action_key_up},
+    {"\033[B", action_key_down},
+    {"\033[C", action_key_right},
+    {"\033[D", action_key_left},
+    {"\033[H", action_key_home},
+    {"\033[F", action_key_end},
+};
+static_assert(sizeof(kFixedSequences) / sizeof(kFixedSequences[0]) == 28, "28 fixed sequences");
+
+struct ByteBinding {
+    int byte;
+    action_fn action;
+};
+
+const ByteBinding kSingleBytes[] = {
+    {1, action_key_home},
+    {3, action_abandon_input_ctrl_c},
+    {4, action_delete_or_quit},
+    {5, action_key_end},
+    {7, action_abandon_input},
+    {8, action_key_backspace},
+    {9, nullptr}, // Tab: refused, so it stays unbound
+    {11, action_kill_to_end_of_line},
+    {13, action_key_return},
+    {26, action_suspend_process},
+    {127, action_key_backspace},
+    {10, action_key_return},
+    {13, action_key_return},
+};
+
+} // namespace
+
+void keymap_set_defaults(console *c) {
+    keymap_entry *map = c->keymaps[0];
+    for (const SequenceBinding &b : kFixedSequences)
+        keymap_bind_key_sequence(map, b.sequence, KM_FUNCTION, b.action);
+    for (const ByteBinding &b : kSingleBytes) keymap_bind_key(map, b.byte, KM_FUNCTION, b.action);
+    for (int byte = 32; byte <= 126; byte++)
+        keymap_bind_key(map, byte, KM_FUNCTION, action_insert_char);
+
+    // The terminal's own key strings come last and win where they meet the
+    // bindings above. kll, kdch1 and kich1 are looked up but bind nothing.
+    const SequenceBinding terminal_keys[] = {
+        {qv::terminal_key("kcud1"), action_key_down},  {qv::terminal_key("kcuu1"), action_key_up},
+        {qv::terminal_key("kcub1"), action_key_left},  {qv::terminal_key("kcuf1"), action_key_right},
+        {qv::terminal_key("khome"), action_key_home},  {qv::terminal_key("kll"), nullptr},
+        {qv::terminal_key("kdch1"), nullptr},          {qv::terminal_key("kich1"), nullptr},
+    };
+    for (const SequenceBinding &b : terminal_keys)
+        keymap_bind_key_sequence(map, b.sequence, KM_FUNCTION, b.action);
+}

@@ -1,0 +1,67 @@
+/* The layout of the input area: prompt and text in, rows of cells out. Pure
+   functions of their arguments, so the screen can always be rebuilt from the
+   edit buffer. Library-internal. */
+#ifndef QUORVEL_LAYOUT_H
+#define QUORVEL_LAYOUT_H
+
+#include <wchar.h>
+
+#include "termline.h"
+
+#ifdef __cplusplus
+namespace qv {
+
+// A continuation line that starts without a line break character in the
+// text: the host declined to keep the line break. A backslash join still
+// shows the backslash the user typed at the end of the earlier line, although
+// the text no longer holds it.
+enum BreakKind : int { kJoin = 0, kBackslashJoin = 1 };
+
+struct TextBreak {
+    int offset; // the continuation line starts before this character
+    int kind;
+};
+
+enum RowKind : int {
+    kFirstRow = 0, // starts with the prompt
+    kWrapRow = 1,  // continues the row above
+    kLineRow = 2,  // starts a continuation line with the blank indent
+};
+
+// Where a row starts: everything needed to lay out the rows from it on.
+struct RowStart {
+    int offset; // first text character of the row
+    int brk;    // the next break to honour
+    int kind;
+    int deco;   // the backslash of break brk has been drawn
+};
+
+struct LayoutText {
+    const wchar_t *prompt;
+    int prompt_cells; // already cut to fit the row
+    int indent;       // width of the continuation prompt
+    const wchar_t *text;
+    int len;
+    const TextBreak *breaks;
+    int nbreaks;
+    wchar_t mask; // 0: show the text itself
+    int cols;
+};
+
+// Cells of the prompt actually shown: a prompt wider than the terminal is cut
+// one column short of the width.
+int prompt_cells(const wchar_t *prompt, int cols);
+
+// Lays out one row from s into cols cells. *last receives the cells in use
+// (prompt and indent included). Answers 1 and fills *next when another row
+// follows, 0 for the last row of the input.
+int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *last,
+               RowStart *next);
+
+// The column of the cursor at text offset cursor, on the row that starts at s.
+int layout_cursor_column(const LayoutText &t, const RowStart &s, int cursor);
+
+} // namespace qv
+#endif
+
+#endif

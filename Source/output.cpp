@@ -1,0 +1,274 @@
+// Terminal output: the terminfo set-up, the capability cache, cursor motion
+// and drawing. Capability strings go out through tputs with char_to_terminal
+// as the sink; a capability is sent only when it is neither UNDEF nor
+// MISSING.
+#include "output.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <curses.h>
+#include <term.h>
+#include <unistd.h>
+
+#include "console.h"
+#include "text.h"
+
+int UNDEF = -1;
+int MISSING = 0;
+int t_auto_right_margin = 0;
+int t_has_meta_key = 0;
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// Capability cache: exactly what tigetstr answered, sentinels included.
+
+char *t_clr_eos, *t_clr_eol, *t_clr_bol, *t_bell, *t_flash_screen, *t_clear_screen,
+    *t_enter_delete_mode, *t_exit_delete_mode, *t_delete_character, *t_parm_dch,
+    *t_enter_insert_mode, *t_exit_insert_mode, *t_insert_character, *t_insert_padding,
+    *t_parm_ich, *t_pad_char, *t_cursor_visible, *t_cursor_normal, *t_cursor_up, *t_cursor_down,
+    *t_cursor_left, *t_cursor_right, *t_cursor_up_parm, *t_cursor_down_parm, *t_cursor_left_parm,
+    *t_cursor_right_parm, *t_cursor_to_ll, *t_cursor_home, *t_column_address, *t_carriage_return,
+    *t_key_home, *t_key_ll, *t_key_dc, *t_key_ic, *t_key_down, *t_key_left, *t_key_right,
+    *t_key_up, *t_keypad_local, *t_keypad_xmit, *t_parm_index, *t_parm_rindex, *t_insert_line,
+    *t_delete_line, *t_parm_delete_line, *t_enter_bold_mode, *t_exit_attribute_mode, *t_meta_on,
+    *t_meta_off;
+
+struct Capability {
+    char **var;
+    const char *name;
+};
+
+// Looked up in this order.
+const Capability kCapabilities[] = {
+    {&t_clr_eos, "ed"},
+    {&t_clr_eol, "el"},
+    {&t_clr_bol, "el1"},
+    {&t_bell, "bel"},
+    {&t_flash_screen, "flash"},
+    {&t_clear_screen, "clear"},
+    {&t_enter_delete_mode, "smdc"},
+    {&t_exit_delete_mode, "rmdc"},
+    {&t_delete_character, "dch1"},
+    {&t_parm_dch, "dch"},
+    {&t_enter_insert_mode, "smir"},
+    {&t_exit_insert_mode, "rmir"},
+    {&t_insert_character, "ich1"},
+    {&t_insert_padding, "ip"},
+    {&t_parm_ich, "ich"},
+    {&t_pad_char, "pad"},
+    {&t_cursor_visible, "cvvis"},
+    {&t_cursor_normal, "cnorm"},
+    {&t_cursor_up, "cuu1"},
+    {&t_cursor_down, "cud1"},
+    {&t_cursor_left, "cub1"},
+    {&t_cursor_right, "cuf1"},
+    {&t_cursor_up_parm, "cuu"},
+    {&t_cursor_down_parm, "cud"},
+    {&t_cursor_left_parm, "cub"},
+    {&t_cursor_right_parm, "cuf"},
+    {&t_cursor_to_ll, "ll"},
+    {&t_cursor_home, "home"},
+    {&t_column_address, "hpa"},
+    {&t_carriage_return, "cr"},
+    {&t_key_home, "khome"},
+    {&t_key_ll, "kll"},
+    {&t_key_dc, "kdch1"},
+    {&t_key_ic, "kich1"},
+    {&t_key_down, "kcud1"},
+    {&t_key_left, "kcub1"},
+    {&t_key_right, "kcuf1"},
+    {&t_key_up, "kcuu1"},
+    {&t_keypad_local, "rmkx"},
+    {&t_keypad_xmit, "smkx"},
+    {&t_parm_index, "indn"},
+    {&t_parm_rindex, "rin"},
+    {&t_insert_line, "il1"},
+    {&t_delete_line, "dl1"},
+    {&t_parm_delete_line, "dl"},
+    {&t_enter_bold_mode, "bold"},
+    {&t_exit_attribute_mode, "sgr0"},
+    {&t_meta_on, "smm"},
+    {&t_meta_off, "rmm"},
+};
+static_assert(sizeof(kCapabilities) / sizeof(kCapabilities[0]) == 49, "49 capabilities");
+
+// Until a terminal is set up every capability reads as "not a string".
+struct CacheInit {
+    CacheInit() {
+        for (const Capability &cap : kCapabilities) *cap.var = reinterpret_cast<char *>(-1);
+    }
+} cache_init;
+
+bool available(const char *s) {
+    const auto v = reinterpret_cast<intptr_t>(s);
+    return v != static_cast<intptr_t>(UNDEF) && v != static_cast<intptr_t>(MISSING);
+}
+
+void get_terminal_capabilities(console *) {
+    for (const Capability &cap : kCapabilities) *cap.var = tigetstr(cap.name);
+    t_auto_right_margin = (tigetflag("am") != 0 && tigetflag("xenl") != 0) ? 1 : 0;
+    t_has_meta_key = tigetflag("km") != 0 ? 1 : 0;
+}
+
+} // namespace
+
+const char *qv::terminal_key(const char *name) {
+    for (const Capability &cap : kCapabilities)
+        if (strcmp(cap.name, name) == 0) return available(*cap.var) ? *cap.var : nullptr;
+    return nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// Set-up
+
+namespace {
+
+// The description this library loaded. A later set-up (term_init after
+// term_destroy) releases it first, so repeated set-ups do not pile up copies.
+TERMINAL *own_terminal = nullptr;
+
+// The size comes from the description (ncurses consults the kernel's window
+// size there); reading it needs no raw mode.
+void console_get_size(console *, int *rows, int *cols) {
+    int n_rows = tigetnum("lines");
+    int n_cols = tigetnum("cols");
+    if (n_rows < 0 || n_cols < 0) n_rows = n_cols = 1;
+    *rows = n_rows;
+    *cols = n_cols;
+}
+
+} // namespace
+
+void do_init_screen(console *c) {
+    int err = 0;
+    if (own_terminal) {
+        del_curterm(own_terminal);
+        own_terminal = nullptr;
+    }
+    if (setupterm(nullptr, fileno(stdout), &err) == OK) own_terminal = cur_term;
+    console_get_size(c, &c->screen.rows, &c->screen.cols);
+    get_terminal_capabilities(c);
+    c->history_add_unchanged = 1;
+    c->history_allow_duplicates = 0;
+    c->history_max = 1000;
+    c->masked = 0;
+}
+
+int console_get_width(console *) {
+    const int cols = tigetnum("cols");
+    return cols >= 0 ? cols : 1;
+}
+
+int console_get_height(console *) {
+    const int rows = tigetnum("lines");
+    return rows >= 0 ? rows : 1;
+}
+
+int getConsoleType(void *) { return 1; }
+
+// ---------------------------------------------------------------------------
+// Cursor motion and drawing. Nothing here flushes: the painter flushes once.
+
+int char_to_terminal(int ch) {
+    putc(ch, stdout);
+    return 0;
+}
+
+void screen_cursor_move_y(console *, int dy) {
+    if (dy < 0) {
+        if (available(t_cursor_up_parm))
+            tputs(tiparm(t_cursor_up_parm, -dy), dy, char_to_terminal);
+        else if (available(t_cursor_up))
+            for (int i = 0; i < -dy; i++) tputs(t_cursor_up, 1, char_to_terminal);
+    } else {
+        // Line feeds move straight down in raw mode and scroll at the bottom.
+        for (int i = 0; i < dy; i++) fputc('\n', stdout);
+    }
+}
+
+void screen_cursor_move_x(console *, int dx) {
+    if (dx < 0) {
+        if (available(t_cursor_left_parm))
+            tputs(tiparm(t_cursor_left_parm, -dx), 1, char_to_terminal);
+        else if (available(t_cursor_left))
+            for (int i = 0; i < -dx; i++) tputs(t_cursor_left, 1, char_to_terminal);
+    } else if (dx > 0) {
+        if (available(t_cursor_right_parm))
+            tputs(tiparm(t_cursor_right_parm, dx), 1, char_to_terminal);
+        else if (available(t_cursor_right))
+            for (int i = 0; i < dx; i++) tputs(t_cursor_right, 1, char_to_terminal);
+    }
+}
+
+void screen_cursor_backspace(console *, int n) {
+    if (n <= 0) return;
+    if (available(t_cursor_left_parm))
+        tputs(tiparm(t_cursor_left_parm, n), n, char_to_terminal);
+    else if (available(t_cursor_left))
+        for (int i = 0; i < n; i++) tputs(t_cursor_left, 1, char_to_terminal);
+    else
+        for (int i = 0; i < n; i++) char_to_terminal(8);
+}
+
+void screen_cursor_move_bol(console *) {
+    if (available(t_carriage_return)) tputs(t_carriage_return, 1, char_to_terminal);
+}
+
+void screen_cursor_move_eol(console *c) {
+    screen_cursor_move_bol(c);
+    screen_cursor_move_x(c, c->screen.cols - 1);
+}
+
+void screen_cursor_move_to_col(console *c, int column) {
+    if (available(t_column_address)) {
+        tputs(tiparm(t_column_address, column), 1, char_to_terminal);
+    } else {
+        screen_cursor_move_bol(c);
+        screen_cursor_move_x(c, column);
+    }
+}
+
+void screen_set_cursor(console *, cursor_pos p) {
+    const char *cup = tigetstr("cup");
+    if (available(cup)) putp(tiparm(cup, p.pos.y, p.pos.x));
+}
+
+void screen_draw_string(console *c, int column, const char *s, int *written) {
+    screen_cursor_move_to_col(c, column);
+    const int r = fputs(s, stdout);
+    screen_cursor_move_to_col(c, c->screen.input.cur.pos.x);
+    if (written) *written = r;
+}
+
+void screen_draw_wstring(console *c, int column, const wchar_t *s, int n, int *written) {
+    std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, s, n), &free);
+    if (text) screen_draw_string(c, column, text.get(), written);
+}
+
+int console_put_wchar(console *, int ch) {
+    char_to_terminal(ch & 0xFF);
+    return 0;
+}
+
+int console_put_wstring(console *c, const wchar_t *s, int n) {
+    if (!s) return 0;
+    std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, s, n), &free);
+    if (text) console_put_string(c, text.get());
+    return 0;
+}
+
+int console_put_string(console *, const char *s) {
+    fputs(s, stdout);
+    return 0;
+}
+
+void console_newline(console *c) {
+    screen_cursor_move_bol(c);
+    char_to_terminal('\n');
+}
+

@@ -1,0 +1,62 @@
+/* Terminal output: the terminfo set-up and capability cache, cursor motion,
+   drawing and character output. Nothing here flushes standard output: the
+   painter flushes once per paint. */
+#ifndef QUORVEL_OUTPUT_H
+#define QUORVEL_OUTPUT_H
+
+#include <wchar.h>
+
+#include "quorvel.h"
+#include "screen.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct console;
+
+/* Sentinels compared with cached capability strings: UNDEF (all bits set)
+   for a name that is not a string capability or no description at all,
+   MISSING (0) for a capability the terminal lacks. */
+QV_API extern int UNDEF;
+QV_API extern int MISSING;
+/* "am" with "xenl"; "km". Published for the host. */
+QV_API extern int t_auto_right_margin;
+QV_API extern int t_has_meta_key;
+
+/* Loads the terminal description, its size and capabilities. Never changes
+   the terminal's mode. */
+QV_API void do_init_screen(struct console *c);
+QV_API int console_get_width(struct console *c);
+QV_API int console_get_height(struct console *c);
+QV_API int getConsoleType(void *unused);
+
+QV_API int char_to_terminal(int ch);
+QV_API void screen_cursor_move_y(struct console *c, int dy);
+QV_API void screen_cursor_move_x(struct console *c, int dx);
+QV_API void screen_cursor_backspace(struct console *c, int n);
+QV_API void screen_cursor_move_bol(struct console *c);
+QV_API void screen_cursor_move_eol(struct console *c);
+QV_API void screen_cursor_move_to_col(struct console *c, int column);
+QV_API void screen_set_cursor(struct console *c, cursor_pos p);
+QV_API void screen_draw_string(struct console *c, int column, const char *s, int *written);
+QV_API void screen_draw_wstring(struct console *c, int column, const wchar_t *s, int n,
+                                int *written);
+QV_API int console_put_wchar(struct console *c, int ch);
+QV_API int console_put_wstring(struct console *c, const wchar_t *s, int n);
+QV_API int console_put_string(struct console *c, const char *s);
+QV_API void console_newline(struct console *c);
+
+#ifdef __cplusplus
+}
+
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+// The key string the terminal's description gives for a capability such as
+// "kcuu1", or NULL when it has none.
+const char *terminal_key(const char *name);
+} // namespace qv
+#endif
+#endif
+
+#endif

@@ -1,0 +1,80 @@
+// UTF-8 conversions. They switch the calling thread's locale only
+// (newlocale/uselocale), so the host's other threads never see a switch and
+// the host's own locale setting stays as it was.
+#include "text.h"
+
+#include <climits>
+#include <clocale>
+#include <cstdlib>
+
+namespace {
+
+locale_t utf8_locale() {
+    static locale_t loc = [] {
+        locale_t l = newlocale(LC_CTYPE_MASK, "C.utf-8", static_cast<locale_t>(0));
+        if (!l) l = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+        return l;
+    }();
+    return loc;
+}
+
+class Utf8Scope {
+  public:
+    Utf8Scope() : loc_(utf8_locale()) {
+        if (loc_) prev_ = uselocale(loc_);
+    }
+    ~Utf8Scope() {
+        if (loc_) uselocale(prev_);
+    }
+    Utf8Scope(const Utf8Scope &) = delete;
+    Utf8Scope &operator=(const Utf8Scope &) = delete;
+
+  private:
+    locale_t loc_;
+    locale_t prev_ = static_cast<locale_t>(0);
+};
+
+} // namespace
+
+wchar_t *cp2wchar(console *, const char *s, int *count) {
+    if (!s) return nullptr;
+    Utf8Scope utf8;
+    const size_t n = mbstowcs(nullptr, s, 0);
+    if (n == static_cast<size_t>(-1) || n == 0) return nullptr;
+    auto *w = static_cast<wchar_t *>(malloc((n + 1) * sizeof(wchar_t)));
+    if (!w) return nullptr;
+    const size_t r = mbstowcs(w, s, n + 1);
+    if (r == static_cast<size_t>(-1)) {
+        free(w);
+        return nullptr;
+    }
+    w[r] = 0;
+    if (count) *count = static_cast<int>(r);
+    return w;
+}
+
+char *wchar2cp(console *, const wchar_t *s, int count) {
+    if (!s || count <= 0) return nullptr;
+    Utf8Scope utf8;
+    char unit[MB_LEN_MAX];
+    size_t bytes = 0;
+    mbstate_t st{};
+    int n = 0;
+    for (; n < count && s[n] != 0; n++) {
+        const size_t r = wcrtomb(unit, s[n], &st);
+        if (r == static_cast<size_t>(-1)) return nullptr;
+        bytes += r;
+    }
+    if (bytes == 0) return nullptr;
+    auto *out = static_cast<char *>(malloc(bytes + 1));
+    if (!out) return nullptr;
+    st = mbstate_t{};
+    size_t pos = 0;
+    for (int i = 0; i < n; i++) pos += wcrtomb(out + pos, s[i], &st);
+    out[pos] = 0;
+    return out;
+}
+
+void get_os_encoding(console *) {}
+
+int file_exists(const char *) { return 0; }

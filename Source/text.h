@@ -1,0 +1,29 @@
+/* UTF-8 conversions between the host's byte strings and the editor's wide
+   characters, whatever the host's locale. */
+#ifndef QUORVEL_TEXT_H
+#define QUORVEL_TEXT_H
+
+#include <wchar.h>
+
+#include "quorvel.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct console;
+
+/* New malloc'ed strings; NULL for empty or invalid input and when memory
+   runs out. */
+QV_API wchar_t *cp2wchar(struct console *c, const char *s, int *count);
+QV_API char *wchar2cp(struct console *c, const wchar_t *s, int count);
+/* Platform hooks: the encoding is always UTF-8 here, and no existence test
+   is wanted by the library. */
+QV_API void get_os_encoding(struct console *c);
+QV_API int file_exists(const char *path);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
