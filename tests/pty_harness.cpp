@@ -218,6 +218,28 @@ void PtyHost::waitRead(int n) {
         waitFor(&PtyHost::rawReady, "raw mode");
 }
 
+void PtyHost::waitEnd(int n) {
+    const std::string tag = "END " + std::to_string(n) + "\n";
+    const auto deadline = Clock::now() + kTimeout;
+    while (side().find(tag) == std::string::npos) {
+        if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for " + tag);
+        drain(5);
+    }
+    while (drain(0)) {
+    }
+}
+
+void PtyHost::settle() {
+    const size_t start = records("TICK").size();
+    const auto deadline = Clock::now() + kTimeout;
+    while (records("TICK").size() < start + 2) {
+        if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for the host to settle");
+        drain(5);
+    }
+    while (drain(0)) {
+    }
+}
+
 void PtyHost::closeInput() {
     if (in_pipe_ >= 0) {
         close(in_pipe_);

@@ -41,6 +41,11 @@ class PtyHost {
     // Waits until the host has started read number n (counted from 0) and
     // the terminal is in raw mode.
     void waitRead(int n);
+    // Waits until read n has returned.
+    void waitEnd(int n);
+    // Waits until a host in tick mode (cb:idle=tick) has been idle twice
+    // since the call: everything typed before it has been handled and drawn.
+    void settle();
     // Closes the input side (end of a pipe, or hang-up of the terminal).
     void closeInput();
     // Waits for the host to exit; answers its exit status (-1 on a time-out).

@@ -114,6 +114,68 @@ TEST(Screen, KillDeleteInsertKeyAndSuspend) {
 }
 
 // ---------------------------------------------------------------------------
+// The screen shows the text the host gets: edits that once drew one text and
+// returned another
+
+TEST(ScreenTruth, LeftAndBackspaceReachIntoTheEarlierLineOnScreenToo) {
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"},
+              xterm());
+    h.keys("(abc\r" + kLeft + kLeft + "X" + "\x05" + ")\r" + "(abc\r\x7f\x7f)\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"(abXc\n)", "(ab)"}));
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> (abXc");
+    EXPECT_EQ(s.row(1), "  )");
+    EXPECT_EQ(s.row(2), "> (ab)");
+    EXPECT_EQ(s.row(3), "");
+}
+
+TEST(ScreenTruth, KillOnAWrappedRowKeepsTheRowsLinked) {
+    PtyHost h({"init", "line:> ", "destroy"}, xterm());
+    h.keys("abcdefghijklmnopqrstuvwxy" + times(3, kLeft) + "\x0b" + "\x01" + "X\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"Xabcdefghijklmnopqrstuv"});
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> Xabcdefghijklmnopq");
+    EXPECT_EQ(s.row(1), "rstuv");
+}
+
+TEST(ScreenTruth, APromptAsWideAsTheTerminal) {
+    const std::string prompt(20, '%');
+    PtyHost h({"init", "line:" + prompt, "line:" + prompt + "%%", "destroy"}, xterm());
+    h.keys("abc\x01XY\r" "de\x01Z\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"XYabc", "Zde"}));
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), prompt);
+    EXPECT_EQ(s.row(1), "XYabc");
+    // A wider prompt is cut one column short, and the text starts there.
+    EXPECT_EQ(s.row(2), std::string(19, '%') + "Z");
+    EXPECT_EQ(s.row(3), "de");
+}
+
+TEST(ScreenTruth, HistoryRecallReplacesEveryRowOfAContinuedInput) {
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"},
+              xterm());
+    h.keys("one\r(" + std::string(30, 'x') + "\r" + "more" + kUp + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"one", "one"}));
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(1), "> one");
+    for (int r = 2; r < 6; r++) EXPECT_EQ(s.row(r), "") << r;
+}
+
+TEST(ScreenTruth, ControlCharactersInARecalledEntryShowInCaretNotation) {
+    const std::string dir = qvtest::tempDir();
+    std::ofstream(dir + "/term.history") << "a\tb\x1b[31mc\n";
+    PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm(20, dir));
+    h.keys(kUp + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"a\tb\x1b[31mc"});
+    EXPECT_EQ(h.screen().row(0), "> a^Ib^[[31mc");
+}
+
+// ---------------------------------------------------------------------------
 // Masked reads
 
 TEST(Mask, ShowsTheMaskAndKeepsTheLineOutOfTheHistory) {
@@ -204,12 +266,17 @@ TEST(Continuation, TrailingBackslashIsRemoved) {
     EXPECT_EQ(s.row(1), "  def");
 }
 
-TEST(Continuation, WithoutKeepNewlineTheNextLineIsAppended) {
-    PtyHost h({"init", "cb:complete=brackets", "line:> ", "destroy"}, xterm());
-    h.keys("(x\ry)\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"(xy)"});
-    EXPECT_TRUE(h.records("KEEP").empty());
+TEST(Continuation, WithoutAKeptLineBreakTheNextLineIsAppended) {
+    // No keepNewline, and a keepNewline that declines without a backslash to
+    // drop: either way the lines join, and the screen shows them apart.
+    for (const char *keep : {"cb:none", "cb:keep=0"}) {
+        PtyHost h({"init", "cb:complete=brackets", keep, "line:> ", "destroy"}, xterm());
+        h.keys("(x\ry)\r");
+        ASSERT_EQ(h.finish(), 0) << keep;
+        EXPECT_EQ(h.lines(), Lines{"(xy)"}) << keep;
+        EXPECT_EQ(h.screen().row(0), "> (x") << keep;
+        EXPECT_EQ(h.screen().row(1), "  y)") << keep;
+    }
 }
 
 TEST(Continuation, RawReadsNeverAsk) {

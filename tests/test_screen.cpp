@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
+
+#include "layout.h"
 
 #include "console_fixture.h"
 
@@ -36,6 +39,74 @@ TEST(Termline, EraseResizeAndCompare) {
     EXPECT_FALSE(termchars_equal(&a, &b));
     EXPECT_TRUE(termchars_equal(&a, &c));
     EXPECT_EQ(char_width(L'\u4e2d'), 1);
+}
+
+// ---------------------------------------------------------------------------
+// The layout on its own: prompt, text and continuation lines to rows
+
+struct LayoutCase {
+    const wchar_t *prompt;
+    std::wstring text;
+    std::vector<qv::TextBreak> breaks;
+    int cursor;
+    std::vector<std::string> rows;
+    int cursor_row, cursor_col;
+};
+
+std::vector<std::string> layOut(const LayoutCase &lc, int cols, int *crow, int *ccol) {
+    qv::LayoutText t{};
+    t.prompt = lc.prompt;
+    t.cols = cols;
+    t.prompt_cells = qv::prompt_cells(lc.prompt, cols);
+    t.indent = t.prompt_cells;
+    t.text = lc.text.c_str();
+    t.len = static_cast<int>(lc.text.size());
+    t.breaks = lc.breaks.data();
+    t.nbreaks = static_cast<int>(lc.breaks.size());
+    std::vector<std::string> rows;
+    std::vector<termchar> cells(static_cast<size_t>(cols));
+    qv::RowStart s{0, 0, qv::kFirstRow, 0}, next{};
+    for (int more = 1; more;) {
+        int last = 0;
+        more = qv::layout_row(t, s, cells.data(), &last, &next);
+        std::string row;
+        for (int j = 0; j < last; j++) row += static_cast<char>(cells[static_cast<size_t>(j)].ch);
+        if (s.offset <= lc.cursor) {
+            *crow = static_cast<int>(rows.size());
+            *ccol = qv::layout_cursor_column(t, s, lc.cursor);
+        }
+        rows.push_back(row);
+        s = next;
+    }
+    return rows;
+}
+
+TEST(Layout, RowsAndCursor) {
+    using Rows = std::vector<std::string>;
+    const LayoutCase cases[] = {
+        // Wrapping; a row filled exactly leaves the cursor a row below.
+        {L"> ", L"abcdefghijk", {}, 11, {"> abcdef", "ghijk"}, 1, 5},
+        {L"> ", L"abcdef", {}, 6, {"> abcdef", ""}, 1, 0},
+        {L"> ", L"abcdef", {}, 5, {"> abcdef", ""}, 0, 7},
+        // A prompt as wide as the row, and one wider, cut a column short.
+        {L"12345678", L"ab", {}, 0, {"12345678", "ab"}, 1, 0},
+        {L"123456789", L"ab", {}, 2, {"1234567a", "b"}, 1, 1},
+        // A kept line break, a join and a backslash join.
+        {L"> ", L"ab\ncd", {}, 2, {"> ab", "  cd"}, 0, 4},
+        {L"> ", L"ab\ncd", {}, 3, {"> ab", "  cd"}, 1, 2},
+        {L"> ", L"abcd", {{2, qv::kJoin}}, 2, {"> ab", "  cd"}, 1, 2},
+        {L"> ", L"abcd", {{2, qv::kBackslashJoin}}, 4, {"> ab\\", "  cd"}, 1, 4},
+        // A control character takes two cells and never splits.
+        {L"> ", L"abcde\x01", {}, 6, {"> abcde", "^A"}, 1, 2},
+    };
+    for (const LayoutCase &lc : cases) {
+        int crow = -1, ccol = -1;
+        const Rows rows = layOut(lc, 8, &crow, &ccol);
+        const std::string what(lc.text.begin(), lc.text.end());
+        EXPECT_EQ(rows, lc.rows) << what;
+        EXPECT_EQ(crow, lc.cursor_row) << what;
+        EXPECT_EQ(ccol, lc.cursor_col) << what;
+    }
 }
 
 class Paint : public ConsoleTest {

@@ -9,13 +9,15 @@
  *   MODE n same|changed  terminal mode after the read compared with before
  *   COMPLETE <len> <hex> isInputComplete: length and the text's code points
  *   KEEP <answer>        keepNewline;  IDLE <count>  onIdle answering non-zero
+ *   TICK <count>         onIdle in tick mode (the host has consumed all input)
  *   EOI                  onEndOfInput; SIGINT  the signal arrived
  *   CHAR <n>             term_getChar; INIT <r>  WIDTH <w>  HEIGHT <h>
  *
  * Commands:
  *   init | init:sigint | init:dir=PATH | init:null     term_init
- *   cb:complete=brackets|never|backslash  cb:keep=1|0|backslash
- *   cb:idle=ANSWER@CALLS  cb:eoi  cb:none             term_setCallbacks
+ *   cb:complete=brackets|never|backslash|marker  cb:keep=1|0|backslash
+ *   cb:idle=ANSWER@CALLS  cb:idle=tick  cb:eoi  cb:none  term_setCallbacks
+ *   (marker: read n is complete once its text holds the letter 'A' + n)
  *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  setcb-before
@@ -44,6 +46,12 @@ static void record(const char *fmt, const char *text) {
     fflush(side);
 }
 
+static int on_tick(void) {
+    fprintf(side, "TICK %d\n", ++idle_calls);
+    fflush(side);
+    return 0;
+}
+
 static int on_idle(void) {
     idle_calls++;
     if (idle_calls >= idle_after && idle_answer != 0) {
@@ -65,6 +73,11 @@ static int is_complete(const wchar_t *text, int length) {
     fprintf(side, "\n");
     fflush(side);
     if (complete_mode == 1) return 0;
+    if (complete_mode == 3) {
+        for (i = 0; i < length; i++)
+            if (text[i] == (wchar_t)('A' + reads - 1)) return 1;
+        return 0;
+    }
     if (ends_in_backslash(text, length)) return 0;
     if (complete_mode == 2) return 1;
     for (i = 0; i < length; i++) {
@@ -148,6 +161,9 @@ static void set_callbacks(const char *setting) {
     } else if (strcmp(setting, "complete=backslash") == 0) {
         complete_mode = 2;
         cb.isInputComplete = is_complete_tracking;
+    } else if (strcmp(setting, "complete=marker") == 0) {
+        complete_mode = 3;
+        cb.isInputComplete = is_complete_tracking;
     } else if (strcmp(setting, "keep=1") == 0) {
         keep_mode = 1;
         cb.keepNewline = keep_newline;
@@ -156,6 +172,8 @@ static void set_callbacks(const char *setting) {
         cb.keepNewline = keep_newline;
     } else if (strcmp(setting, "keep=backslash") == 0) {
         cb.keepNewline = keep_newline_tracking;
+    } else if (strcmp(setting, "idle=tick") == 0) {
+        cb.onIdle = on_tick;
     } else if (strncmp(setting, "idle=", 5) == 0) {
         idle_answer = atoi(setting + 5);
         idle_after = strchr(setting, '@') ? atoi(strchr(setting, '@') + 1) : 1;
