@@ -16,9 +16,11 @@ static_assert(sizeof(pthread_t) <= sizeof(unsigned long), "thread ids fit an uns
 
 namespace {
 
+// What the new thread needs, owned and released by it. The creation
+// attributes stay with the creating thread: pthread_create may still read
+// them after the new thread has started, and even after it has ended.
 struct ThreadRunArg {
     KThreadFunc func;
-    pthread_attr_t *attr;
     void *arg;
 };
 
@@ -27,20 +29,10 @@ ThreadRunArg *New_ThreadRunArg(KThreadFunc func, void *arg) {
     if (!run) return nullptr;
     run->func = func;
     run->arg = arg;
-    run->attr = static_cast<pthread_attr_t *>(malloc(sizeof(pthread_attr_t)));
-    if (!run->attr || pthread_attr_init(run->attr) != 0) {
-        free(run->attr);
-        free(run);
-        return nullptr;
-    }
     return run;
 }
 
-void Delete_ThreadRunArg(ThreadRunArg *run) {
-    pthread_attr_destroy(run->attr);
-    free(run->attr);
-    free(run);
-}
+void Delete_ThreadRunArg(ThreadRunArg *run) { free(run); }
 
 void *threadRun(void *p) {
     auto *run = static_cast<ThreadRunArg *>(p);
@@ -104,16 +96,20 @@ KMutex make_mutex(bool recursive) {
 KThread KThreadCreate(KThreadFunc func, void *arg, int priority) {
     ThreadRunArg *run = New_ThreadRunArg(func, arg);
     if (!run) return nullptr;
+    pthread_attr_t attr;
+    const bool have_attr = pthread_attr_init(&attr) == 0;
     // Under the default time-sharing policy only priority 0 is valid, so a
     // step is refused there and the thread starts with default attributes.
     struct sched_param param;
-    bool prepared = pthread_attr_getschedparam(run->attr, &param) == 0;
+    bool prepared = have_attr && pthread_attr_getschedparam(&attr, &param) == 0;
     if (prepared) {
         param.sched_priority += priority_step(priority);
-        prepared = pthread_attr_setschedparam(run->attr, &param) == 0;
+        prepared = pthread_attr_setschedparam(&attr, &param) == 0;
     }
     pthread_t id;
-    if (pthread_create(&id, prepared ? run->attr : nullptr, threadRun, run) != 0) {
+    const int r = pthread_create(&id, prepared ? &attr : nullptr, threadRun, run);
+    if (have_attr) pthread_attr_destroy(&attr);
+    if (r != 0) {
         Delete_ThreadRunArg(run);
         return nullptr;
     }
