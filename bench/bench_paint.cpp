@@ -39,14 +39,12 @@ struct Bench {
         dup2(saved_stdout, 1);
         close(saved_stdout);
     }
-    // Fills the model to the given number of rows without painting each key.
+    // Fills the edit buffer to the given number of rows, then lays it out
+    // and paints it once.
     void fill(int rows) {
         const int chars = rows * c.screen.cols - 2 - 1;
-        for (int i = 0; i < chars; i++) {
-            buffer_insert_char(&c, L'a');
-            screen_put_char(&c, L'a');
-        }
-        repaint(&c, 1);
+        for (int i = 0; i < chars; i++) buffer_insert_char(&c, L'a');
+        action_key_end(&c, 0);
     }
 };
 
