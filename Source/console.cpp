@@ -278,8 +278,9 @@ void action_key_return(console *c, int) {
 // ---------------------------------------------------------------------------
 // History navigation
 
+// A masked read never shows or recalls text: history keys do nothing there.
 void history_lookup(console *c, int direction) {
-    if (c->history->count < 1 || !c->editor.buffer) return;
+    if (c->masked || c->history->count < 1 || !c->editor.buffer) return;
     history_save_current_buffer(c, c->editor.buffer,
                                 static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer));
     history_line *e = history_get(c, direction);
@@ -291,7 +292,7 @@ namespace {
 // Page Up and Page Down: the entry at the position just set, or an emptied
 // current line when there is none.
 void history_jump(console *c) {
-    if (!c->editor.buffer) return;
+    if (c->masked || !c->editor.buffer) return;
     history_line *e = history_get(c, 0);
     if (e) {
         buffer_replace(c, e->text, e->length);

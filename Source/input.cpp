@@ -142,6 +142,9 @@ int GetChar(console *c) {
         struct timeval tv = {0, 50000};
         errno = 0;
         const int r = select(fd + 1, &set, nullptr, nullptr, &tv);
+        // A signal the host caught is not the user ending the line: its
+        // handler has run, and the wait goes on with the text intact.
+        if (r < 0 && errno == EINTR) continue;
         if (r < 0) {
             c->status = ST_IOERROR;
             c->error = errno;

@@ -18,7 +18,8 @@ void console_set_mode(console *, const struct termios *t) {
 void console_set_raw_mode(console *, const struct termios *t) {
     if (!t) return;
     struct termios raw = *t;
-    raw.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ISTRIP | ICRNL);
+    // IXON off: Ctrl-S and Ctrl-Q arrive as keys and never freeze output.
+    raw.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ISTRIP | ICRNL | IXON);
     raw.c_oflag &= ~static_cast<tcflag_t>(OPOST);
     raw.c_cflag &= ~static_cast<tcflag_t>(CSIZE | PARENB);
     raw.c_cflag |= CS8 | CLOCAL;

@@ -240,6 +240,8 @@ void PtyHost::settle() {
     }
 }
 
+void PtyHost::signal(int sig) { kill(pid_, sig); }
+
 void PtyHost::closeInput() {
     if (in_pipe_ >= 0) {
         close(in_pipe_);

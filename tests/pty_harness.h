@@ -46,6 +46,8 @@ class PtyHost {
     // Waits until a host in tick mode (cb:idle=tick) has been idle twice
     // since the call: everything typed before it has been handled and drawn.
     void settle();
+    // Sends a signal to the host process.
+    void signal(int sig);
     // Closes the input side (end of a pipe, or hang-up of the terminal).
     void closeInput();
     // Waits for the host to exit; answers its exit status (-1 on a time-out).

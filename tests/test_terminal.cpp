@@ -2,6 +2,7 @@
 // in a pseudo-terminal.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -214,6 +215,22 @@ TEST(Keys, CtrlCWithTheSigintOptionRaisesSigint) {
     h.keys("abc\x03xyz\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"", "xyz"}));
+    EXPECT_EQ(h.records("SIGINT").size(), 1u);
+    expectModesRestored(h);
+}
+
+// Only the user ends a line: a signal the host catches leaves the read going
+// with its text, and Ctrl-S arrives as a key instead of freezing the output.
+TEST(Keys, SignalsAndFlowControlNeverEndOrFreezeARead) {
+    PtyHost h({"init", "line:> ", "destroy"});
+    h.keys("abc");
+    h.waitRead(0);
+    usleep(100 * 1000);
+    h.signal(SIGINT);
+    usleep(100 * 1000);
+    h.keys("d\x13" "e\x11" "f\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"abcdef"});
     EXPECT_EQ(h.records("SIGINT").size(), 1u);
     expectModesRestored(h);
 }
