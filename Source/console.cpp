@@ -220,6 +220,8 @@ void action_key_down(console *c, int) {
 
 void action_abandon_input(console *c, int) {
     leave_input(c);
+    history_set_latest(c);
+    history_cleanup_temp(c);
     if (!console_init_editor(c)) {
         c->status = ST_NOBUFFER;
         return;
@@ -305,7 +307,11 @@ void history_jump(console *c) {
 
 } // namespace
 
+// Page Up keeps the line being typed, as Up does, so Down brings it back.
 void action_history_earliest(console *c, int) {
+    if (!c->masked && c->editor.buffer && c->history->count > 0)
+        history_save_current_buffer(c, c->editor.buffer,
+                                    static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer));
     history_set_earliest(c);
     history_jump(c);
 }

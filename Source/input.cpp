@@ -106,6 +106,9 @@ void read_input_noninteractive(console *c) {
 
 void read_input(console *c) {
     const keymap_entry *map = c->keymaps[0];
+    // Every read walks the history afresh from the line being typed.
+    history_set_latest(c);
+    history_cleanup_temp(c);
     qv::screen_start_input(c);
     do {
         c->status = ST_READING;

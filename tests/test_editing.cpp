@@ -217,6 +217,18 @@ TEST(History, PageUpAndPageDown) {
     EXPECT_EQ(h.lines(), (Lines{"first", "second", "first", "x", ""}));
 }
 
+// The walk never loses the typed line and starts afresh after an abandoned
+// or empty read.
+TEST(History, TheWalkKeepsTheTypedLineAndStartsAfresh) {
+    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
+    h.keys("a\rb\r" + std::string("z") + kPageUp + kDown + kDown + "\r" + // Page Up keeps "z"
+           kUp + "\x07" + kUp + "\r" +                                    // afresh after Ctrl-G
+           kUp + kUp + "\x01\x0b\r" +                                     // an empty line...
+           kUp + "\r");                                                    // ...then afresh
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"a", "b", "z", "z", "", "z"}));
+}
+
 TEST(History, DuplicatesAndFileContent) {
     const std::string dir = qvtest::tempDir();
     PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "destroy"},
