@@ -207,24 +207,23 @@ void PtyHost::keysSlowly(const std::string &bytes) {
     }
 }
 
-void PtyHost::waitRead(int n) {
-    const std::string tag = "BEGIN " + std::to_string(n) + "\n";
+// Waits until the side file holds the record tag.
+void PtyHost::waitSide(const std::string &tag) {
     const auto deadline = Clock::now() + kTimeout;
     while (side().find(tag) == std::string::npos) {
         if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for " + tag);
         drain(5);
     }
+}
+
+void PtyHost::waitRead(int n) {
+    waitSide("BEGIN " + std::to_string(n) + "\n");
     if (in_pipe_ < 0 && options_.stdin_file.empty() && !options_.stdout_pipe)
         waitFor(&PtyHost::rawReady, "raw mode");
 }
 
 void PtyHost::waitEnd(int n) {
-    const std::string tag = "END " + std::to_string(n) + "\n";
-    const auto deadline = Clock::now() + kTimeout;
-    while (side().find(tag) == std::string::npos) {
-        if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for " + tag);
-        drain(5);
-    }
+    waitSide("END " + std::to_string(n) + "\n");
     while (drain(0)) {
     }
 }

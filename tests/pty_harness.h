@@ -65,6 +65,7 @@ class PtyHost {
 
   private:
     bool drain(int timeout_ms);
+    void waitSide(const std::string &tag);
     bool isRaw();
     void waitFor(bool (PtyHost::*ready)(), const char *what);
     bool rawReady() { return isRaw(); }
