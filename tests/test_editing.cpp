@@ -165,16 +165,6 @@ TEST(ScreenTruth, HistoryRecallReplacesEveryRowOfAContinuedInput) {
     for (int r = 2; r < 6; r++) EXPECT_EQ(s.row(r), "") << r;
 }
 
-TEST(ScreenTruth, ControlCharactersInARecalledEntryShowInCaretNotation) {
-    const std::string dir = qvtest::tempDir();
-    std::ofstream(dir + "/term.history") << "a\tb\x1b[31mc\n";
-    PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm(20, dir));
-    h.keys(kUp + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"a\tb\x1b[31mc"});
-    EXPECT_EQ(h.screen().row(0), "> a^Ib^[[31mc");
-}
-
 // ---------------------------------------------------------------------------
 // Masked reads
 
@@ -238,14 +228,26 @@ TEST(History, DuplicatesAndFileContent) {
     EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "a\nb\na\n");
 }
 
-TEST(History, NonAsciiEntriesComeBackEscaped) {
-    const std::string dir = qvtest::tempDir();
-    std::ofstream(dir + "/term.history") << "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\n";
-    PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm(20, dir));
-    h.keys(kUp + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"\\:00E9\\:20AC\\:F600"});
-    EXPECT_EQ(h.screen().row(0), "> \xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
+// A recalled entry comes back encoded and is drawn as it reads: UTF-8 as
+// itself, control characters in caret notation.
+TEST(History, RecalledEntriesComeBackEncodedAndDrawnAsTheyRead) {
+    struct Case {
+        std::string file, line, row;
+    };
+    const Case cases[] = {
+        {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", "\\:00E9\\:20AC\\:F600",
+         "> \xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"},
+        {"a\tb\x1b[31mc", "a\tb\x1b[31mc", "> a^Ib^[[31mc"},
+    };
+    for (const Case &k : cases) {
+        const std::string dir = qvtest::tempDir();
+        std::ofstream(dir + "/term.history") << k.file << "\n";
+        PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm(20, dir));
+        h.keys(kUp + "\r");
+        ASSERT_EQ(h.finish(), 0);
+        EXPECT_EQ(h.lines(), Lines{k.line});
+        EXPECT_EQ(h.screen().row(0), k.row);
+    }
 }
 
 // ---------------------------------------------------------------------------
