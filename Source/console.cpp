@@ -63,6 +63,7 @@ int console_init(console *c) {
     c->state = static_cast<console_state *>(calloc(1, sizeof(console_state)));
     if (!c->state) goto fail;
     c->state->dirty_from = INT_MAX;
+    c->state->plain = qv::terminal_can_paint() ? 0 : 1;
     screen_buffer_initialize(c);
     if (!c->screen.input.lines) goto fail;
 
@@ -98,6 +99,7 @@ void console_free(console *c) {
     if (c->state) {
         free(c->state->breaks);
         free(c->state->rows);
+        free(c->state->shown);
         free(c->state);
         c->state = nullptr;
     }

@@ -16,14 +16,7 @@
 extern "C" {
 #endif
 
-/* Read status. */
-#define ST_READING 1
-#define ST_INTERRUPTED 2
-#define ST_NOBUFFER 4
-#define ST_IOERROR 5
-#define ST_STOPPED 6
-#define ST_NOMEMORY 9
-#define ST_DONE 10
+/* The read status codes ST_* are defined in quorvel.h. */
 
 #define FLAG_NONINTERACTIVE 0x02
 #define FLAG_INSERT_KEY 0x20
@@ -114,6 +107,14 @@ struct console_state {
     qv::RowStart *rows;
     int nrows;
     int caprows;
+    /* The terminal cannot move the cursor up or to a column: the input is
+       shown on one row, scrolled sideways (see plainview.h). */
+    int plain;
+    wchar_t *shown; /* what that row shows, from column 0 */
+    int nshown;
+    int capshown;
+    int shown_cur; /* the terminal cursor's column on it */
+    int scroll;    /* the line's cell shown in column 0 */
 };
 
 namespace qv {

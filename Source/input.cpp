@@ -23,35 +23,106 @@ namespace {
 
 int pending = 0; // bytes the terminal driver reports as readable
 
-// Continuation bytes of a key sequence come from the descriptor, like the
-// first byte, so that nothing typed ahead is stranded in a stdio buffer.
-// Blocks without a time-out; -1 at end of input or on an error.
-int read_sequence_byte() {
-    const int fd = fileno(stdin);
-    for (;;) {
-        unsigned char b;
-        const ssize_t r = read(fd, &b, 1);
-        if (r == 1) return b;
-        if (r < 0 && errno == EINTR) continue;
-        if (r < 0 && errno == EAGAIN) {
-            fd_set set;
-            FD_ZERO(&set);
-            FD_SET(fd, &set);
-            if (select(fd + 1, &set, nullptr, nullptr, nullptr) >= 0 || errno == EINTR) continue;
-        }
-        return -1;
-    }
-}
+// Answers from next_byte besides a byte.
+constexpr int kEnded = -1;    // the read must end; the status says why
+constexpr int kTimedOut = -2; // no byte within the time asked for
+
+// The idle rhythm, and how long a key sequence may pause between its bytes
+// before it counts as finished: a lone ESC must not wait for ever, yet the
+// bytes of one key press arrive well within this.
+constexpr long kIdleMicros = 50000;
+constexpr int kSequenceTicks = 2;
 
 int read_pending_byte(console *c) {
     unsigned char b;
-    if (read(fileno(stdin), &b, 1) == 1) {
-        pending--;
-        return b;
+    for (;;) {
+        const ssize_t r = read(fileno(stdin), &b, 1);
+        if (r == 1) {
+            pending--;
+            return b;
+        }
+        if (r < 0 && errno == EINTR) continue;
+        c->status = ST_IOERROR;
+        c->error = r < 0 ? errno : 0;
+        return kEnded;
     }
-    c->status = ST_IOERROR;
-    c->error = errno;
-    return 0;
+}
+
+// Waits for the next key byte. ticks > 0 gives up after that many idle
+// periods without one; 0 waits for ever. Every idle period asks onIdle,
+// inside a key sequence too, so a host's stop is never held up by a key.
+// A signal never ends the wait: once the host's handler has run, the wait
+// goes on, with the terminal taken back if the signal had given it away.
+int next_byte(console *c, int ticks, bool line) {
+    const int fd = fileno(stdin);
+    int idle = 0;
+    while (!c->terminate && !c->cancel) {
+        if (qv::session_resume() & qv::kContinued && line) qv::screen_redraw_all(c);
+        if (ioctl(fd, FIONREAD, &pending) == 0 && pending > 0) return read_pending_byte(c);
+        const int wake = qv::session_wake_fd();
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(fd, &set);
+        if (wake >= 0) FD_SET(wake, &set);
+        struct timeval tv = {0, kIdleMicros};
+        const int r = select((wake > fd ? wake : fd) + 1, &set, nullptr, nullptr, &tv);
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) {
+            c->status = ST_IOERROR;
+            c->error = errno;
+            return kEnded;
+        }
+        if (r == 0) {
+            if (c->callbacks.onIdle) {
+                const int answer = c->callbacks.onIdle();
+                if (answer == 1) c->terminate = 1;
+                if (answer == 2) c->cancel = 1;
+            }
+            if (ticks > 0 && ++idle >= ticks && !c->terminate && !c->cancel) return kTimedOut;
+            continue;
+        }
+        if (!FD_ISSET(fd, &set)) continue; // the wake pipe: handled at the top
+        if (ioctl(fd, FIONREAD, &pending) == 0 && pending > 0) return read_pending_byte(c);
+        // Readable without a byte: the end of a pipe or file, or a hang-up.
+        c->status = ST_EOF;
+        c->error = 0;
+        return kEnded;
+    }
+    c->status = ST_STOPPED;
+    c->error = 0;
+    return kEnded;
+}
+
+bool is_csi_parameter(int b) { return b >= 0x20 && b <= 0x3F; }
+
+// The rest of a control sequence the key map does not know, up to its final
+// byte, so that no stray tail ("~", "2A") lands in the line.
+void swallow_sequence(console *c, int b) {
+    while (is_csi_parameter(b)) {
+        b = next_byte(c, kSequenceTicks, true);
+        if (b < 0) return;
+    }
+}
+
+// Follows a key sequence through the key maps, from the map its first byte
+// selected. An unfinished, unknown or broken sequence does nothing.
+action_fn decode_sequence(console *c, int first, const keymap_entry *map) {
+    int second = -1;
+    for (int count = 1;; count++) {
+        const int b = next_byte(c, kSequenceTicks, true);
+        if (b < 0) return nullptr; // timed out, or the read ends
+        if (count == 1) second = b;
+        const keymap_entry &e = map[b];
+        if (e.type == KM_FUNCTION) return e.target.action;
+        if (e.type == KM_SUBMAP) {
+            map = e.target.map;
+            continue;
+        }
+        const bool control_sequence = first == 27 && (second == '[' || second == 'O');
+        if (control_sequence && count == 1) swallow_sequence(c, next_byte(c, kSequenceTicks, true));
+        if (control_sequence && count > 1) swallow_sequence(c, b);
+        return nullptr;
+    }
 }
 
 } // namespace
@@ -69,17 +140,22 @@ void console_read_line(console *c, const char *prompt) {
         c->status = ST_NOBUFFER;
         return;
     }
-    qv::RawMode raw(c);
-    cursor_reset(c);
-    if (c->flags & FLAG_NONINTERACTIVE) {
-        read_input_noninteractive(c);
-        return;
+    {
+        qv::ReadSession session(c);
+        cursor_reset(c);
+        if (c->flags & FLAG_NONINTERACTIVE) {
+            read_input_noninteractive(c);
+            return;
+        }
+        std::unique_ptr<wchar_t, decltype(&free)> wide(nullptr, &free);
+        if (prompt && *prompt) wide.reset(cp2wchar(c, prompt, nullptr));
+        console_set_prompt(c, wide ? wide.get() : L"");
+        read_input(c);
+        console_set_prompt(c, L"");
     }
-    std::unique_ptr<wchar_t, decltype(&free)> wide(nullptr, &free);
-    if (prompt && *prompt) wide.reset(cp2wchar(c, prompt, nullptr));
-    console_set_prompt(c, wide ? wide.get() : L"");
-    read_input(c);
-    console_set_prompt(c, L"");
+    // Raised only once the terminal is the user's again, so that a host
+    // without a handler dies leaving a working terminal.
+    if (c->status == ST_INTERRUPTED && c->sigint) raise(SIGINT);
 }
 
 void read_input_noninteractive(console *c) {
@@ -113,78 +189,26 @@ void read_input(console *c) {
     do {
         c->status = ST_READING;
         c->error = 0;
-        const int key = GetChar(c);
-        if (key == -1) {
-            c->status = ST_DONE;
-            break;
-        }
-        const keymap_entry &e = map[key & 0xFF];
+        const int key = next_byte(c, 0, true);
+        if (key < 0) break;
+        const keymap_entry &e = map[key];
         action_fn action = nullptr;
         if (e.type == KM_FUNCTION)
             action = e.target.action;
         else if (e.type == KM_SUBMAP)
-            action = process_keyboard_events(c, e.target.map);
-        if (action) action(c, key);
+            action = decode_sequence(c, key, e.target.map);
+        if (action && c->status == ST_READING) action(c, key);
     } while (!c->terminate && c->status == ST_READING && c->eof != 1);
-
-    if (c->status == ST_INTERRUPTED) {
-        c->status = ST_READING;
-        // Raised while still in raw mode: the caller restores the mode after
-        // the host's handler has returned.
-        if (c->sigint) raise(SIGINT);
-    }
+    if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;
 }
 
 int GetChar(console *c) {
-    const int fd = fileno(stdin);
-    while (!c->terminate && !c->cancel) {
-        if (ioctl(fd, FIONREAD, &pending) == 0 && pending > 0) return read_pending_byte(c);
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(fd, &set);
-        struct timeval tv = {0, 50000};
-        errno = 0;
-        const int r = select(fd + 1, &set, nullptr, nullptr, &tv);
-        // A signal the host caught is not the user ending the line: its
-        // handler has run, and the wait goes on with the text intact.
-        if (r < 0 && errno == EINTR) continue;
-        if (r < 0) {
-            c->status = ST_IOERROR;
-            c->error = errno;
-            return -1;
-        }
-        if (r == 0) {
-            if (c->callbacks.onIdle) {
-                const int answer = c->callbacks.onIdle();
-                if (answer == 1) c->terminate = 1;
-                if (answer == 2) c->cancel = 1;
-            }
-            continue;
-        }
-        if (!FD_ISSET(fd, &set)) continue;
-        if (ioctl(fd, FIONREAD, &pending) == 0 && pending > 0) return read_pending_byte(c);
-        // Readable without a byte: the end of a pipe or file, or a hang-up.
-        c->status = ST_IOERROR;
-        c->error = errno;
-        return 0;
-    }
-    c->status = ST_STOPPED;
-    c->error = 0;
-    return -1;
+    const int b = next_byte(c, 0, false);
+    return b < 0 ? -1 : b;
 }
 
 action_fn process_keyboard_events(console *c, const keymap_entry *map) {
-    for (;;) {
-        const int b = read_sequence_byte();
-        if (b <= 0) {
-            c->status = ST_DONE;
-            return nullptr;
-        }
-        const keymap_entry &e = map[b];
-        if (e.type == KM_FUNCTION) return e.target.action;
-        if (e.type != KM_SUBMAP) return nullptr; // the sequence so far is dropped
-        map = e.target.map;
-    }
+    return decode_sequence(c, 0, map);
 }
 
 void console_get_char(console *c, int) {
@@ -192,14 +216,11 @@ void console_get_char(console *c, int) {
         c->status = ST_NOBUFFER;
         return;
     }
-    qv::RawMode raw(c);
+    qv::ReadSession session(c);
     const int key = GetChar(c);
-    if (key == -1) {
-        c->status = ST_DONE;
-        return;
-    }
-    raw.restore();
+    if (key == -1) return; // the status says why
+    session.end();
     c->editor.buffer[0] = static_cast<wchar_t>(key);
     c->editor.lastchar = c->editor.buffer + 1;
-    c->status = ST_READING;
+    c->status = ST_DONE;
 }

@@ -97,4 +97,56 @@ int layout_cursor_column(const LayoutText &t, const RowStart &s, int cursor) {
     return col < t.cols ? col : (t.cols > 0 ? t.cols - 1 : 0);
 }
 
+LineSpan layout_line_at(const LayoutText &t, int cursor) {
+    LineSpan l{0, 0, 0, 1, 0};
+    for (;;) {
+        int o = l.start;
+        for (;;) {
+            if (l.brk < t.nbreaks && t.breaks[l.brk].offset <= o) {
+                // A cursor on a continuation stands at the start of the new line.
+                l.end = o;
+                l.backslash = t.breaks[l.brk].kind == kBackslashJoin;
+                if (cursor < o) return l;
+                l = LineSpan{o, o, l.brk + 1, 0, 0};
+                break;
+            }
+            if (o >= t.len) {
+                l.end = o;
+                return l;
+            }
+            if (t.text[o] == L'\n') {
+                l.end = o;
+                if (cursor <= o) return l;
+                l = LineSpan{o + 1, o + 1, l.brk, 0, 0};
+                break;
+            }
+            o++;
+        }
+    }
+}
+
+int layout_line_bound(const LayoutText &t, const LineSpan &l) {
+    const int lead = l.first ? t.prompt_cells : t.indent;
+    return lead + 2 * (l.end - l.start) + 1;
+}
+
+int layout_line_cells(const LayoutText &t, const LineSpan &l, int cursor, termchar *cells,
+                      int cap, int *cursor_col) {
+    LayoutText wide = t;
+    wide.cols = cap;
+    int col = 0;
+    if (l.first) {
+        for (; col < t.prompt_cells && col < cap; col++) cells[col] = termchar{t.prompt[col], 0};
+    } else {
+        for (; col < t.indent && col < cap; col++) cells[col] = termchar{L' ', 0};
+    }
+    *cursor_col = col;
+    for (int o = l.start; o < l.end && col + unit_cells(t, t.text[o]) <= cap; o++) {
+        put_unit(wide, t.text[o], cells, col);
+        if (o + 1 <= cursor) *cursor_col = col;
+    }
+    if (l.backslash && col < cap) cells[col++] = termchar{L'\\', 0};
+    return col;
+}
+
 } // namespace qv

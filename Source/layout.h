@@ -61,6 +61,28 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
 // The column of the cursor at text offset cursor, on the row that starts at s.
 int layout_cursor_column(const LayoutText &t, const RowStart &s, int cursor);
 
+// A logical line: the prompt or the indent, then the text from start up to
+// end, where a line feed or a continuation ends it.
+struct LineSpan {
+    int start;
+    int end;
+    int brk;       // the break to honour from start on
+    int first;     // the line that starts with the prompt
+    int backslash; // ends in a backslash join, whose backslash stays drawn
+};
+
+// The logical line the cursor at text offset cursor stands in.
+LineSpan layout_line_at(const LayoutText &t, int cursor);
+
+// Lays out line l unbroken, as one row as wide as it needs, into cells
+// (room for cap). Answers the cells in use; *cursor_col receives the column
+// of text offset cursor.
+int layout_line_cells(const LayoutText &t, const LineSpan &l, int cursor, termchar *cells,
+                      int cap, int *cursor_col);
+
+// The most cells line l can take.
+int layout_line_bound(const LayoutText &t, const LineSpan &l);
+
 } // namespace qv
 #endif
 

@@ -12,6 +12,7 @@
 
 #include <curses.h>
 #include <term.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "console.h"
@@ -104,6 +105,10 @@ struct CacheInit {
     }
 } cache_init;
 
+// Whether a terminal description was loaded at all. Without one, a carriage
+// return is the one motion every terminal is sure to understand.
+bool described = false;
+
 bool available(const char *s) {
     const auto v = reinterpret_cast<intptr_t>(s);
     return v != static_cast<intptr_t>(UNDEF) && v != static_cast<intptr_t>(MISSING);
@@ -123,6 +128,13 @@ const char *qv::terminal_key(const char *name) {
     return nullptr;
 }
 
+bool qv::terminal_can_paint() {
+    const bool up = available(t_cursor_up) || available(t_cursor_up_parm);
+    const bool left = available(t_cursor_left) || available(t_cursor_left_parm);
+    const bool right = available(t_cursor_right) || available(t_cursor_right_parm);
+    return up && left && (available(t_column_address) || (available(t_carriage_return) && right));
+}
+
 // ---------------------------------------------------------------------------
 // Set-up
 
@@ -133,13 +145,19 @@ namespace {
 TERMINAL *own_terminal = nullptr;
 
 // The size comes from the description (ncurses consults the kernel's window
-// size there); reading it needs no raw mode.
+// size there). Without a description it comes from the kernel, and a
+// terminal that reports none gets the classic 80 by 24.
+void size_without_description(int *rows, int *cols) {
+    struct winsize ws {};
+    const bool known = ioctl(fileno(stdout), TIOCGWINSZ, &ws) == 0 && ws.ws_row > 0 && ws.ws_col > 0;
+    *rows = known ? ws.ws_row : 24;
+    *cols = known ? ws.ws_col : 80;
+}
+
 void console_get_size(console *, int *rows, int *cols) {
-    int n_rows = tigetnum("lines");
-    int n_cols = tigetnum("cols");
-    if (n_rows < 0 || n_cols < 0) n_rows = n_cols = 1;
-    *rows = n_rows;
-    *cols = n_cols;
+    *rows = tigetnum("lines");
+    *cols = tigetnum("cols");
+    if (*rows <= 0 || *cols <= 0) size_without_description(rows, cols);
 }
 
 } // namespace
@@ -151,6 +169,7 @@ void do_init_screen(console *c) {
         own_terminal = nullptr;
     }
     if (setupterm(nullptr, fileno(stdout), &err) == OK) own_terminal = cur_term;
+    described = own_terminal != nullptr;
     console_get_size(c, &c->screen.rows, &c->screen.cols);
     get_terminal_capabilities(c);
     c->history_add_unchanged = 1;
@@ -159,14 +178,16 @@ void do_init_screen(console *c) {
     c->masked = 0;
 }
 
-int console_get_width(console *) {
-    const int cols = tigetnum("cols");
-    return cols >= 0 ? cols : 1;
+int console_get_width(console *c) {
+    int rows = 0, cols = 0;
+    console_get_size(c, &rows, &cols);
+    return cols;
 }
 
-int console_get_height(console *) {
-    const int rows = tigetnum("lines");
-    return rows >= 0 ? rows : 1;
+int console_get_height(console *c) {
+    int rows = 0, cols = 0;
+    console_get_size(c, &rows, &cols);
+    return rows;
 }
 
 int getConsoleType(void *) { return 1; }
@@ -216,7 +237,10 @@ void screen_cursor_backspace(console *, int n) {
 }
 
 void screen_cursor_move_bol(console *) {
-    if (available(t_carriage_return)) tputs(t_carriage_return, 1, char_to_terminal);
+    if (available(t_carriage_return))
+        tputs(t_carriage_return, 1, char_to_terminal);
+    else if (!described)
+        char_to_terminal('\r');
 }
 
 void screen_cursor_move_eol(console *c) {

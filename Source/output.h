@@ -55,6 +55,9 @@ namespace qv {
 // The key string the terminal's description gives for a capability such as
 // "kcuu1", or NULL when it has none.
 const char *terminal_key(const char *name);
+// The terminal can move the cursor up, left and to a column, as the painter
+// of several rows needs.
+bool terminal_can_paint();
 } // namespace qv
 #endif
 #endif

@@ -16,6 +16,7 @@
 #include "console.h"
 #include "layout.h"
 #include "output.h"
+#include "plainview.h"
 #include "qv_assert.h"
 #include "text.h"
 
@@ -442,9 +443,13 @@ void write_run(console *c, int i, int start, wchar_t *run, int &ccount) {
     ccount = 0;
 }
 
+bool plain(const console *c) { return c->state && c->state->plain; }
+
 void do_paint(console *c) {
     screen_t *r = &c->screen;
-    if (!r->input.lines) {
+    // Without cursor addressing the model cannot be drawn; the plain view
+    // is drawn from the edit buffer instead.
+    if (!r->input.lines || plain(c)) {
         fflush(stdout);
         return;
     }
@@ -575,6 +580,11 @@ void place_cursor(console *c) {
 void qv::screen_start_input(console *c) {
     screen_buffer_reset(c);
     if (!c->state) return;
+    if (plain(c)) {
+        plain_start(c);
+        plain_refresh(c);
+        return;
+    }
     c->state->nrows = 0;
     c->state->dirty_from = 0;
     screen_refresh(c, 0);
@@ -585,6 +595,10 @@ void qv::screen_refresh(console *c, int flags) {
         do_paint(c);
         return;
     }
+    if (plain(c)) {
+        plain_refresh(c);
+        return;
+    }
     layout_input(c);
     place_cursor(c);
     if (flags & kCursorFirst) cursor_update(c, c->screen.input.newcur);
@@ -592,6 +606,7 @@ void qv::screen_refresh(console *c, int flags) {
 }
 
 void qv::screen_after_newline(console *c) {
+    if (plain(c)) plain_start(c);
     input_t *in = &c->screen.input;
     if (!in->lines) return;
     const int y = in->cur.pos.y + 1;
@@ -611,4 +626,23 @@ void qv::screen_redraw_below(console *c) {
     const int y = c->screen.input.cur.pos.y;
     invalidate_rectangle(c, 0, static_cast<unsigned>(y), static_cast<unsigned>(c->screen.cols - 1),
                          static_cast<unsigned>(c->screen.input.numlines - 1));
+}
+
+// The process was stopped, and the shell has written below the input area
+// since: the cursor is on a row of its own. The input is drawn afresh there.
+void qv::screen_redraw_all(console *c) {
+    input_t *in = &c->screen.input;
+    screen_cursor_move_bol(c);
+    if (plain(c)) {
+        plain_start(c);
+        plain_refresh(c);
+        return;
+    }
+    if (!in->lines) return;
+    for (int i = 0; i < in->numlines; i++) {
+        termline_erase(in->vbuf[i], &c->screen.blank);
+        invalidate_row(c, i);
+    }
+    in->cur.pos.x = in->cur.pos.y = 0;
+    do_paint(c);
 }

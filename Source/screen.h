@@ -95,6 +95,8 @@ void screen_refresh(struct console *c, int flags);
 void screen_after_newline(struct console *c);
 // Rows from the cursor's row down are drawn whole at the next paint.
 void screen_redraw_below(struct console *c);
+// Draws the whole input area again, from column 0 of the cursor's row.
+void screen_redraw_all(struct console *c);
 
 } // namespace qv
 #endif

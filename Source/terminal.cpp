@@ -24,6 +24,7 @@ namespace {
 struct terminal {
     struct console *console;
     int initialized;
+    int last_status; // of the last read, for term_getStatus
 };
 
 terminal *theTerminal = nullptr;
@@ -47,6 +48,10 @@ console *the_console() {
 char *do_readLine(console *c, const char *prompt) {
     char *result = nullptr;
     console_read_line(c, prompt);
+    // The mask belongs to this read alone.
+    c->masked = 0;
+    c->maskchar = 0;
+    if (theTerminal && theTerminal->console == c) theTerminal->last_status = c->status;
     if (c->editor.buffer) {
         result = encode_input(c);
         console_free_editor(c);
@@ -141,6 +146,8 @@ int term_setCallbacks(const term_callbacks *callbacks) {
     return 1;
 }
 
+int term_getStatus(void) { return theTerminal ? theTerminal->last_status : 0; }
+
 int term_getConsoleWidth(void) { return the_console()->screen.cols; }
 
 int term_getConsoleHeight(void) { return the_console()->screen.rows; }
@@ -153,6 +160,7 @@ void term_putChar(int ch) { console_put_wchar(the_console(), ch); }
 int term_getChar(int echo) {
     console *c = the_console();
     console_get_char(c, 0);
+    theTerminal->last_status = c->status;
     const int ch = c->editor.buffer ? static_cast<int>(c->editor.buffer[0]) : 0;
     if (echo) {
         console_put_wchar(c, ch);

@@ -1,7 +1,22 @@
-// Terminal modes.
+// Terminal modes, and the signals that must not leave the terminal raw.
+//
+// While a read runs, the terminal is raw: no echo, no line editing by the
+// driver, no output processing. A process that dies or stops in that state
+// leaves the user a terminal that looks dead. So for the length of a read the
+// library catches the signals that end or stop the process, gives the saved
+// mode back, puts the host's own disposition back and re-raises the signal,
+// which the host then receives as if the library had never been there. If the
+// process lives on (a host handler returned, or the process was continued),
+// the input loop takes the terminal back at its next wait.
 #include "ttymode.h"
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "console.h"
 
@@ -31,15 +46,163 @@ void console_set_raw_mode(console *, const struct termios *t) {
 
 void signal_interrupt(console *c) { c->status = ST_INTERRUPTED; }
 
-namespace qv {
+namespace {
 
-RawMode::RawMode(console *c) : c_(c), have_(console_get_mode(c, &saved_) != 0) {
-    if (have_) console_set_raw_mode(c_, &saved_);
+// SIGCONT last: it is the one that does not give the terminal back.
+constexpr int kSignals[] = {SIGTERM, SIGHUP, SIGQUIT, SIGINT, SIGTSTP, SIGCONT};
+constexpr int kCount = sizeof(kSignals) / sizeof(kSignals[0]);
+
+// Shared with the handler, so plain data and sig_atomic_t flags only.
+struct sigaction host_action[kCount];
+volatile sig_atomic_t installed[kCount];
+volatile sig_atomic_t passed[kCount]; // given to the host; ours is no longer in place
+volatile sig_atomic_t signalled;      // anything for session_resume to do
+volatile sig_atomic_t continued;
+volatile sig_atomic_t have_saved;
+volatile sig_atomic_t session_active;
+struct termios saved_mode;
+int mode_fd = -1;
+int wake_pipe[2] = {-1, -1};
+
+int index_of(int sig) {
+    for (int i = 0; i < kCount; i++)
+        if (kSignals[i] == sig) return i;
+    return -1;
 }
 
-void RawMode::restore() {
-    if (have_) console_set_mode(c_, &saved_);
-    have_ = false;
+void wake_loop() {
+    if (wake_pipe[1] < 0) return;
+    const char b = 1;
+    const ssize_t w = write(wake_pipe[1], &b, 1); // a full pipe already wakes it
+    (void) w;
+}
+
+extern "C" void on_signal(int sig) {
+    const int saved_errno = errno;
+    const int i = index_of(sig);
+    if (i >= 0) {
+        if (sig != SIGCONT) {
+            if (have_saved) tcsetattr(mode_fd, TCSANOW, &saved_mode);
+            sigaction(sig, &host_action[i], nullptr);
+            installed[i] = 0;
+            passed[i] = 1;
+            // Blocked while this handler runs: delivered with the host's
+            // disposition the moment it returns.
+            raise(sig);
+        } else {
+            continued = 1;
+        }
+        signalled = 1;
+        wake_loop();
+    }
+    errno = saved_errno;
+}
+
+// Installs the library's handler for signal i, unless the host ignores the
+// signal or, for SIGCONT, handles it itself.
+void install(int i) {
+    struct sigaction ours {};
+    ours.sa_handler = on_signal;
+    sigemptyset(&ours.sa_mask);
+    // Output interrupted by a signal must not be lost half-written.
+    ours.sa_flags = SA_RESTART;
+    struct sigaction current {};
+    if (sigaction(kSignals[i], nullptr, &current) != 0) return;
+    if (current.sa_handler == SIG_IGN) return;
+    if (kSignals[i] == SIGCONT && current.sa_handler != SIG_DFL) return;
+    host_action[i] = current;
+    if (sigaction(kSignals[i], &ours, nullptr) == 0) installed[i] = 1;
+}
+
+void uninstall_all() {
+    for (int i = 0; i < kCount; i++) {
+        if (installed[i]) sigaction(kSignals[i], &host_action[i], nullptr);
+        installed[i] = passed[i] = 0;
+    }
+}
+
+// Keeps the handled signals out while the shared state changes; on the way
+// out, whatever arrived meanwhile is delivered.
+class BlockSignals {
+  public:
+    BlockSignals() {
+        sigset_t set;
+        sigemptyset(&set);
+        for (int sig : kSignals) sigaddset(&set, sig);
+        pthread_sigmask(SIG_BLOCK, &set, &old_);
+    }
+    ~BlockSignals() { pthread_sigmask(SIG_SETMASK, &old_, nullptr); }
+    BlockSignals(const BlockSignals &) = delete;
+    BlockSignals &operator=(const BlockSignals &) = delete;
+
+  private:
+    sigset_t old_;
+};
+
+// A host that calls exit() from a callback still gets its terminal back.
+extern "C" void restore_at_exit(void) {
+    if (session_active && have_saved) tcsetattr(mode_fd, TCSADRAIN, &saved_mode);
+}
+
+void close_pipe() {
+    for (int &fd : wake_pipe) {
+        if (fd >= 0) close(fd);
+        fd = -1;
+    }
+}
+
+} // namespace
+
+namespace qv {
+
+ReadSession::ReadSession(console *c) : active_(!session_active) {
+    if (!active_) return; // a read inside a read keeps the outer one's hold
+    static const bool registered = atexit(restore_at_exit) == 0;
+    (void) registered;
+    BlockSignals block;
+    mode_fd = fileno(stdout);
+    have_saved = console_get_mode(c, &saved_mode) != 0;
+    if (have_saved) console_set_raw_mode(c, &saved_mode);
+    if (pipe2(wake_pipe, O_CLOEXEC | O_NONBLOCK) != 0) wake_pipe[0] = wake_pipe[1] = -1;
+    signalled = continued = 0;
+    for (int i = 0; i < kCount; i++) install(i);
+    session_active = 1;
+}
+
+void ReadSession::end() {
+    if (!active_) return;
+    active_ = false;
+    BlockSignals block;
+    uninstall_all();
+    if (have_saved) console_set_mode(nullptr, &saved_mode);
+    have_saved = 0;
+    session_active = 0;
+    signalled = continued = 0;
+    close_pipe();
+}
+
+int session_wake_fd() { return wake_pipe[0]; }
+
+int session_resume() {
+    if (!signalled) return kNothing;
+    BlockSignals block;
+    signalled = 0;
+    char sink[64];
+    while (wake_pipe[0] >= 0 && read(wake_pipe[0], sink, sizeof sink) > 0) {
+    }
+    int event = kNothing;
+    for (int i = 0; i < kCount; i++) {
+        if (!passed[i]) continue;
+        passed[i] = 0;
+        install(i);
+        event |= kRearmed;
+        // A stop by SIGTSTP only returns here once the process continues.
+        if (kSignals[i] == SIGTSTP) event |= kContinued;
+    }
+    if (continued) event |= kContinued;
+    continued = 0;
+    if (event != kNothing && have_saved) console_set_raw_mode(nullptr, &saved_mode);
+    return event;
 }
 
 } // namespace qv

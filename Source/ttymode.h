@@ -1,4 +1,5 @@
-/* Terminal modes: saving, switching to raw mode for a read, and restoring. */
+/* Terminal modes: saving, switching to raw mode for a read, and restoring;
+   the signal handling that gives the terminal back while a read runs. */
 #ifndef QUORVEL_TTYMODE_H
 #define QUORVEL_TTYMODE_H
 
@@ -17,8 +18,8 @@ QV_API int console_get_mode(struct console *c, struct termios *t);
 QV_API void console_set_mode(struct console *c, const struct termios *t);
 /* Raw mode derived from t, applied to standard input. */
 QV_API void console_set_raw_mode(struct console *c, const struct termios *t);
-/* Marks the read as interrupted (Ctrl-C with the sigint option); the input
-   loop raises the signal once the read has ended. */
+/* Marks the read as interrupted (Ctrl-C with the sigint option); the line
+   entry raises the signal once the terminal mode has been given back. */
 QV_API void signal_interrupt(struct console *c);
 
 #ifdef __cplusplus
@@ -27,21 +28,35 @@ QV_API void signal_interrupt(struct console *c);
 #ifdef QUORVEL_INTERNAL
 namespace qv {
 
-// Raw mode for the length of one read, given back on every path out. A mode
-// that could not be read is neither changed nor restored.
-class RawMode {
+// One read's hold on the terminal: raw mode, and handlers for the signals
+// that would otherwise leave the terminal raw behind a dead or stopped
+// process. Everything is given back on every path out. A mode that could not
+// be read is neither changed nor restored.
+class ReadSession {
   public:
-    explicit RawMode(struct console *c);
-    ~RawMode() { restore(); }
-    void restore();
-    RawMode(const RawMode &) = delete;
-    RawMode &operator=(const RawMode &) = delete;
+    explicit ReadSession(struct console *c);
+    ~ReadSession() { end(); }
+    void end();
+    ReadSession(const ReadSession &) = delete;
+    ReadSession &operator=(const ReadSession &) = delete;
 
   private:
-    struct console *c_;
-    struct termios saved_;
-    bool have_;
+    bool active_;
 };
+
+// The descriptor a signal handler writes to while a read runs, for the input
+// wait to watch; -1 when there is none.
+int session_wake_fd();
+
+enum SessionEvent : int {
+    kNothing = 0,
+    kRearmed = 1,   // a signal the host handled has passed; raw mode is back
+    kContinued = 2, // the process was stopped and has continued: repaint
+};
+
+// Takes back the terminal after a signal has passed: raw mode and the
+// library's handlers again. Cheap when nothing happened.
+int session_resume();
 
 } // namespace qv
 #endif

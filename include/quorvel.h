@@ -52,8 +52,9 @@ typedef struct term_options {
 /* Host callbacks, eight slots in this order. A NULL slot passed to
    term_setCallbacks() leaves the installed callback as it is. */
 typedef struct term_callbacks {
-    /* Called each 50 ms while waiting for a key. 0: keep waiting; 1 or 2: end
-       this read and every later one (final). */
+    /* Called each 50 ms while waiting for a key, also between the bytes of a
+       key sequence. 0: keep waiting; 1 or 2: end this read and every later
+       one (final); the read returns the text typed so far. */
     int (*onIdle)(void);
     void (*reserved1)(void);
     void (*reserved2)(void);
@@ -88,12 +89,32 @@ QV_API void term_destroy(void);
    echoed in their place and keeps the line out of the history. prompt (UTF-8,
    may be NULL) is shown before the line. Return asks isInputComplete() and
    may continue the input on further lines. Answers the encoded line (free it
-   with term_free()), an empty string after Ctrl-D on an empty line, an
-   interrupt or a stop by onIdle(), or NULL when memory ran out. */
+   with term_free()), an empty string after Ctrl-D on an empty line or an
+   interrupt, the text typed so far when onIdle() stopped the read or the
+   input ended or failed, or NULL when memory ran out. term_getStatus() tells
+   these apart.
+   Only the user ends a line: a signal the host catches does not. While the
+   read runs, SIGTERM, SIGHUP, SIGQUIT, SIGINT and SIGTSTP give the terminal
+   its mode back before the host's disposition takes them; if the process
+   lives on or continues, the read takes the terminal back and goes on. */
 QV_API char *term_getLine(char mask, const char *prompt);
 
 /* As term_getLine(), but Return always completes the input. */
 QV_API char *term_getRawLine(char mask, const char *prompt);
+
+/* Read status codes, as term_getStatus() answers them. */
+#define ST_READING 1     /* a read is in progress */
+#define ST_INTERRUPTED 2 /* Ctrl-C with the sigint option */
+#define ST_NOBUFFER 4    /* no memory for the edit buffer: the line is NULL */
+#define ST_IOERROR 5     /* reading the terminal failed */
+#define ST_STOPPED 6     /* onIdle() asked to stop */
+#define ST_NOMEMORY 9    /* the edit buffer could not grow: the line is NULL */
+#define ST_DONE 10       /* Return completed the line; a key was read */
+#define ST_EOF 11        /* Ctrl-D on an empty line, or the end of the input */
+
+/* How the last term_getLine(), term_getRawLine() or term_getChar() ended:
+   one of the ST_* codes; 0 before the first read or without an instance. */
+QV_API int term_getStatus(void);
 
 /* Releases a line returned by term_getLine() or term_getRawLine(); NULL is
    ignored. */

@@ -55,6 +55,30 @@ void write_all(int fd, const char *p, size_t n) {
     }
 }
 
+// A process group whose parent is in another session is orphaned, and the
+// kernel discards stop signals sent to it. So the host becomes the
+// foreground job of a parent that stays in the terminal's session and waits
+// for it, then leaves with the host's own exit status or signal.
+void become_job() {
+    const pid_t child = fork();
+    if (child < 0) _exit(125);
+    if (child == 0) {
+        setpgid(0, 0);
+        signal(SIGTTOU, SIG_IGN); // taking the terminal from the background
+        tcsetpgrp(0, getpid());
+        signal(SIGTTOU, SIG_DFL);
+        return;
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFSIGNALED(status)) {
+        signal(WTERMSIG(status), SIG_DFL);
+        kill(getpid(), WTERMSIG(status));
+    }
+    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 125);
+}
+
 } // namespace
 
 std::string terminfoDir() { return QV_TERMINFO_DIR; }
@@ -122,6 +146,7 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
             close(out_fds[0]);
             close(out_fds[1]);
         }
+        if (options_.job) become_job();
         std::vector<char *> argv;
         argv.push_back(const_cast<char *>(QV_HOST_PATH));
         for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
@@ -174,6 +199,14 @@ bool PtyHost::isRaw() {
     struct termios t;
     return tcgetattr(master_, &t) == 0 && !(t.c_lflag & ICANON);
 }
+
+bool PtyHost::isCooked() {
+    struct termios t;
+    return tcgetattr(master_, &t) == 0 && (t.c_lflag & ICANON) && (t.c_lflag & ECHO) &&
+           (t.c_lflag & ISIG) && (t.c_oflag & OPOST) && (t.c_iflag & ICRNL);
+}
+
+void PtyHost::waitCooked() { waitFor(&PtyHost::cookedReady, "the terminal's own mode"); }
 
 void PtyHost::waitFor(bool (PtyHost::*ready)(), const char *what) {
     const auto deadline = Clock::now() + kTimeout;
@@ -239,7 +272,13 @@ void PtyHost::settle() {
     }
 }
 
-void PtyHost::signal(int sig) { kill(pid_, sig); }
+void PtyHost::signal(int sig) {
+    const pid_t job = options_.job ? tcgetpgrp(master_) : -1;
+    if (job > 0)
+        kill(-job, sig);
+    else
+        kill(pid_, sig);
+}
 
 void PtyHost::closeInput() {
     if (in_pipe_ >= 0) {

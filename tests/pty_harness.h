@@ -24,6 +24,9 @@ struct HostOptions {
     bool stdout_pipe = false;        // standard output is a pipe, not the terminal
     std::string cwd;                 // working directory; empty: a fresh scratch one
     std::vector<std::string> env;    // extra NAME=VALUE settings
+    // The host runs as a job of its own under a waiting parent, as under a
+    // shell with job control, so that a stop signal really stops it.
+    bool job = false;
 };
 
 class PtyHost {
@@ -46,8 +49,13 @@ class PtyHost {
     // Waits until a host in tick mode (cb:idle=tick) has been idle twice
     // since the call: everything typed before it has been handled and drawn.
     void settle();
-    // Sends a signal to the host process.
+    // Sends a signal to the host process (to its job, with options.job).
     void signal(int sig);
+    // The terminal is in the mode a shell expects: line editing by the
+    // driver, echo, signal keys, output processing, Return read as a newline.
+    bool isCooked();
+    // Waits until the terminal is in that mode.
+    void waitCooked();
     // Closes the input side (end of a pipe, or hang-up of the terminal).
     void closeInput();
     // Waits for the host to exit; answers its exit status (-1 on a time-out).
@@ -69,6 +77,7 @@ class PtyHost {
     bool isRaw();
     void waitFor(bool (PtyHost::*ready)(), const char *what);
     bool rawReady() { return isRaw(); }
+    bool cookedReady() { return isCooked(); }
 
     HostOptions options_;
     int master_ = -1;

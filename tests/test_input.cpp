@@ -77,19 +77,6 @@ TEST_F(StreamInput, PreBufferHandsOutBytesInOrder) {
     EXPECT_EQ(c.prebuffer.buffer, nullptr); // released after the last one
 }
 
-TEST_F(StreamInput, SizeQueriesWithoutADescriptionAnswerOne) {
-    unsetenv("TERM");
-    console d{};
-    ASSERT_EQ(console_init(&d), 1);
-    EXPECT_EQ(console_get_width(&d), 1);
-    EXPECT_EQ(console_get_height(&d), 1);
-    console_free(&d);
-    setenv("TERM", "qv-no-such-terminal", 1);
-    ASSERT_EQ(console_init(&d), 1);
-    EXPECT_EQ(d.screen.cols, 1);
-    console_free(&d);
-}
-
 TEST_F(StreamInput, ASecondInitChangesNothing) {
     keymap_entry *const map = c.keymaps[0];
     history_t *const h = c.history;

@@ -112,8 +112,6 @@ TEST_F(DefaultBindings, WithoutADescriptionOnlyTheFixedBindingsExist) {
     unsetenv("TERM");
     console d{};
     ASSERT_EQ(console_init(&d), 1);
-    EXPECT_EQ(d.screen.rows, 1);
-    EXPECT_EQ(d.screen.cols, 1);
     EXPECT_EQ(t_auto_right_margin, 1);
     EXPECT_EQ(t_has_meta_key, 1);
     EXPECT_EQ(get_action_for_key_sequence(d.keymaps[0], "\033[A"), action_key_up);

@@ -173,24 +173,12 @@ TEST_F(Paint, WithoutHpaColumnsAreReachedFromTheLineStart) {
     EXPECT_EQ(take(), "<cr><cuf 2>a<cr><cuf 2><cuf 1>");
 }
 
-TEST_F(Paint, UpwardMotionDegrades) {
+TEST_F(Paint, HomeGoesUpAcrossWrappedRows) {
     prompt(L"");
     type(std::wstring(45, L'x')); // three rows
     take();
     action_key_home(&c, 1);
     EXPECT_EQ(take(), "<cuu 2><cub 5>");
-    start("qv-nocuu");
-    prompt(L"");
-    type(std::wstring(45, L'x'));
-    take();
-    action_key_home(&c, 1);
-    EXPECT_EQ(take(), "<cub 5>");
-    start("qv-nocursor");
-    prompt(L"");
-    type(std::wstring(45, L'x'));
-    take();
-    action_key_home(&c, 1);
-    EXPECT_EQ(take(), "");
 }
 
 TEST_F(Paint, CursorMotionPrimitives) {

@@ -71,16 +71,40 @@ TEST(Instance, CallbacksNeedAnInstance) {
     EXPECT_EQ(h.records("CB"), (Lines{"CB 0", "CB 1"}));
 }
 
-TEST(Instance, WithoutTermTheTerminalIsOneByOneAndStillReads) {
+// Without cursor addressing (no description, an unknown one, "dumb", or one
+// that cannot move up) the line is edited on one row with backspaces and
+// plain characters, and the size comes from the kernel.
+TEST(PlainTerminal, EditsWithBackspacesAndReturnsExactlyWhatWasTyped) {
+    for (const char *term : {"", "qv-no-such-terminal", "dumb"}) {
+        HostOptions o;
+        o.term = term;
+        PtyHost h({"init", "size", "line:> ", "destroy"}, o);
+        h.keys("ab\x1b[Dc\x7f\r");
+        ASSERT_EQ(h.finish(), 0) << term;
+        EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 20"}) << term;
+        EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 10"}) << term;
+        EXPECT_EQ(h.lines(), Lines{"ab"}) << term;
+        EXPECT_EQ(PtyHost::visible(h.output()), PtyHost::visible("> ab\bcb\b\bb \b\bb\r\n")) << term;
+        expectModesRestored(h);
+    }
+}
+
+TEST(PlainTerminal, ALongLineScrollsSideways) {
     HostOptions o;
-    o.term = "";
-    PtyHost h({"init", "size", "line:> ", "destroy"}, o);
-    h.keys("ab\x1b[Dc\r");
+    o.term = "qv-nocuu";
+    PtyHost h({"init", "cb:idle=tick", "line:> ", "destroy"}, o);
+    const std::string letters = "abcdefghijklmnopqrstuvwxy";
+    h.keys(letters);
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "ijklmnopqrstuvwxy");
+    h.keys("\x01"); // Home
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "> abcdefghijklmnopq");
+    EXPECT_EQ(h.screen().cursor_col, 2);
+    h.keys("\r");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 1"});
-    EXPECT_EQ(h.lines(), Lines{"acb"});
-    EXPECT_EQ(h.output().find('\x1b'), std::string::npos) << PtyHost::visible(h.output());
-    expectModesRestored(h);
+    EXPECT_EQ(h.lines(), Lines{letters});
+    EXPECT_EQ(h.output().find("<cuu"), std::string::npos);
 }
 
 // A window of 0 by 0 whose description also says 0: terminfo falls back to
@@ -168,25 +192,27 @@ TEST(Idle, AnswerTwoCancelsAndAnswerZeroKeepsWaiting) {
 // ---------------------------------------------------------------------------
 // Key sequences
 
+// An unknown sequence is swallowed whole, up to its final byte; NUL inside a
+// sequence drops just the sequence.
 TEST(Keys, SequencesAndTheirFailureModes) {
-    PtyHost h({"init", "line:", "line:", "line:", "line:", "destroy"},
-              HostOptions{});
-    // Unbound continuation: the whole sequence is dropped. Escape, x: both
-    // dropped. Tab and bytes above 127 insert nothing. NUL inside a sequence
-    // ends the read with the text so far.
-    h.keys(std::string("a\x1b[Zb\r") + "\x1bxc\r" + "d\t\xc3\xa9" + "e\r" + "f\x1b" + std::string(1, '\0'));
+    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "destroy"});
+    const std::string left = "\x1b[D", f10 = "\x1b[21~", shift_up = "\x1b[1;2A";
+    h.keys(std::string("a\x1b[Zb\r") + "\x1bxc\r" + "d\t\xc3\xa9" + "e\r" + "f\x1b" +
+           std::string(1, '\0') + "g\r" + "abcd" + left + left + f10 + "z" + shift_up + "\x1bOx\r");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"ab", "c", "de", "f"}));
+    EXPECT_EQ(h.lines(), (Lines{"ab", "c", "de", "fg", "abzcd"}));
     expectModesRestored(h);
 }
 
-TEST(Keys, ALonePrefixWaitsForItsNextByte) {
+// A lone Escape never hangs the read: after a pause the sequence is over,
+// and the key that follows later is a key of its own.
+TEST(Keys, ALoneEscapeEndsAfterAPause) {
     PtyHost h({"init", "line:", "destroy"});
     h.keysSlowly("a\x1b");
     usleep(200 * 1000);
     h.keys("[Db\r");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"ba"});
+    EXPECT_EQ(h.lines(), Lines{"a[Db"});
 }
 
 // Keys that arrive together (a paste, a scripted driver) are never stranded
@@ -210,37 +236,89 @@ TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
     expectModesRestored(h);
 }
 
-TEST(Keys, CtrlCWithTheSigintOptionRaisesSigint) {
-    PtyHost h({"init:sigint", "line:> ", "line:> ", "destroy"});
-    h.keys("abc\x03xyz\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"", "xyz"}));
-    EXPECT_EQ(h.records("SIGINT").size(), 1u);
-    expectModesRestored(h);
-}
-
-// Only the user ends a line: a signal the host catches leaves the read going
-// with its text, and Ctrl-S arrives as a key instead of freezing the output.
-TEST(Keys, SignalsAndFlowControlNeverEndOrFreezeARead) {
-    PtyHost h({"init", "line:> ", "destroy"});
-    h.keys("abc");
-    h.waitRead(0);
-    usleep(100 * 1000);
-    h.signal(SIGINT);
-    usleep(100 * 1000);
-    h.keys("d\x13" "e\x11" "f\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"abcdef"});
-    EXPECT_EQ(h.records("SIGINT").size(), 1u);
-    expectModesRestored(h);
-}
-
 TEST(Keys, CtrlCWithoutTheOptionStartsAFreshLine) {
     PtyHost h({"init", "line:> ", "destroy"});
     h.keys("abc\x03xyz\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{"xyz"});
     EXPECT_TRUE(h.records("SIGINT").empty());
+}
+
+// ---------------------------------------------------------------------------
+// Signals: only the user ends a line, and the terminal is always given back
+
+TEST(Session, CaughtSignalsAndFlowControlNeverEndOrFreezeARead) {
+    HostOptions o;
+    o.term = "xterm-256color";
+    PtyHost h({"init", "catch", "line:> ", "destroy"}, o);
+    h.keys("abc");
+    h.waitRead(0);
+    usleep(100 * 1000);
+    for (int sig : {SIGWINCH, SIGUSR1, SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        h.signal(sig);
+        usleep(50 * 1000);
+    }
+    h.keys("d\x13" "e\x11" "f\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"abcdef"});
+    EXPECT_EQ(h.records("SIGINT").size(), 1u);
+    EXPECT_EQ(h.records("CAUGHT"),
+              (Lines{"CAUGHT WINCH", "CAUGHT USR1", "CAUGHT TERM", "CAUGHT HUP", "CAUGHT QUIT"}));
+    EXPECT_EQ(h.screen().row(0), "> abcdef");
+    expectModesRestored(h);
+}
+
+TEST(Session, ADyingProcessGivesTheTerminalBackFirst) {
+    for (int sig : {SIGTERM, SIGHUP, SIGQUIT}) {
+        PtyHost h({"init", "line:> "});
+        h.keys("abc");
+        usleep(50 * 1000);
+        h.signal(sig);
+        EXPECT_EQ(h.finish(), 128 + sig);
+        EXPECT_TRUE(h.isCooked()) << sig;
+    }
+    PtyHost interrupted({"sigint:default", "init:sigint", "line:> "});
+    interrupted.keys("abc\x03");
+    EXPECT_EQ(interrupted.finish(), 128 + SIGINT);
+    EXPECT_TRUE(interrupted.isCooked());
+    PtyHost exited({"init", "cb:idle=exit", "line:> "});
+    EXPECT_EQ(exited.finish(), 3);
+    EXPECT_TRUE(exited.isCooked());
+}
+
+TEST(Session, AStopGivesTheTerminalBackAndContinuingRedrawsTheLine) {
+    HostOptions o;
+    o.term = "xterm-256color";
+    o.job = true;
+    PtyHost h({"init", "cb:idle=tick", "line:> ", "destroy"}, o);
+    h.keys("abc");
+    h.settle();
+    h.signal(SIGTSTP);
+    h.waitCooked();
+    const size_t before = h.output().size();
+    h.signal(SIGCONT);
+    h.keys("def\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"abcdef"});
+    EXPECT_NE(h.output().find("> abc", before), std::string::npos) << PtyHost::visible(h.output());
+    EXPECT_EQ(h.screen().row(0), "> abcdef");
+    expectModesRestored(h);
+}
+
+TEST(Session, TheStatusSaysHowEachReadEnded) {
+    PtyHost h({"init:sigint", "line:", "line:", "line:", "destroy"});
+    h.keys("ok\r" "x\x03" "\x04");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"ok", "", ""}));
+    EXPECT_EQ(h.records("STATUS"), (Lines{"STATUS 0 10", "STATUS 1 2", "STATUS 2 11"}));
+    EXPECT_EQ(h.records("SIGINT").size(), 1u); // raised once the mode was back
+    expectModesRestored(h);
+    // onIdle's stop ends a read even while a key sequence is unfinished.
+    PtyHost idle({"init", "cb:idle=1@4", "line:", "destroy"});
+    idle.keys("ab\x1b");
+    ASSERT_EQ(idle.finish(), 0);
+    EXPECT_EQ(idle.lines(), Lines{"ab"});
+    EXPECT_EQ(idle.records("STATUS"), Lines{"STATUS 0 6"});
 }
 
 } // namespace

@@ -11,17 +11,20 @@
  *   KEEP <answer>        keepNewline;  IDLE <count>  onIdle answering non-zero
  *   TICK <count>         onIdle in tick mode (the host has consumed all input)
  *   EOI                  onEndOfInput; SIGINT  the signal arrived
+ *   STATUS n <code>      term_getStatus after read n
+ *   CAUGHT <signal>      a signal the catch handlers counted, once per arrival
  *   CHAR <n>             term_getChar; INIT <r>  WIDTH <w>  HEIGHT <h>
  *
  * Commands:
  *   init | init:sigint | init:dir=PATH | init:null     term_init
  *   cb:complete=brackets|never|backslash|marker  cb:keep=1|0|backslash
- *   cb:idle=ANSWER@CALLS  cb:idle=tick  cb:eoi  cb:none  term_setCallbacks
+ *   cb:idle=ANSWER@CALLS  cb:idle=tick  cb:idle=exit  cb:eoi  term_setCallbacks
  *   (marker: read n is complete once its text holds the letter 'A' + n)
  *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  setcb-before
- *   sleep:MS
+ *   sleep:MS  catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
+ *   sigint:default (no SIGINT handler)
  */
 #include <quorvel.h>
 
@@ -40,6 +43,19 @@ static int keep_mode; /* the fixed answer of keepNewline */
 static int complete_mode; /* 0 brackets, 1 never, 2 backslash */
 static int eoi_seen;
 static volatile sig_atomic_t got_sigint;
+static const int caught_signals[] = {SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT};
+static const char *const caught_names[] = {"WINCH", "USR1", "TERM", "HUP", "QUIT"};
+static volatile sig_atomic_t caught[5];
+
+static void on_caught(int sig) {
+    int i;
+    for (i = 0; i < 5; i++)
+        if (caught_signals[i] == sig) caught[i]++;
+}
+
+static int on_idle_exit(void) {
+    exit(3);
+}
 
 static void record(const char *fmt, const char *text) {
     fprintf(side, fmt, text);
@@ -135,6 +151,9 @@ static void do_read(int kind, char mask, const char *prompt) {
         record("SIGINT%s\n", "");
         got_sigint = 0;
     }
+    for (int i = 0; i < 5; i++)
+        for (; caught[i] > 0; caught[i]--) record("CAUGHT %s\n", caught_names[i]);
+    fprintf(side, "STATUS %d %d\n", n, term_getStatus());
     if (line) {
         fprintf(side, "LINE %d %zu ", n, strlen(line));
         fwrite(line, 1, strlen(line), side);
@@ -172,6 +191,8 @@ static void set_callbacks(const char *setting) {
         cb.keepNewline = keep_newline;
     } else if (strcmp(setting, "keep=backslash") == 0) {
         cb.keepNewline = keep_newline_tracking;
+    } else if (strcmp(setting, "idle=exit") == 0) {
+        cb.onIdle = on_idle_exit;
     } else if (strcmp(setting, "idle=tick") == 0) {
         cb.onIdle = on_tick;
     } else if (strncmp(setting, "idle=", 5) == 0) {
@@ -241,6 +262,11 @@ int main(int argc, char **argv) {
             memset(&cb, 0, sizeof cb);
             fprintf(side, "CB %d\n", term_setCallbacks(&cb));
             fflush(side);
+        } else if (strcmp(a, "catch") == 0) {
+            int k;
+            for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
+        } else if (strcmp(a, "sigint:default") == 0) {
+            signal(SIGINT, SIG_DFL);
         } else if (strncmp(a, "sleep:", 6) == 0) {
             struct timespec ts;
             ts.tv_sec = atoi(a + 6) / 1000;

@@ -1,0 +1,126 @@
+// The one-row painter.
+//
+// The row is compared with what the terminal shows, and only the tail from
+// the first difference is written again: typing at the end writes just the
+// character, and a backspace there writes backspace, space, backspace. The
+// last column is never written, so no terminal's automatic margin can move
+// the cursor to a row the painter does not know about.
+#include "plainview.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "console.h"
+#include "layout.h"
+#include "output.h"
+
+namespace {
+
+qv::LayoutText plain_text(const console *c) {
+    qv::LayoutText t{};
+    t.prompt = c->prompt;
+    t.prompt_cells = qv::prompt_cells(c->prompt, 1 << 20); // the prompt scrolls, never cut
+    t.indent = t.prompt_cells;
+    t.text = c->editor.buffer;
+    t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
+    t.breaks = c->state->breaks;
+    t.nbreaks = c->state->nbreaks;
+    t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
+    t.cols = 1 << 20;
+    return t;
+}
+
+bool reserve(console_state *st, int n) {
+    if (n <= st->capshown) return true;
+    auto *grown = static_cast<wchar_t *>(realloc(st->shown, sizeof(wchar_t) * static_cast<size_t>(n)));
+    if (!grown) return false;
+    st->shown = grown;
+    st->capshown = n;
+    return true;
+}
+
+// Output collected for one paint and sent at once.
+class Out {
+  public:
+    explicit Out(console *c) : c_(c) {}
+    ~Out() { flush(); }
+    Out(const Out &) = delete;
+    Out &operator=(const Out &) = delete;
+    void put(wchar_t ch) {
+        if (n_ == kSize) flush();
+        buf_[n_++] = ch;
+    }
+    void flush() {
+        if (n_ > 0) console_put_wstring(c_, buf_, n_);
+        n_ = 0;
+    }
+
+  private:
+    static constexpr int kSize = 256;
+    console *c_;
+    wchar_t buf_[kSize];
+    int n_ = 0;
+};
+
+} // namespace
+
+namespace qv {
+
+void plain_start(console *c) {
+    console_state *st = c->state;
+    st->nshown = st->shown_cur = st->scroll = 0;
+}
+
+void plain_refresh(console *c) {
+    console_state *st = c->state;
+    if (!c->editor.buffer) return;
+    const LayoutText t = plain_text(c);
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    const LineSpan line = layout_line_at(t, cursor);
+    const int bound = layout_line_bound(t, line);
+    std::unique_ptr<termchar, decltype(&free)> cells(
+        static_cast<termchar *>(calloc(static_cast<size_t>(bound), sizeof(termchar))), &free);
+    if (!cells) return; // nothing written: the next paint compares again
+    int cursor_col = 0;
+    const int n = layout_line_cells(t, line, cursor, cells.get(), bound, &cursor_col);
+
+    // Keep the scroll unless the cursor left the window; then put it in the
+    // middle, so that typing on does not scroll again at every key.
+    const int width = c->screen.cols > 1 ? c->screen.cols - 1 : 1;
+    if (n < width) {
+        st->scroll = 0;
+    } else if (cursor_col < st->scroll || cursor_col >= st->scroll + width) {
+        st->scroll = cursor_col - width / 2;
+        if (st->scroll < 0) st->scroll = 0;
+    }
+    const int view = n - st->scroll < width ? n - st->scroll : width;
+    if (!reserve(st, view > st->nshown ? view : st->nshown)) return;
+    const wchar_t *old = st->shown;
+    const termchar *want = cells.get() + st->scroll;
+
+    int d = 0;
+    while (d < view && d < st->nshown && old[d] == want[d].ch) d++;
+    Out out(c);
+    int at = st->shown_cur;
+    auto move_to = [&](int col, const wchar_t *row) {
+        for (; at > col; at--) out.put(L'\b');
+        for (; at < col; at++) out.put(row[at]);
+    };
+    if (d < view || d < st->nshown) {
+        move_to(d, old); // d never passes the old text, so the old cells lead there
+        for (int j = d; j < view; j++, at++) {
+            out.put(want[j].ch);
+            st->shown[j] = want[j].ch;
+        }
+        for (; at < st->nshown; at++) out.put(L' ');
+        st->nshown = view;
+    }
+    const int target = cursor_col - st->scroll;
+    move_to(target, st->shown);
+    st->shown_cur = at;
+    out.flush();
+    fflush(stdout);
+}
+
+} // namespace qv
