@@ -118,6 +118,22 @@ struct console_state {
 };
 
 namespace qv {
+/* The prompt and the edit buffer as the layout takes them, for rows of cols
+   cells. */
+inline LayoutText layout_text(const console *c, int cols) {
+    LayoutText t{};
+    t.prompt = c->prompt;
+    t.cols = cols;
+    t.prompt_cells = prompt_cells(c->prompt, cols);
+    t.indent = t.prompt_cells;
+    t.text = c->editor.buffer;
+    t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
+    t.breaks = c->state->breaks;
+    t.nbreaks = c->state->nbreaks;
+    t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
+    return t;
+}
+
 /* The start of the line the cursor is on, as the user sees it: after the last
    line feed or continuation before the cursor. */
 int buffer_line_start(console *c);

@@ -17,20 +17,6 @@
 
 namespace {
 
-qv::LayoutText plain_text(const console *c) {
-    qv::LayoutText t{};
-    t.prompt = c->prompt;
-    t.prompt_cells = qv::prompt_cells(c->prompt, 1 << 20); // the prompt scrolls, never cut
-    t.indent = t.prompt_cells;
-    t.text = c->editor.buffer;
-    t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
-    t.breaks = c->state->breaks;
-    t.nbreaks = c->state->nbreaks;
-    t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
-    t.cols = 1 << 20;
-    return t;
-}
-
 bool reserve(console_state *st, int n) {
     if (n <= st->capshown) return true;
     auto *grown = static_cast<wchar_t *>(realloc(st->shown, sizeof(wchar_t) * static_cast<size_t>(n)));
@@ -75,7 +61,7 @@ void plain_start(console *c) {
 void plain_refresh(console *c) {
     console_state *st = c->state;
     if (!c->editor.buffer) return;
-    const LayoutText t = plain_text(c);
+    const LayoutText t = layout_text(c, 1 << 20); // the prompt scrolls, never cut
     const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
     const LineSpan line = layout_line_at(t, cursor);
     const int bound = layout_line_bound(t, line);

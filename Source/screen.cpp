@@ -492,19 +492,7 @@ void repaint(console *c, int immediate) {
 
 namespace {
 
-qv::LayoutText text_of(const console *c) {
-    qv::LayoutText t{};
-    t.prompt = c->prompt;
-    t.cols = c->screen.cols;
-    t.prompt_cells = qv::prompt_cells(c->prompt, t.cols);
-    t.indent = t.prompt_cells;
-    t.text = c->editor.buffer;
-    t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
-    t.breaks = c->state->breaks;
-    t.nbreaks = c->state->nbreaks;
-    t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
-    return t;
-}
+qv::LayoutText text_of(const console *c) { return qv::layout_text(c, c->screen.cols); }
 
 // The last row of the layout that starts at or before text offset o.
 int row_of(const console_state *st, int o) {
