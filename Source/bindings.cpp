@@ -70,10 +70,16 @@ const ByteBinding kSingleBytes[] = {
 
 } // namespace
 
-void keymap_set_defaults(console *c) {
+int keymap_set_defaults(console *c) {
     keymap_entry *map = c->keymaps[0];
-    for (const SequenceBinding &b : kFixedSequences)
-        keymap_bind_key_sequence(map, b.sequence, KM_FUNCTION, b.action);
+    // A refused binding (no action, no key string) is by design; one with
+    // both that still fails has run out of memory.
+    bool ok = true;
+    auto bind = [&](const char *sequence, action_fn action) {
+        if (!keymap_bind_key_sequence(map, sequence, KM_FUNCTION, action) && sequence && action)
+            ok = false;
+    };
+    for (const SequenceBinding &b : kFixedSequences) bind(b.sequence, b.action);
     for (const ByteBinding &b : kSingleBytes) keymap_bind_key(map, b.byte, KM_FUNCTION, b.action);
     for (int byte = 32; byte <= 126; byte++)
         keymap_bind_key(map, byte, KM_FUNCTION, action_insert_char);
@@ -86,6 +92,6 @@ void keymap_set_defaults(console *c) {
         {qv::terminal_key("khome"), action_key_home},  {qv::terminal_key("kll"), nullptr},
         {qv::terminal_key("kdch1"), nullptr},          {qv::terminal_key("kich1"), nullptr},
     };
-    for (const SequenceBinding &b : terminal_keys)
-        keymap_bind_key_sequence(map, b.sequence, KM_FUNCTION, b.action);
+    for (const SequenceBinding &b : terminal_keys) bind(b.sequence, b.action);
+    return ok ? 1 : 0;
 }

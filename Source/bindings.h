@@ -10,8 +10,9 @@ extern "C" {
 
 struct console;
 
-/* Binds the defaults into the console's active key map. */
-QV_API void keymap_set_defaults(struct console *c);
+/* Binds the defaults into the console's active key map. Answers 0 when
+   memory for a binding ran out (the map then lacks keys), else 1. */
+QV_API int keymap_set_defaults(struct console *c);
 
 #ifdef __cplusplus
 }

@@ -71,7 +71,7 @@ int console_init(console *c) {
     if (!c->keymaps) goto fail;
     for (int i = 0; i < kKeymapCount; i++)
         if (!(c->keymaps[i] = keymap_new())) goto fail;
-    keymap_set_defaults(c);
+    if (!keymap_set_defaults(c)) goto fail;
     get_os_encoding(c);
     c->history = history_new();
     if (!c->history) goto fail;
@@ -100,6 +100,7 @@ void console_free(console *c) {
         free(c->state->breaks);
         free(c->state->rows);
         free(c->state->shown);
+        qv::history_forget_new(c);
         free(c->state);
         c->state = nullptr;
     }

@@ -115,6 +115,11 @@ struct console_state {
     int capshown;
     int shown_cur; /* the terminal cursor's column on it */
     int scroll;    /* the line's cell shown in column 0 */
+    /* Entries added since the last save, as the file's lines (UTF-8). */
+    char **fresh;
+    int nfresh;
+    int capfresh;
+    int loading; /* entries now added come from the file */
 };
 
 namespace qv {

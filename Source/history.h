@@ -50,16 +50,10 @@ QV_API void history_set_dirty(struct console *c);
 QV_API int history_is_dirty(struct console *c);
 QV_API void history_print_all(struct console *c);
 
-/* History file. */
-QV_API char *history_get_filepath(void);
-QV_API wchar_t *encode_special_chars(const wchar_t *text, uint32_t len, uint32_t *k);
-QV_API void history_save(struct console *c, const char *path);
-QV_API void history_load(struct console *c, const char *path);
-QV_API void history_add_character_range(struct console *c, const char *start, const char *end);
-QV_API void history_add_string(struct console *c, const char *s);
-
 #ifdef __cplusplus
 }
 #endif
+
+#include "historyfile.h"
 
 #endif

@@ -160,27 +160,66 @@ class AllocationFailure : public ::testing::Test {
     std::string dir_;
 };
 
+// How many allocations f makes that could be made to fail.
+template <class F> long allocations_of(F f) {
+    fail_from = 1000000;
+    f();
+    const long used = 1000000 - fail_from;
+    fail_from = -1;
+    return used;
+}
+
+// All or nothing: whichever allocation fails, term_init answers 0 and leaves
+// nothing behind; only when every one succeeds does it answer 1.
 TEST_F(AllocationFailure, TermInitFailsAtEveryPointAndLeavesNothingBehind) {
     term_options opts = {dir_.c_str(), 0};
     // Warm-up: one-time state (the terminal description) exists before counting.
     ASSERT_EQ(term_init(&opts), 1);
     term_destroy();
-    int failures_seen = 0;
-    for (long n = 0; n < 10000; n++) {
+    const long needed = allocations_of([&] { term_init(&opts); });
+    term_destroy();
+    for (long n = 0; n <= needed; n++) {
         start_tracking();
         fail_from = n;
         const int ok = term_init(&opts);
         fail_from = -1;
+        tracking = false;
+        EXPECT_EQ(ok, n == needed ? 1 : 0) << "allocation " << n;
         if (ok) {
-            tracking = false;
-            term_destroy();
+            term_destroy(); // the copy of the history directory outlives it by design
             break;
         }
-        tracking = false;
-        failures_seen++;
         ASSERT_EQ(live_count, 0u) << "allocation " << n << " failed and left blocks behind";
     }
-    EXPECT_GT(failures_seen, 5);
+    EXPECT_GT(needed, 5);
+}
+
+// A load cut short by any failed allocation never costs the file an entry.
+TEST_F(AllocationFailure, AFailedLoadNeverCostsTheFileAnEntry) {
+    char dir[] = "/tmp/quorvel-alloc-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string path = std::string(dir) + "/term.history";
+    const std::string before = "alpha\nbeta\ngamma\n";
+    console c{};
+    ASSERT_EQ(console_init(&c), 1);
+    auto write = [&] { FILE *f = fopen(path.c_str(), "w"); fputs(before.c_str(), f); fclose(f); };
+    write();
+    const long needed = allocations_of([&] { history_load(&c, path.c_str()); });
+    for (long n = 0; n < needed; n++) {
+        history_clear(&c);
+        write();
+        fail_from = n;
+        history_load(&c, path.c_str());
+        fail_from = -1;
+        history_add(&c, L"new", 3);
+        history_save(&c, path.c_str());
+        char buf[64] = {0};
+        FILE *f = fopen(path.c_str(), "r");
+        const size_t got = fread(buf, 1, sizeof buf - 1, f);
+        fclose(f);
+        EXPECT_EQ(std::string(buf, got), before + "new\n") << "allocation " << n;
+    }
+    console_free(&c);
 }
 
 class EditorWithoutMemory : public AllocationFailure {

@@ -8,7 +8,11 @@
 #include <string>
 #include <vector>
 
+#include <csignal>
+
 #include <dirent.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,12 +28,15 @@ class History : public ::testing::Test {
         c.history_add_unchanged = 1;
         c.history_allow_duplicates = 0;
         c.history_max = 1000;
+        c.state = static_cast<console_state *>(calloc(1, sizeof(console_state)));
         dir = qvtest::tempDir();
         path = dir + "/term.history";
     }
     void TearDown() override {
         history_clear(&c);
         free(c.history);
+        qv::history_forget_new(&c);
+        free(c.state);
     }
     void add(const std::wstring &s) {
         history_add(&c, s.c_str(), static_cast<uint32_t>(s.size()));
@@ -140,17 +147,28 @@ TEST_F(History, SaveThenLoadRoundTrips) {
     EXPECT_EQ(entries(), (std::vector<std::wstring>{L"plain", L"caf\u00e9 \u20ac \U0001F600", L"abcd"}));
 }
 
-TEST_F(History, SaveReplacesTheFileWholeAndKeepsItsPermissions) {
-    write_file("old\n");
+// A save adds this session's entries to the file as it is now, whatever the
+// list in memory holds, and keeps the bytes it could not decode.
+TEST_F(History, SaveMergesIntoTheFileAndKeepsItsPermissions) {
+    write_file(std::string("old\nbad \xe9\nnul\0x\n", 16));
     chmod(path.c_str(), 0640);
     add(L"new");
     history_save(&c, path.c_str());
-    EXPECT_EQ(read_file(), "new\n");
+    EXPECT_EQ(read_file(), std::string("old\nbad \xe9\nnul\0x\nnew\n", 20));
     struct stat st;
     ASSERT_EQ(stat(path.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0640u);
-    // No temporary file is left behind.
-    std::vector<std::string> names;
+    history_save(&c, path.c_str()); // nothing new since: nothing added twice
+    EXPECT_EQ(read_file(), std::string("old\nbad \xe9\nnul\0x\nnew\n", 20));
+    // Loaded entries are not new; the newest history_max survive.
+    write_file("1\n2\n3\n");
+    history_clear(&c);
+    history_load(&c, path.c_str());
+    c.history_max = 3;
+    add(L"4");
+    history_save(&c, path.c_str());
+    EXPECT_EQ(read_file(), "2\n3\n4\n");
+    std::vector<std::string> names; // and no temporary file is left behind
     DIR *d = opendir(dir.c_str());
     while (dirent *e = readdir(d))
         if (e->d_name[0] != '.') names.push_back(e->d_name);
@@ -158,15 +176,55 @@ TEST_F(History, SaveReplacesTheFileWholeAndKeepsItsPermissions) {
     EXPECT_EQ(names, std::vector<std::string>{"term.history"});
 }
 
-TEST_F(History, SaveIntoAnUnwritableDirectoryLeavesTheOldFile) {
+// Where the new file cannot be made whole, the old one stays as it was.
+TEST_F(History, AFailedSaveLeavesTheOldFileUntouched) {
     write_file("keep me\n");
     add(L"lost");
-    chmod(dir.c_str(), 0500);
+    // A full disk: no byte may be written.
+    struct rlimit old;
+    getrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, SIG_IGN);
+    struct rlimit none = old;
+    none.rlim_cur = 0;
+    setrlimit(RLIMIT_FSIZE, &none);
     history_save(&c, path.c_str());
+    setrlimit(RLIMIT_FSIZE, &old);
+    EXPECT_EQ(read_file(), "keep me\n");
+    // A read-only directory, for a user it applies to.
+    chmod(dir.c_str(), 0555);
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(setgid(65534) == 0 && setuid(65534) == 0 ? (history_save(&c, path.c_str()), 0) : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
     chmod(dir.c_str(), 0700);
-    // As root the directory is still writable; either way no mix appears.
-    const std::string now = read_file();
-    EXPECT_TRUE(now == "keep me\n" || now == "lost\n") << now;
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(read_file(), "keep me\n");
+}
+
+// A symlinked file keeps its link; a FIFO or a directory never blocks.
+TEST_F(History, LinksAndSpecialFiles) {
+    const std::string real = dir + "/dotfiles-history";
+    std::ofstream(real) << "linked\n";
+    ASSERT_EQ(symlink("dotfiles-history", path.c_str()), 0);
+    add(L"one");
+    history_save(&c, path.c_str());
+    struct stat st;
+    ASSERT_EQ(lstat(path.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    EXPECT_EQ(qvtest::readFile(real), "linked\none\n");
+    unlink(real.c_str()); // dangling: the save creates what it points to
+    add(L"two");
+    history_save(&c, path.c_str());
+    EXPECT_EQ(qvtest::readFile(real), "two\n");
+    unlink(path.c_str());
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    add(L"three");
+    history_load(&c, path.c_str());
+    history_save(&c, path.c_str());
+    history_load(&c, dir.c_str());
+    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"one", L"two", L"three"}));
 }
 
 TEST_F(History, LoadHandlesAwkwardFiles) {
@@ -181,10 +239,10 @@ TEST_F(History, LoadHandlesAwkwardFiles) {
     EXPECT_EQ(entries(), (std::vector<std::wstring>{L"a\r", L"b\r", L"no newline"}));
 }
 
-TEST_F(History, LoadSkipsInvalidUtf8AndStopsABlockAtANul) {
+TEST_F(History, LoadSkipsOnlyTheEntriesItCannotTake) {
     write_file(std::string("good\nbad \xe9 latin1\nx\0hidden\nafter\n", 33));
     history_load(&c, path.c_str());
-    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"good", L"x"}));
+    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"good", L"after"}));
 }
 
 TEST_F(History, LongLinesSpanBlocks) {

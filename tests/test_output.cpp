@@ -1,7 +1,9 @@
 // The host's output calls and the history file, through the public calls.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -66,13 +68,13 @@ TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {
     HostOptions o;
     o.term = "xterm-256color";
     PtyHost h({"init:dir=" + dir, "load", "line:", "line:", "line:", "destroy"}, o);
-    // Page Up: the oldest kept entry. The NUL hid "rest", so the last entry
-    // is "nul"; after read 0 added its line, two Ups reach it.
+    // Page Up: the oldest kept entry. The entry holding a NUL is skipped, so
+    // after read 0 added its line, two Ups reach the last one before it.
     h.keys("\x1b[5~\r\x1b[A\x1b[A\rnew\r");
     ASSERT_EQ(h.finish(), 0);
     ASSERT_EQ(h.lines().size(), 3u);
-    EXPECT_EQ(h.lines()[0], "line 501\r");
-    EXPECT_EQ(h.lines()[1], "nul");
+    EXPECT_EQ(h.lines()[0], "line 500\r");
+    EXPECT_EQ(h.lines()[1], "line 1499\r");
     EXPECT_EQ(h.lines()[2], "new");
     // Restart: the saved file has the newest 1000 entries and the new line.
     const std::string saved = qvtest::readFile(dir + "/term.history");
@@ -90,6 +92,35 @@ TEST(HistoryFile, ADirectoryInPlaceOfTheFileIsLeftAlone) {
     h.keys("x\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{"x"});
+}
+
+// A password read before the load leaves nothing behind that could keep
+// the file's entries out.
+TEST(HistoryFile, APasswordReadBeforeTheLoadCostsNothing) {
+    const std::string dir = qvtest::tempDir();
+    std::ofstream(dir + "/term.history") << "alpha\nbeta\ngamma\n";
+    PtyHost h({"init:dir=" + dir, "mask:*:pw: ", "load", "line:", "destroy"});
+    h.keys("secret\r\x1b[A!\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"secret", "gamma!"}));
+    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "alpha\nbeta\ngamma\ngamma!\n");
+}
+
+TEST(HistoryFile, SessionsSavingAtOnceLoseNothing) {
+    const std::string dir = qvtest::tempDir();
+    std::ofstream(dir + "/term.history") << "seed\n";
+    std::vector<std::unique_ptr<PtyHost>> hosts;
+    for (int i = 0; i < 20; i++)
+        hosts.emplace_back(new PtyHost({"init:dir=" + dir, "line:", "destroy"}));
+    for (int i = 0; i < 20; i++) hosts[static_cast<size_t>(i)]->keys("entry " + std::to_string(i) + "\r");
+    for (auto &h : hosts) ASSERT_EQ(h->finish(), 0);
+    std::istringstream saved(qvtest::readFile(dir + "/term.history"));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(saved, line);) lines.push_back(line);
+    ASSERT_EQ(lines.size(), 21u);
+    EXPECT_EQ(lines[0], "seed");
+    for (int i = 0; i < 20; i++)
+        EXPECT_NE(std::find(lines.begin(), lines.end(), "entry " + std::to_string(i)), lines.end()) << i;
 }
 
 } // namespace

@@ -1,0 +1,359 @@
+// The history file "term.history": UTF-8, one entry per line, oldest first.
+//
+// Several sessions share one file, and a session may know only part of it (a
+// load that failed, or none at all). So a save never writes the list it has
+// in memory: it takes the file as it is now, under a lock, adds the entries
+// this session made, and puts the result in place with a rename. The file's
+// own lines travel as bytes, so whatever this session could not decode comes
+// through untouched.
+#include "historyfile.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "console.h"
+#include "text.h"
+#include "qv_assert.h"
+
+namespace {
+
+using CharPtr = std::unique_ptr<char, decltype(&free)>;
+using WidePtr = std::unique_ptr<wchar_t, decltype(&free)>;
+
+// One entry as the file holds it: its special characters encoded, UTF-8.
+char *file_line(console *c, const wchar_t *text, uint32_t n) {
+    uint32_t k = 0;
+    WidePtr enc(encode_special_chars(text, n, &k), &free);
+    return enc ? wchar2cp(c, enc.get(), static_cast<int>(k)) : nullptr;
+}
+
+// The whole content of the file open at fd, from its start.
+struct Bytes {
+    char *data = nullptr;
+    size_t size = 0;
+    Bytes() = default;
+    Bytes(const Bytes &) = delete;
+    Bytes &operator=(const Bytes &) = delete;
+    ~Bytes() { free(data); }
+};
+
+bool read_all(int fd, Bytes &b) {
+    size_t cap = 0;
+    if (lseek(fd, 0, SEEK_SET) < 0) return false;
+    for (;;) {
+        if (b.size == cap) {
+            const size_t grown = cap ? cap * 2 : 4096;
+            auto *p = static_cast<char *>(realloc(b.data, grown));
+            if (!p) return false;
+            b.data = p;
+            cap = grown;
+        }
+        const ssize_t r = read(fd, b.data + b.size, cap - b.size);
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) return false;
+        if (r == 0) return true;
+        b.size += static_cast<size_t>(r);
+    }
+}
+
+struct Line {
+    const char *text;
+    size_t len;
+};
+
+// Calls f for every non-empty line; a last line without its line feed counts.
+template <class F> void for_each_line(const Bytes &b, F f) {
+    const char *p = b.data, *end = b.data + b.size;
+    while (p < end) {
+        const auto *nl = static_cast<const char *>(memchr(p, '\n', static_cast<size_t>(end - p)));
+        const char *stop = nl ? nl : end;
+        if (stop > p) f(Line{p, static_cast<size_t>(stop - p)});
+        p = stop + 1;
+    }
+}
+
+// Opens path without blocking on a FIFO or a device; -1 unless it is a
+// regular file.
+int open_regular(const char *path, int flags) {
+    struct stat st;
+    if (stat(path, &st) == 0 && !S_ISREG(st.st_mode)) return -1;
+    const int fd = open(path, flags | O_NONBLOCK | O_CLOEXEC, 0666);
+    if (fd < 0) return -1;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// The file a chain of symbolic links ends at, so that a save replaces the
+// file and keeps the links (a history kept with one's dotfiles). A dangling
+// link gives the path it points to. NULL for a loop or no memory.
+char *resolve_links(const char *path) {
+    CharPtr cur(strdup(path), &free);
+    for (int hops = 0; cur && hops < 40; hops++) {
+        struct stat st;
+        if (lstat(cur.get(), &st) != 0 || !S_ISLNK(st.st_mode)) return cur.release();
+        char target[PATH_MAX];
+        const ssize_t n = readlink(cur.get(), target, sizeof target - 1);
+        if (n < 0) return nullptr;
+        target[n] = 0;
+        const char *slash = strrchr(cur.get(), '/');
+        if (target[0] == '/' || !slash) {
+            cur.reset(strdup(target));
+            continue;
+        }
+        const auto dir = static_cast<size_t>(slash - cur.get()) + 1;
+        CharPtr joined(static_cast<char *>(malloc(dir + static_cast<size_t>(n) + 1)), &free);
+        if (!joined) return nullptr;
+        memcpy(joined.get(), cur.get(), dir);
+        memcpy(joined.get() + dir, target, static_cast<size_t>(n) + 1);
+        cur = std::move(joined);
+    }
+    return nullptr;
+}
+
+bool write_all(int fd, const char *p, size_t n) {
+    while (n > 0) {
+        const ssize_t w = write(fd, p, n);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) return false;
+        p += w;
+        n -= static_cast<size_t>(w);
+    }
+    return true;
+}
+
+// Output gathered into blocks, so a long history costs few system calls.
+class Writer {
+  public:
+    explicit Writer(int fd) : fd_(fd) {}
+    void put(const char *p, size_t n) {
+        if (!ok_) return;
+        if (used_ + n > sizeof buf_) {
+            ok_ = write_all(fd_, buf_, used_);
+            used_ = 0;
+            if (!ok_ || n > sizeof buf_) {
+                ok_ = ok_ && write_all(fd_, p, n);
+                return;
+            }
+        }
+        memcpy(buf_ + used_, p, n);
+        used_ += n;
+    }
+    bool finish() {
+        if (ok_ && used_ > 0) ok_ = write_all(fd_, buf_, used_);
+        used_ = 0;
+        return ok_;
+    }
+
+  private:
+    int fd_;
+    bool ok_ = true;
+    size_t used_ = 0;
+    char buf_[8192];
+};
+
+// Writes lines to a new file beside target and renames it over target. On
+// any failure the target stays exactly as it was.
+bool replace_file(const char *target, mode_t mode, const Line *lines, size_t n) {
+    const size_t len = strlen(target);
+    CharPtr tmp(static_cast<char *>(malloc(len + 8)), &free);
+    if (!tmp) return false;
+    memcpy(tmp.get(), target, len);
+    memcpy(tmp.get() + len, ".XXXXXX", 8);
+    const int fd = mkostemp(tmp.get(), O_CLOEXEC);
+    if (fd < 0) return false;
+    fchmod(fd, mode);
+    Writer out(fd);
+    for (size_t i = 0; i < n; i++) {
+        out.put(lines[i].text, lines[i].len);
+        out.put("\n", 1);
+    }
+    bool ok = out.finish();
+    ok = fsync(fd) == 0 && ok;
+    ok = close(fd) == 0 && ok;
+    if (!ok || rename(tmp.get(), target) != 0) {
+        unlink(tmp.get());
+        return false;
+    }
+    // The rename itself reaches the disk with the directory.
+    const char *slash = strrchr(target, '/');
+    CharPtr dir(slash ? strndup(target, static_cast<size_t>(slash - target) + 1) : strdup("."),
+                &free);
+    const int dfd = dir ? open(dir.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    if (dfd >= 0) {
+        fsync(dfd);
+        close(dfd);
+    }
+    return true;
+}
+
+// The merge, with the lock on the file held: the file's entries, then this
+// session's, newest last, capped at max.
+bool merge_into(console *c, int fd, const char *target, mode_t mode) {
+    Bytes old;
+    if (!read_all(fd, old)) return false;
+    size_t n = 0;
+    for_each_line(old, [&](Line) { n++; });
+    const console_state *st = c->state;
+    const size_t fresh = st ? static_cast<size_t>(st->nfresh) : 0;
+    std::unique_ptr<Line, decltype(&free)> lines(
+        static_cast<Line *>(malloc(sizeof(Line) * (n + fresh + 1))), &free);
+    if (!lines) return false;
+    Line *l = lines.get();
+    n = 0;
+    for_each_line(old, [&](Line line) { l[n++] = line; });
+    for (size_t i = 0; i < fresh; i++) {
+        const Line line{st->fresh[i], strlen(st->fresh[i])};
+        const bool repeat = n > 0 && l[n - 1].len == line.len &&
+                            memcmp(l[n - 1].text, line.text, line.len) == 0;
+        if (!repeat || c->history_allow_duplicates) l[n++] = line;
+    }
+    const size_t max = c->history_max > 0 ? static_cast<size_t>(c->history_max) : n;
+    const size_t first = n > max ? n - max : 0;
+    return replace_file(target, mode, l + first, n - first);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// Entries kept for the next save
+
+void qv::history_note_new(console *c, const wchar_t *text, uint32_t n) {
+    console_state *st = c->state;
+    if (!st || st->loading) return;
+    char *line = file_line(c, text, n);
+    if (!line) return;
+    if (st->nfresh > 0 && st->nfresh >= c->history_max) {
+        // Only the newest history_max can survive a save anyway.
+        free(st->fresh[0]);
+        memmove(st->fresh, st->fresh + 1, sizeof(char *) * static_cast<size_t>(st->nfresh - 1));
+        st->nfresh--;
+    }
+    if (st->nfresh == st->capfresh) {
+        const int cap = st->capfresh ? st->capfresh * 2 : 16;
+        auto *grown = static_cast<char **>(realloc(st->fresh, sizeof(char *) * static_cast<size_t>(cap)));
+        if (!grown) {
+            free(line);
+            return;
+        }
+        st->fresh = grown;
+        st->capfresh = cap;
+    }
+    st->fresh[st->nfresh++] = line;
+}
+
+void qv::history_forget_new(console *c) {
+    console_state *st = c->state;
+    if (!st) return;
+    for (int i = 0; i < st->nfresh; i++) free(st->fresh[i]);
+    free(st->fresh);
+    st->fresh = nullptr;
+    st->nfresh = st->capfresh = 0;
+}
+
+// ---------------------------------------------------------------------------
+// The file
+
+char *history_get_filepath(void) {
+    static const char kName[] = "term.history";
+    if (!history_directory) return strdup(kName);
+    const size_t dir = strlen(history_directory);
+    auto *path = static_cast<char *>(malloc(dir + 1 + sizeof(kName)));
+    if (!path) return nullptr;
+    memcpy(path, history_directory, dir);
+    path[dir] = '/';
+    memcpy(path + dir + 1, kName, sizeof(kName));
+    return path;
+}
+
+// A backslash before a line break drops both (a continued line joins up);
+// any other line break becomes a space, so an entry stays one line.
+wchar_t *encode_special_chars(const wchar_t *text, uint32_t len, uint32_t *k) {
+    auto *out = static_cast<wchar_t *>(malloc((static_cast<size_t>(len) + 1) * sizeof(wchar_t)));
+    if (!out) return nullptr;
+    uint32_t n = 0;
+    for (uint32_t i = 0; i < len; i++) {
+        const wchar_t ch = text[i];
+        const wchar_t next = i + 1 < len ? text[i + 1] : 0;
+        if (ch == '\\' && (next == 10 || next == 13)) {
+            i++;
+        } else if (ch == 10 || ch == 13) {
+            out[n++] = ' ';
+        } else {
+            out[n++] = ch;
+        }
+    }
+    QV_ASSERT(n <= len);
+    out[n] = 0;
+    if (k) *k = n;
+    return out;
+}
+
+void history_save(console *c, const char *path) {
+    // Nothing new: the file stays exactly as it is, and none is created.
+    if (!path || !c->state || c->state->nfresh == 0) return;
+    CharPtr target(resolve_links(path), &free);
+    if (!target) return;
+    // The lock lives on the file, and a rename by another session replaces
+    // that file: whoever then gets the lock on the old one tries again.
+    for (int attempt = 0; attempt < 100; attempt++) {
+        int fd = open_regular(target.get(), O_RDWR | O_CREAT);
+        if (fd < 0) fd = open_regular(target.get(), O_RDONLY);
+        if (fd < 0) return;
+        int locked;
+        while ((locked = flock(fd, LOCK_EX)) != 0 && errno == EINTR) {
+        }
+        struct stat held, now;
+        const bool current = locked == 0 && fstat(fd, &held) == 0 &&
+                             stat(target.get(), &now) == 0 && held.st_ino == now.st_ino &&
+                             held.st_dev == now.st_dev;
+        if (current && merge_into(c, fd, target.get(), held.st_mode & 07777))
+            qv::history_forget_new(c);
+        close(fd);
+        if (current || locked != 0) return;
+    }
+}
+
+void history_add_character_range(console *c, const char *start, const char *end) {
+    if (!start || end <= start) return;
+    const auto n = static_cast<size_t>(end - start);
+    CharPtr bytes(static_cast<char *>(malloc(n + 1)), &free);
+    if (!bytes) return;
+    memcpy(bytes.get(), start, n);
+    bytes.get()[n] = 0;
+    history_add_string(c, bytes.get());
+}
+
+void history_add_string(console *c, const char *s) {
+    int count = 0;
+    WidePtr wide(cp2wchar(c, s, &count), &free);
+    if (!wide) return;
+    history_add(c, wide.get(), static_cast<uint32_t>(count));
+}
+
+void history_load(console *c, const char *path) {
+    if (!path) return;
+    const int fd = open_regular(path, O_RDONLY);
+    if (fd < 0) return;
+    Bytes b;
+    const bool ok = read_all(fd, b);
+    close(fd);
+    if (!ok) return;
+    // The file's entries are in the file already: a save must not add them.
+    if (c->state) c->state->loading = 1;
+    for_each_line(b, [&](Line l) {
+        if (!memchr(l.text, 0, l.len)) history_add_character_range(c, l.text, l.text + l.len);
+    });
+    if (c->state) c->state->loading = 0;
+}

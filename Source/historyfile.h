@@ -1,0 +1,44 @@
+/* The history file "term.history": loading it into the history list, and
+   saving this session's new entries into it without losing anyone's. */
+#ifndef QUORVEL_HISTORYFILE_H
+#define QUORVEL_HISTORYFILE_H
+
+#include <stdint.h>
+#include <wchar.h>
+
+#include "quorvel.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct console;
+
+QV_API char *history_get_filepath(void);
+QV_API wchar_t *encode_special_chars(const wchar_t *text, uint32_t len, uint32_t *k);
+/* Merges the entries added since the instance began (or since the last save)
+   into the file: under a lock, the file's current entries, then the new ones,
+   newest last, the oldest dropped beyond history_max. The file is replaced
+   through a synced temporary file beside it, or not touched at all. */
+QV_API void history_save(struct console *c, const char *path);
+/* Appends the file's entries to the list. Anything but a regular file is
+   skipped without blocking; a line holding a NUL byte is skipped alone. */
+QV_API void history_load(struct console *c, const char *path);
+QV_API void history_add_character_range(struct console *c, const char *start, const char *end);
+QV_API void history_add_string(struct console *c, const char *s);
+
+#ifdef __cplusplus
+}
+
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+/* Keeps an entry that history_add put into the list, for the next save;
+   entries coming from the file are not kept again. */
+void history_note_new(struct console *c, const wchar_t *text, uint32_t n);
+/* Releases the entries kept for the next save. */
+void history_forget_new(struct console *c);
+} // namespace qv
+#endif
+#endif
+
+#endif
