@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <mutex>
 
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -23,8 +25,17 @@ struct Logger {
 Logger theLogger = {nullptr, nullptr};
 
 // Serialises lookups and changes of the appender list, so that two threads
-// naming the same new appender get one record.
-std::mutex list_mutex;
+// naming the same new appender get one record. A plain pthread mutex: it
+// cannot throw, so nothing of C++ can reach a C caller through it.
+pthread_mutex_t list_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+class ListLock {
+  public:
+    ListLock() { pthread_mutex_lock(&list_mutex); }
+    ~ListLock() { pthread_mutex_unlock(&list_mutex); }
+    ListLock(const ListLock &) = delete;
+    ListLock &operator=(const ListLock &) = delete;
+};
 
 // Each thread formats its time stamp into its own buffer.
 thread_local char timestamp_text[121];
@@ -36,20 +47,37 @@ void append_cut(char *path, size_t &pos, const char *text, size_t n) {
     for (size_t i = 0; i < n && text[i] && pos < kPathSize - 1; i++) path[pos++] = text[i];
 }
 
-// "/tmp/" + at most 249 bytes of the name + "-" + five digits of the
-// process id + ".log", cut at 260 bytes.
-char *log_file_name(const char *name) {
+} // namespace
+
+// The process id is written whole: two processes must never share a file.
+// A long name gives way to it.
+char *qv::log_file_name(const char *name, int pid) {
     auto *path = static_cast<char *>(calloc(kPathSize, 1));
     if (!path) return nullptr;
-    char pid[16];
-    snprintf(pid, sizeof pid, "%05d", getPID());
+    char tail[32];
+    const int n = snprintf(tail, sizeof tail, "-%05d.log", pid);
     size_t pos = 0;
     append_cut(path, pos, "/tmp/", 5);
-    append_cut(path, pos, name, 249);
-    append_cut(path, pos, "-", 1);
-    append_cut(path, pos, pid, 5);
-    append_cut(path, pos, ".log", 4);
+    append_cut(path, pos, name, kPathSize - 1 - 5 - static_cast<size_t>(n));
+    append_cut(path, pos, tail, static_cast<size_t>(n));
     return path;
+}
+
+namespace {
+
+// /tmp is everyone's: a file planted there under the appender's name, or a
+// link, must not receive the host's log lines.
+FILE *open_log(const char *path) {
+    const int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) return nullptr;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid()) {
+        close(fd);
+        return nullptr;
+    }
+    FILE *f = fdopen(fd, "a");
+    if (!f) close(fd);
+    return f;
 }
 
 const char *getFileNamePart(const char *path) {
@@ -75,8 +103,8 @@ appender *new_appender(const char *name) {
     a->name = name;
     a->active = 1;
     a->next = nullptr;
-    a->filename = log_file_name(name);
-    a->file = a->filename ? fopen(a->filename, "a") : nullptr;
+    a->filename = qv::log_file_name(name, getPID());
+    a->file = a->filename ? open_log(a->filename) : nullptr;
     a->lock = New_KMutex();
     if (!a->lock) {
         if (a->file) fclose(a->file);
@@ -90,12 +118,12 @@ appender *new_appender(const char *name) {
 } // namespace
 
 void init_logger(void) {
-    std::lock_guard<std::mutex> guard(list_mutex);
+    ListLock guard;
     theLogger.first = theLogger.last = nullptr;
 }
 
 appender *logger_get_appender(const char *name) {
-    std::lock_guard<std::mutex> guard(list_mutex);
+    ListLock guard;
     for (appender *a = theLogger.first; a; a = a->next)
         if (strcmp(a->name, name) == 0) return a;
     appender *a = new_appender(name);
@@ -120,7 +148,7 @@ void logger_stop(const char *name) {
 void logger_finish(const char *name) { logger_finish_appender(logger_get_appender(name)); }
 
 void logger_finish_all(void) {
-    std::lock_guard<std::mutex> guard(list_mutex);
+    ListLock guard;
     for (appender *a = theLogger.first; a;) {
         appender *next = a->next;
         logger_finish_appender(a);

@@ -61,6 +61,14 @@ QV_API void read_config_file(void);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+/* "/tmp/" + the name, cut so that the rest fits in 260 bytes, + "-" + the
+   process id (at least five digits) + ".log". */
+char *log_file_name(const char *name, int pid);
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -7,15 +7,24 @@
 #include <clocale>
 #include <cstdlib>
 
+#include <pthread.h>
+
 namespace {
 
+// Made once for the process, through pthread_once rather than a function
+// static: a C host linking the static library then needs no C++ runtime
+// support for it.
+locale_t utf8 = static_cast<locale_t>(0);
+pthread_once_t utf8_once = PTHREAD_ONCE_INIT;
+
+extern "C" void make_utf8_locale(void) {
+    utf8 = newlocale(LC_CTYPE_MASK, "C.utf-8", static_cast<locale_t>(0));
+    if (!utf8) utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+}
+
 locale_t utf8_locale() {
-    static locale_t loc = [] {
-        locale_t l = newlocale(LC_CTYPE_MASK, "C.utf-8", static_cast<locale_t>(0));
-        if (!l) l = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
-        return l;
-    }();
-    return loc;
+    pthread_once(&utf8_once, make_utf8_locale);
+    return utf8;
 }
 
 class Utf8Scope {

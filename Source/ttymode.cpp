@@ -16,6 +16,7 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "console.h"
@@ -144,6 +145,9 @@ extern "C" void restore_at_exit(void) {
     if (session_active && have_saved) tcsetattr(mode_fd, TCSADRAIN, &saved_mode);
 }
 
+pthread_once_t exit_hook_once = PTHREAD_ONCE_INIT;
+extern "C" void register_exit_hook(void) { atexit(restore_at_exit); }
+
 void close_pipe() {
     for (int &fd : wake_pipe) {
         if (fd >= 0) close(fd);
@@ -157,8 +161,7 @@ namespace qv {
 
 ReadSession::ReadSession(console *c) : active_(!session_active) {
     if (!active_) return; // a read inside a read keeps the outer one's hold
-    static const bool registered = atexit(restore_at_exit) == 0;
-    (void) registered;
+    pthread_once(&exit_hook_once, register_exit_hook);
     BlockSignals block;
     mode_fd = fileno(stdout);
     have_saved = console_get_mode(c, &saved_mode) != 0;

@@ -15,11 +15,21 @@ extra=""
 if nm -D "$build/libquorvel.so" | grep -q __asan_init; then extra="-fsanitize=address,undefined"; fi
 cc -std=c99 -Wall -Werror -pedantic $extra -o "$work/consumer" "$src/consumer.c" \
     $(pkg-config --cflags --libs quorvel)
+# The static library, with what pkg-config says it needs; -l: picks the
+# archive although the shared object sits beside it.
+cc -std=c99 -Wall -Werror -pedantic $extra -o "$work/consumer-static" "$src/consumer.c" \
+    $(pkg-config --cflags quorvel) \
+    $(pkg-config --static --libs quorvel | sed 's/-lquorvel\b/-l:libquorvel.a/')
+if ldd "$work/consumer-static" | grep -q libquorvel; then
+    echo "consumer-static still loads the shared library" >&2
+    exit 1
+fi
 cd "$work"
 LD_LIBRARY_PATH="$(dirname "$libdir")" TERM=dumb "$work/consumer" > "$work/out.txt"
 grep -q "quorvel ok" "$work/out.txt"
+TERM=dumb "$work/consumer-static" | grep -q "quorvel ok"
 cmake -S "$src" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$work/prefix" \
     -DCMAKE_C_FLAGS="$extra" > "$work/cmake.log"
 cmake --build "$work/cmake-build" > "$work/cmake-build.log"
 LD_LIBRARY_PATH="$(dirname "$libdir")" TERM=dumb "$work/cmake-build/consumer" | grep -q "quorvel ok"
-echo "installed consumer: pkg-config and CMake package both build and run"
+echo "installed consumer: pkg-config (shared and static) and CMake package build and run"

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -12,6 +13,7 @@
 
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -196,7 +198,7 @@ TEST_F(Logger, FileNameAndLineFormat) {
     char pid[16];
     snprintf(pid, sizeof pid, "%05d", getPID());
     const std::string path = file_of("qvtest-format");
-    EXPECT_EQ(path, "/tmp/qvtest-format-" + std::string(pid, 5) + ".log");
+    EXPECT_EQ(path, "/tmp/qvtest-format-" + std::string(pid) + ".log");
     logger_write_fmt("qvtest-format", "/home/u/src/screen", 42, "value %d", 7);
     logger_write_fmt("qvtest-format", nullptr, 0, "plain");
     logger_write_fmt("qvtest-format", "/x", 9, "root");
@@ -211,42 +213,45 @@ TEST_F(Logger, FileNameAndLineFormat) {
     EXPECT_EQ(logger_get_appender(copy.c_str()), logger_get_appender("qvtest-format"));
 }
 
-TEST_F(Logger, LongNamesAreCutAt260Bytes) {
-    static const std::string name(300, 'n');
-    const std::string path = file_of(name.c_str());
-    EXPECT_EQ(path.size(), 260u);
-    EXPECT_EQ(path.substr(0, 5 + 249 + 1), "/tmp/" + std::string(249, 'n') + "-");
+// The whole process id always makes it into the name, so two processes never
+// share a file; a long name gives way to it.
+TEST_F(Logger, FileNamesKeepTheWholeProcessId) {
+    auto name = [](const char *n, int pid) {
+        std::unique_ptr<char, decltype(&free)> p(qv::log_file_name(n, pid), &free);
+        return std::string(p.get());
+    };
+    EXPECT_EQ(name("x", 812), "/tmp/x-00812.log");
+    EXPECT_EQ(name("x", 123456), "/tmp/x-123456.log");
+    EXPECT_NE(name("x", 123456), name("x", 123457));
+    const std::string long_name = name(std::string(300, 'n').c_str(), 1234567);
+    EXPECT_EQ(long_name.size(), 260u);
+    EXPECT_EQ(long_name.substr(long_name.size() - 13), "n-1234567.log");
 }
 
-TEST_F(Logger, ProcessIdsAreFiveDigitsInTheFileName) {
-    if (geteuid() != 0) GTEST_SKIP() << "choosing process ids needs a pid namespace";
-    // In a fresh pid namespace the first process is 1; its ns_last_pid
-    // chooses the id of the next one.
-    const int status = in_child([] {
-        if (unshare(CLONE_NEWPID) != 0) return 77;
-        return in_child([] {
-            int failures = 0;
-            char *name = nullptr;
-            appender *a = logger_get_appender("qvtest-pid");
-            if (!a || strcmp(a->filename, "/tmp/qvtest-pid-00001.log") != 0) failures++;
-            if (a && a->filename) unlink(a->filename);
-            (void)name;
-            FILE *f = fopen("/proc/sys/kernel/ns_last_pid", "w");
-            if (!f) return 78;
-            fprintf(f, "123455");
-            fclose(f);
-            failures += in_child([] {
-                init_logger();
-                appender *b = logger_get_appender("qvtest-pid");
-                const int bad = !b || strcmp(b->filename, "/tmp/qvtest-pid-12345.log") != 0;
-                if (b && b->filename) unlink(b->filename);
-                return bad;
-            });
-            return failures;
-        });
-    });
-    if (status == 77 || status == 78) GTEST_SKIP() << "no pid namespace here";
-    EXPECT_EQ(status, 0);
+// A link or another user's file planted at the appender's path gets nothing.
+TEST_F(Logger, PlantedFilesAreRefused) {
+    const std::string target = qvtest::tempDir() + "/victim";
+    appender *probe = logger_get_appender("qvtest-planted");
+    const std::string path = probe->filename;
+    logger_finish_all();
+    unlink(path.c_str());
+    ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
+    files.push_back(path);
+    logger_write_fmt("qvtest-planted", nullptr, 0, "secret");
+    EXPECT_NE(access(target.c_str(), F_OK), 0);
+    logger_finish_all();
+    unlink(path.c_str());
+    std::ofstream(path) << "theirs\n";
+    if (chown(path.c_str(), 65534, 65534) == 0) { // only root can plant for another user
+        logger_write_fmt("qvtest-planted", nullptr, 0, "secret");
+        EXPECT_EQ(qvtest::readFile(path), "theirs\n");
+    }
+    struct stat st;
+    logger_finish_all();
+    unlink(path.c_str());
+    logger_write_fmt("qvtest-planted", nullptr, 0, "mine");
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
 
 TEST_F(Logger, StopStartAndFinish) {
