@@ -4,7 +4,7 @@ BUILD   ?= build
 TESTDIR ?= build-test
 TSANDIR ?= build-tsan
 
-.PHONY: all setup run test test-tsan bench check-arm clean install
+.PHONY: all setup run test test-tsan test-arm bench clean install
 
 all: setup
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
@@ -37,12 +37,13 @@ bench:
 	./build-bench/bench/quorvel-bench-paint
 	./build-bench/bench/quorvel-bench-compare 2000
 
-# Compile-only check for the 32-bit ARM target.
-check-arm:
-	./scripts/check-arm.sh
+# The 32-bit ARM target: the library and its tests cross-built for armhf and
+# run under qemu-arm.
+test-arm:
+	./scripts/test-arm.sh
 
 install: all
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench
+	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench build-arm

@@ -9,11 +9,17 @@
 // notation (two cells), so no raw control byte ever reaches the terminal.
 #include "layout.h"
 
+#include <cstdint>
+
 namespace qv {
 
 namespace {
 
-bool is_control(wchar_t ch) { return (ch >= 0 && ch < 32) || ch == 127; }
+// wchar_t is signed on x86 and unsigned on ARM: compare its value as unsigned.
+bool is_control(wchar_t ch) {
+    const auto u = static_cast<uint32_t>(ch);
+    return u < 32 || u == 127;
+}
 
 // The cells a character takes.
 int unit_cells(const LayoutText &t, wchar_t ch) {

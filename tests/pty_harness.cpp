@@ -147,11 +147,14 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
             close(out_fds[1]);
         }
         if (options_.job) become_job();
+        // A host built for another machine runs under its emulator.
+        const char *emulator = getenv("QV_HOST_EMULATOR");
         std::vector<char *> argv;
+        if (emulator && *emulator) argv.push_back(const_cast<char *>(emulator));
         argv.push_back(const_cast<char *>(QV_HOST_PATH));
         for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
         argv.push_back(nullptr);
-        execv(QV_HOST_PATH, argv.data());
+        execvp(argv[0], argv.data());
         _exit(127);
     }
     if (options_.stdin_pipe) {
