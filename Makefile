@@ -4,7 +4,7 @@ BUILD   ?= build
 TESTDIR ?= build-test
 TSANDIR ?= build-tsan
 
-.PHONY: all setup run test test-tsan test-arm bench clean install
+.PHONY: all setup run test test-tsan test-arm fuzz memcheck bench clean install
 
 all: setup
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
@@ -37,6 +37,20 @@ bench:
 	./build-bench/bench/quorvel-bench-paint
 	./build-bench/bench/quorvel-bench-compare 2000
 
+# libFuzzer targets (clang, AddressSanitizer + UndefinedBehaviorSanitizer),
+# each run for FUZZ_SECONDS.
+FUZZ_SECONDS ?= 60
+fuzz:
+	@./scripts/setup.sh --fuzz
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_FUZZ=ON
+	cmake --build build-fuzz -j $(JOBS) --target fuzz_keys fuzz_history fuzz_text fuzz_keymap
+	./scripts/fuzz.sh build-fuzz $(FUZZ_SECONDS)
+
+# The pseudo-terminal tests with the host under valgrind's memcheck.
+memcheck:
+	@./scripts/setup.sh --memcheck
+	./scripts/memcheck.sh
+
 # The 32-bit ARM target: the library and its tests cross-built for armhf and
 # run under qemu-arm.
 test-arm:
@@ -46,4 +60,4 @@ install: all
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench build-arm
+	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench build-arm build-fuzz build-memcheck

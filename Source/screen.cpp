@@ -528,7 +528,9 @@ void layout_input(console *c) {
     if (!in->lines || (st->dirty_from == INT_MAX && st->nrows > 0)) return;
     const qv::LayoutText t = text_of(c);
     const int old_rows = st->nrows;
-    int y = old_rows > 0 ? row_of(st, st->dirty_from) : 0;
+    // From the row holding the character before the edit: a row that ended
+    // early, because the next unit did not fit, may take the edited text.
+    int y = old_rows > 0 ? row_of(st, st->dirty_from > 0 ? st->dirty_from - 1 : 0) : 0;
     qv::RowStart s = y > 0 ? st->rows[y] : qv::RowStart{0, 0, qv::kFirstRow, 0};
     for (;;) {
         if (y >= in->numlines) screen_buffer_add_line(c, 1);

@@ -6,9 +6,11 @@ set -euo pipefail
 
 packages=(cmake g++ make pkg-config libncurses-dev ncurses-bin
           libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev)
-if [ "${1:-}" = "--bench" ]; then
-    packages+=(libreadline-dev libedit-dev)
-fi
+case "${1:-}" in
+    --bench) packages+=(libreadline-dev libedit-dev) ;;
+    --fuzz) packages+=(clang libclang-rt-14-dev) ;;
+    --memcheck) packages+=(valgrind) ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do

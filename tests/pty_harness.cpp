@@ -147,10 +147,13 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
             close(out_fds[1]);
         }
         if (options_.job) become_job();
-        // A host built for another machine runs under its emulator.
-        const char *emulator = getenv("QV_HOST_EMULATOR");
+        // The host may run under a command: an emulator for a host built for
+        // another machine, or valgrind. Words are separated by spaces.
+        std::vector<std::string> runner;
+        std::istringstream words(getenv("QV_HOST_EMULATOR") ? getenv("QV_HOST_EMULATOR") : "");
+        for (std::string w; words >> w;) runner.push_back(w);
         std::vector<char *> argv;
-        if (emulator && *emulator) argv.push_back(const_cast<char *>(emulator));
+        for (std::string &w : runner) argv.push_back(&w[0]);
         argv.push_back(const_cast<char *>(QV_HOST_PATH));
         for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
         argv.push_back(nullptr);
