@@ -30,6 +30,21 @@ void leave_input(console *c) {
     console_newline(c);
 }
 
+// The characters one key press moves over or deletes: a character with the
+// combining marks drawn into its cell.
+int unit_before(const console *c) {
+    if (!c->editor.buffer || c->editor.cursor <= c->editor.buffer) return 1;
+    const int o = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    return o - qv::layout_unit_start(c->editor.buffer, o);
+}
+
+int unit_after(const console *c) {
+    if (!c->editor.buffer || c->editor.cursor >= c->editor.lastchar) return 1;
+    const int o = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    return qv::layout_unit_end(c->editor.buffer, o, len) - o;
+}
+
 void check_cursor(console *c) {
     QV_ASSERT(c->editor.cursor <= c->editor.lastchar);
     QV_ASSERT(c->editor.cursor >= c->editor.buffer);
@@ -154,14 +169,14 @@ void action_insert_char(console *c, int key) {
 void action_key_insert(console *c, int) { c->flags ^= FLAG_INSERT_KEY; }
 
 void action_key_backspace(console *c, int) {
-    buffer_delete_before(c, 1);
+    buffer_delete_before(c, unit_before(c));
     history_set_dirty(c);
     qv::screen_refresh(c, qv::kCursorFirst);
 }
 
 void action_key_delete(console *c, int) {
     check_cursor(c);
-    if (c->editor.cursor != c->editor.lastchar) buffer_delete_after(c, 1);
+    if (c->editor.cursor != c->editor.lastchar) buffer_delete_after(c, unit_after(c));
     history_set_dirty(c);
     qv::screen_refresh(c, qv::kCursorFirst);
 }
@@ -189,12 +204,12 @@ void action_kill_to_end_of_line(console *c, int) {
 void action_key_tab(console *c, int) { refresh(c); }
 
 void action_key_left(console *c, int) {
-    buffer_cursor_move_left(c, 1);
+    buffer_cursor_move_left(c, unit_before(c));
     refresh(c);
 }
 
 void action_key_right(console *c, int) {
-    buffer_cursor_move_right(c, 1);
+    buffer_cursor_move_right(c, unit_after(c));
     refresh(c);
 }
 

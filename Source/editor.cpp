@@ -255,10 +255,23 @@ char hexchar(short v) {
     return ' ';
 }
 
+namespace {
+
+void put_escape(char *out, size_t &pos, uint32_t unit) {
+    out[pos++] = '\\';
+    out[pos++] = ':';
+    for (int shift = 12; shift >= 0; shift -= 4)
+        out[pos++] = hexchar(static_cast<short>((unit >> shift) & 15));
+}
+
+} // namespace
+
+// Above U+FFFF a character is written as its UTF-16 surrogate pair, one
+// escape each, so the four-digit format loses nothing.
 char *encode_input(console *c) {
     const wchar_t *p = c->editor.buffer;
     const size_t n = p ? static_cast<size_t>(c->editor.lastchar - p) : 0;
-    size_t cap = n + 5;
+    size_t cap = n + 12;
     auto *out = static_cast<char *>(malloc(cap + 1));
     if (!out) return nullptr;
     size_t pos = 0;
@@ -266,17 +279,15 @@ char *encode_input(console *c) {
         const auto code = static_cast<uint32_t>(p[i]);
         if (code <= 127) {
             out[pos++] = static_cast<char>(code);
+        } else if (code > 0xFFFF && code <= 0x10FFFF) {
+            put_escape(out, pos, 0xD800 + ((code - 0x10000) >> 10));
+            put_escape(out, pos, 0xDC00 + ((code - 0x10000) & 0x3FF));
         } else {
-            out[pos++] = '\\';
-            out[pos++] = ':';
-            out[pos++] = hexchar(static_cast<short>((code >> 12) & 15));
-            out[pos++] = hexchar(static_cast<short>((code >> 8) & 15));
-            out[pos++] = hexchar(static_cast<short>((code >> 4) & 15));
-            out[pos++] = hexchar(static_cast<short>(code & 15));
+            put_escape(out, pos, code & 0xFFFF);
         }
-        // Keeps six free bytes ahead of every character plus the terminator.
-        if (cap <= pos + 5) {
-            cap = cap * 2 + 5;
+        // Keeps room for the longest character (two escapes) and the terminator.
+        if (cap <= pos + 12) {
+            cap = cap * 2 + 12;
             auto *grown = static_cast<char *>(realloc(out, cap + 1));
             if (!grown) {
                 free(out);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
@@ -22,6 +23,8 @@
 namespace {
 
 int pending = 0; // bytes the terminal driver reports as readable
+// A byte that ended a UTF-8 sequence without belonging to it: the next key.
+int pushed_back = -1;
 
 // Answers from next_byte besides a byte.
 constexpr int kEnded = -1;    // the read must end; the status says why
@@ -54,6 +57,11 @@ int read_pending_byte(console *c) {
 // A signal never ends the wait: once the host's handler has run, the wait
 // goes on, with the terminal taken back if the signal had given it away.
 int next_byte(console *c, int ticks, bool line) {
+    if (pushed_back >= 0) {
+        const int b = pushed_back;
+        pushed_back = -1;
+        return b;
+    }
     const int fd = fileno(stdin);
     int idle = 0;
     while (!c->terminate && !c->cancel) {
@@ -125,6 +133,31 @@ action_fn decode_sequence(console *c, int first, const keymap_entry *map) {
     }
 }
 
+// The character a UTF-8 lead byte starts, read from the same source as the
+// rest of a key sequence; 0 when the sequence is invalid or cut short. A
+// byte that breaks the sequence is not lost: it is the next key.
+int read_utf8(console *c, int lead) {
+    const int need = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+    uint32_t cp = static_cast<uint32_t>(lead) & (0x3Fu >> need);
+    for (int i = 0; i < need; i++) {
+        const int b = next_byte(c, kSequenceTicks, true);
+        if (b < 0) return 0;
+        // The second byte's range excludes overlong forms, surrogates and
+        // code points above U+10FFFF.
+        int lo = 0x80, hi = 0xBF;
+        if (i == 0 && lead == 0xE0) lo = 0xA0;
+        if (i == 0 && lead == 0xED) hi = 0x9F;
+        if (i == 0 && lead == 0xF0) lo = 0x90;
+        if (i == 0 && lead == 0xF4) hi = 0x8F;
+        if (b < lo || b > hi) {
+            pushed_back = b;
+            return 0;
+        }
+        cp = (cp << 6) | (static_cast<uint32_t>(b) & 0x3Fu);
+    }
+    return static_cast<int>(cp);
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -193,10 +226,16 @@ void read_input(console *c) {
         if (key < 0) break;
         const keymap_entry &e = map[key];
         action_fn action = nullptr;
-        if (e.type == KM_FUNCTION)
+        if (e.type == KM_FUNCTION) {
             action = e.target.action;
-        else if (e.type == KM_SUBMAP)
+        } else if (e.type == KM_SUBMAP) {
             action = decode_sequence(c, key, e.target.map);
+        } else if (key >= 0xC2 && key <= 0xF4) {
+            // Typed text beyond ASCII: one character, inserted as a key is.
+            const int ch = read_utf8(c, key);
+            if (ch > 0 && c->status == ST_READING) action_insert_char(c, ch);
+            continue;
+        }
         if (action && c->status == ST_READING) action(c, key);
     } while (!c->terminate && c->status == ST_READING && c->eof != 1);
     if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;

@@ -4,12 +4,20 @@
 // a line break) fills rows left to right and goes on at column 0 of the next
 // row. A row that becomes exactly full always gets the next row, even when no
 // text follows, so the cursor behind the last character has a cell to stand
-// in: a line of L cells takes L / cols + 1 rows. A line feed in the text ends
-// its line without taking a cell. Control characters are shown in caret
-// notation (two cells), so no raw control byte ever reaches the terminal.
+// in. A line feed in the text ends its line without taking a cell.
+//
+// Text is laid out in units: a character and the zero-width characters
+// (combining marks) after it, which the terminal draws into the same cell.
+// A unit takes the cells the C library's wcwidth gives its character; a
+// wide one that does not fit in a row's last column leaves it blank and
+// starts the next row, as terminals do. Control characters are shown in
+// caret notation (two cells), so no raw control byte ever reaches the
+// terminal; a mark with nothing to combine with gets a cell of its own.
 #include "layout.h"
 
 #include <cstdint>
+
+#include "text.h"
 
 namespace qv {
 
@@ -21,29 +29,95 @@ bool is_control(wchar_t ch) {
     return u < 32 || u == 127;
 }
 
-// The cells a character takes.
-int unit_cells(const LayoutText &t, wchar_t ch) {
-    if (t.mask) return 1;
-    return is_control(ch) ? 2 : 1;
+// The cells of a character that starts a unit.
+int lead_cells(wchar_t mask, wchar_t ch) {
+    if (mask) return 1;
+    if (is_control(ch)) return 2;
+    const int w = display_width(ch);
+    return w == 2 ? 2 : 1;
 }
 
-void put_unit(const LayoutText &t, wchar_t ch, termchar *cells, int &col) {
-    if (t.mask) {
-        cells[col++].ch = t.mask;
+// Whether s[o] is drawn into the unit before it: a zero-width character after
+// a printable one, both past `from` (a row or a line never starts inside a
+// unit).
+bool joins(wchar_t mask, const wchar_t *s, int o, int from) {
+    if (mask || o <= from) return false;
+    const wchar_t ch = s[o], prev = s[o - 1];
+    if (is_control(ch) || is_control(prev)) return false;
+    return display_width(ch) == 0;
+}
+
+// The end of the unit that starts at o, within [o, end): its marks follow.
+int unit_end(wchar_t mask, const wchar_t *s, int o, int end) {
+    int e = o + 1;
+    while (e < end && joins(mask, s, e, o)) e++;
+    return e;
+}
+
+// Draws the unit of s[o] (ending at e) at col. in_prompt: s is the prompt.
+void put_unit(wchar_t mask, const wchar_t *s, int o, int e, bool in_prompt, termchar *cells,
+              int &col, int cols) {
+    const wchar_t ch = s[o];
+    if (mask) {
+        cells[col++] = termchar{mask, 0};
     } else if (is_control(ch)) {
-        cells[col++].ch = L'^';
-        if (col < t.cols) cells[col++].ch = ch ^ 0x40;
+        cells[col++] = termchar{L'^', 0};
+        if (col < cols) cells[col++] = termchar{static_cast<wchar_t>(ch ^ 0x40), 0};
     } else {
-        cells[col++].ch = ch;
+        uint32_t attr = 0;
+        // Marks (or a lone mark) are fetched from the text when drawn.
+        const bool lone_mark = display_width(ch) == 0;
+        if ((e > o + 1 || lone_mark) && static_cast<uint32_t>(o) <= ATTR_OFFSET_MASK)
+            attr = ATTR_CLUSTER | (in_prompt ? ATTR_IN_PROMPT : 0u) | static_cast<uint32_t>(o);
+        cells[col++] = termchar{ch, attr};
+        if (lead_cells(0, ch) == 2 && col < cols) cells[col++] = termchar{0, ATTR_WIDE_TAIL};
     }
+}
+
+// Draws the prompt's units into at most limit cells.
+int put_prompt(const LayoutText &t, termchar *cells, int limit) {
+    int col = 0;
+    const wchar_t *p = t.prompt;
+    int n = 0;
+    while (p && p[n]) n++;
+    for (int o = 0; o < n;) {
+        const int e = unit_end(0, p, o, n);
+        if (col + lead_cells(0, p[o]) > limit) break;
+        put_unit(0, p, o, e, true, cells, col, limit);
+        o = e;
+    }
+    return col;
 }
 
 } // namespace
 
+int layout_unit_end(const wchar_t *s, int o, int end) { return unit_end(0, s, o, end); }
+
+int layout_unit_start(const wchar_t *s, int o) {
+    int k = o - 1;
+    while (k > 0 && joins(0, s, k, 0)) k--;
+    return k;
+}
+
 int prompt_cells(const wchar_t *prompt, int cols) {
     int n = 0;
     while (prompt && prompt[n]) n++;
-    return n > cols ? (cols > 0 ? cols - 1 : 0) : n;
+    int total = 0;
+    for (int o = 0; o < n;) {
+        total += lead_cells(0, prompt[o]);
+        o = unit_end(0, prompt, o, n);
+    }
+    if (total <= cols) return total;
+    // Too wide: cut one column short of the width, never inside a unit.
+    const int limit = cols > 0 ? cols - 1 : 0;
+    int col = 0;
+    for (int o = 0; o < n;) {
+        const int w = lead_cells(0, prompt[o]);
+        if (col + w > limit) break;
+        col += w;
+        o = unit_end(0, prompt, o, n);
+    }
+    return col;
 }
 
 int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *last,
@@ -51,7 +125,9 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
     for (int j = 0; j < t.cols; j++) cells[j] = termchar{L' ', 0};
     int col = 0;
     if (s.kind == kFirstRow) {
-        for (; col < t.prompt_cells && col < t.cols; col++) cells[col].ch = t.prompt[col];
+        col = put_prompt(t, cells, t.prompt_cells < t.cols ? t.prompt_cells : t.cols);
+        // A prompt cut short of a wide unit keeps the cells it was given.
+        col = t.prompt_cells < t.cols ? t.prompt_cells : t.cols;
     } else if (s.kind == kLineRow) {
         col = t.indent < t.cols ? t.indent : t.cols;
     }
@@ -85,9 +161,11 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
         }
         // A unit that does not fit starts the next row; a row too narrow for
         // it at all shows what fits rather than never ending.
-        if (col + unit_cells(t, ch) > t.cols && col > 0) return wrap(o);
-        put_unit(t, ch, cells, col);
-        o++;
+        if (col + lead_cells(t.mask, ch) > t.cols && col > 0) return wrap(o);
+        const int stop = brk < t.nbreaks && t.breaks[brk].offset < t.len ? t.breaks[brk].offset : t.len;
+        const int e = unit_end(t.mask, t.text, o, stop);
+        put_unit(t.mask, t.text, o, e, false, cells, col, t.cols);
+        o = e;
         if (col >= t.cols) return wrap(o);
     }
 }
@@ -99,7 +177,7 @@ int layout_cursor_column(const LayoutText &t, const RowStart &s, int cursor) {
     else if (s.kind == kLineRow)
         col = t.indent;
     for (int o = s.offset; o < cursor && o < t.len; o++)
-        if (t.text[o] != L'\n') col += unit_cells(t, t.text[o]);
+        if (t.text[o] != L'\n' && !joins(t.mask, t.text, o, s.offset)) col += lead_cells(t.mask, t.text[o]);
     return col < t.cols ? col : (t.cols > 0 ? t.cols - 1 : 0);
 }
 
@@ -138,18 +216,18 @@ int layout_line_bound(const LayoutText &t, const LineSpan &l) {
 
 int layout_line_cells(const LayoutText &t, const LineSpan &l, int cursor, termchar *cells,
                       int cap, int *cursor_col) {
-    LayoutText wide = t;
-    wide.cols = cap;
     int col = 0;
     if (l.first) {
-        for (; col < t.prompt_cells && col < cap; col++) cells[col] = termchar{t.prompt[col], 0};
+        col = put_prompt(t, cells, t.prompt_cells < cap ? t.prompt_cells : cap);
     } else {
         for (; col < t.indent && col < cap; col++) cells[col] = termchar{L' ', 0};
     }
     *cursor_col = col;
-    for (int o = l.start; o < l.end && col + unit_cells(t, t.text[o]) <= cap; o++) {
-        put_unit(wide, t.text[o], cells, col);
-        if (o + 1 <= cursor) *cursor_col = col;
+    for (int o = l.start; o < l.end && col + lead_cells(t.mask, t.text[o]) <= cap;) {
+        const int e = unit_end(t.mask, t.text, o, l.end);
+        put_unit(t.mask, t.text, o, e, false, cells, col, cap);
+        if (o < cursor) *cursor_col = col;
+        o = e;
     }
     if (l.backslash && col < cap) cells[col++] = termchar{L'\\', 0};
     return col;

@@ -61,6 +61,12 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
 // The column of the cursor at text offset cursor, on the row that starts at s.
 int layout_cursor_column(const LayoutText &t, const RowStart &s, int cursor);
 
+// The end of the unit that starts at s[o]: the character and the zero-width
+// characters after it that are drawn into its cell, up to end.
+int layout_unit_end(const wchar_t *s, int o, int end);
+// The start of the unit that holds s[o - 1], for o > 0.
+int layout_unit_start(const wchar_t *s, int o);
+
 // A logical line: the prompt or the indent, then the text from start up to
 // end, where a line feed or a continuation ends it.
 struct LineSpan {

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <cwchar>
 
 #include "console.h"
 #include "layout.h"
@@ -434,13 +435,58 @@ int invalidate_vbuf_line(screen_t *s, int i) {
     return any;
 }
 
-void write_run(console *c, int i, int start, wchar_t *run, int &ccount) {
-    run[ccount] = 0;
-    QV_ASSERT(ccount <= c->screen.cols);
+// The characters of one run of cells, as they go to the terminal: a wide
+// character's right half writes nothing, and a cluster brings its marks.
+class Run {
+  public:
+    ~Run() { free(buf_); }
+    Run() = default;
+    Run(const Run &) = delete;
+    Run &operator=(const Run &) = delete;
+    bool push(wchar_t ch) {
+        if (n_ + 1 >= cap_) {
+            const int cap = cap_ ? cap_ * 2 : 128;
+            auto *grown = static_cast<wchar_t *>(realloc(buf_, sizeof(wchar_t) * static_cast<size_t>(cap)));
+            if (!grown) return false;
+            buf_ = grown;
+            cap_ = cap;
+        }
+        buf_[n_++] = ch;
+        buf_[n_] = 0;
+        return true;
+    }
+    void cell(const console *c, const termchar &t) {
+        if (t.attr & ATTR_WIDE_TAIL) return;
+        if (!(t.attr & ATTR_CLUSTER)) {
+            push(t.ch);
+            return;
+        }
+        const bool prompt = (t.attr & ATTR_IN_PROMPT) != 0;
+        const wchar_t *src = prompt ? c->prompt : c->editor.buffer;
+        const int len = !src ? 0 : prompt ? static_cast<int>(wcslen(src))
+                                          : static_cast<int>(c->editor.lastchar - c->editor.buffer);
+        const int o = static_cast<int>(t.attr & ATTR_OFFSET_MASK);
+        if (o >= len || src[o] != t.ch) {
+            push(t.ch);
+            return;
+        }
+        if (qv::display_width(src[o]) == 0) push(L' '); // a lone mark combines with a blank
+        for (int e = qv::layout_unit_end(src, o, len), k = o; k < e; k++) push(src[k]);
+    }
+    int size() const { return n_; }
+    const wchar_t *text() const { return buf_; }
+    void clear() { n_ = 0; }
+
+  private:
+    wchar_t *buf_ = nullptr;
+    int n_ = 0, cap_ = 0;
+};
+
+void write_run(console *c, int i, int start, Run &run) {
     screen_cursor_move_y(c, i - c->screen.input.cur.pos.y);
     c->screen.input.cur.pos.y = i;
-    screen_draw_wstring(c, start, run, ccount, nullptr);
-    ccount = 0;
+    if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
+    run.clear();
 }
 
 bool plain(const console *c) { return c->state && c->state->plain; }
@@ -453,26 +499,34 @@ void do_paint(console *c) {
         fflush(stdout);
         return;
     }
-    std::unique_ptr<wchar_t, decltype(&free)> run(
-        static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (static_cast<size_t>(r->cols) + 2))), &free);
-    if (!run) return; // nothing written; the touched rows wait for the next paint
+    Run run;
     in_paint = true;
     const int first = c->paint_first < 0 ? 0 : c->paint_first;
     const int last = c->paint_last < r->input.numlines ? c->paint_last : r->input.numlines - 1;
     for (int i = first; i <= last; i++) {
-        int ccount = 0, start = 0;
         if (!invalidate_vbuf_line(r, i)) continue;
+        termchar *shown = r->input.vbuf[i]->chars;
+        const termchar *model = r->input.lines[i]->chars;
+        int start = -1;
         for (int j = 0; j < r->cols; j++) {
-            if (r->input.vbuf[i]->chars[j].attr & ATTR_INVALID) {
-                if (ccount == 0) start = j;
-                run.get()[ccount++] = r->input.lines[i]->chars[j].ch;
-                r->input.vbuf[i]->chars[j] = r->input.lines[i]->chars[j];
-                QV_ASSERT(!(r->input.vbuf[i]->chars[j].attr & ATTR_INVALID));
-            } else if (ccount > 0) {
-                write_run(c, i, start, run.get(), ccount);
+            if (shown[j].attr & ATTR_INVALID) {
+                if (start < 0) {
+                    start = j;
+                    // Half a wide character cannot be drawn: start at its left half.
+                    if ((model[j].attr & ATTR_WIDE_TAIL) && j > 0) {
+                        start = j - 1;
+                        run.cell(c, model[j - 1]);
+                    }
+                }
+                run.cell(c, model[j]);
+                shown[j] = model[j];
+                QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
+            } else if (start >= 0) {
+                write_run(c, i, start, run);
+                start = -1;
             }
         }
-        if (ccount > 0) write_run(c, i, start, run.get(), ccount);
+        if (start >= 0) write_run(c, i, start, run);
     }
     paint_clean(c);
     cursor_update(c, r->input.newcur);
@@ -543,6 +597,10 @@ void layout_input(console *c) {
         line->firstcol = s.kind == qv::kWrapRow ? 0 : (s.kind == qv::kFirstRow ? t.prompt_cells : t.indent);
         line->lflags = (s.kind == qv::kWrapRow ? LINE_CONTINUED : 0u) |
                        (more && next.kind == qv::kWrapRow ? LINE_WRAPS : 0u);
+        // A cluster's marks are not in its cell: one laid out again may have
+        // changed them, so it is drawn again.
+        for (int j = 0; j < last; j++)
+            if (line->chars[j].attr & ATTR_CLUSTER) in->vbuf[y]->chars[j].attr |= ATTR_INVALID;
         touch(c, y);
         y++;
         if (!more) break;

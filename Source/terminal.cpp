@@ -45,7 +45,13 @@ console *the_console() {
 
 } // namespace
 
-char *do_readLine(console *c, const char *prompt) {
+namespace {
+
+char *utf8_result(console *c) {
+    return qv::utf8_of(c->editor.buffer, static_cast<int>(c->editor.lastchar - c->editor.buffer));
+}
+
+char *read_line(console *c, const char *prompt, char *(*encode)(console *)) {
     char *result = nullptr;
     console_read_line(c, prompt);
     // The mask belongs to this read alone.
@@ -53,12 +59,25 @@ char *do_readLine(console *c, const char *prompt) {
     c->maskchar = 0;
     if (theTerminal && theTerminal->console == c) theTerminal->last_status = c->status;
     if (c->editor.buffer) {
-        result = encode_input(c);
+        result = encode(c);
         console_free_editor(c);
     }
     if (c->eof == 1 && c->callbacks.onEndOfInput) c->callbacks.onEndOfInput();
     return result;
 }
+
+char *start_read(char mask, const char *prompt, int raw, char *(*encode)(console *)) {
+    console *c = the_console();
+    c->maskchar = mask;
+    c->masked = mask != 0;
+    c->raw = raw;
+    c->flags = 0;
+    return read_line(c, prompt, encode);
+}
+
+} // namespace
+
+char *do_readLine(console *c, const char *prompt) { return read_line(c, prompt, encode_input); }
 
 int term_init(const term_options *options) {
     if (theTerminal) return 1;
@@ -106,22 +125,18 @@ void term_destroy(void) {
     theTerminal = nullptr;
 }
 
-char *term_getLine(char mask, const char *prompt) {
-    console *c = the_console();
-    c->maskchar = mask;
-    c->raw = 0;
-    c->flags = 0;
-    c->masked = mask != 0;
-    return do_readLine(c, prompt);
-}
+char *term_getLine(char mask, const char *prompt) { return start_read(mask, prompt, 0, encode_input); }
 
 char *term_getRawLine(char mask, const char *prompt) {
-    console *c = the_console();
-    c->maskchar = mask;
-    c->masked = mask != 0;
-    c->raw = 1;
-    c->flags = 0;
-    return do_readLine(c, prompt);
+    return start_read(mask, prompt, 1, encode_input);
+}
+
+char *term_getLineUtf8(char mask, const char *prompt) {
+    return start_read(mask, prompt, 0, utf8_result);
+}
+
+char *term_getRawLineUtf8(char mask, const char *prompt) {
+    return start_read(mask, prompt, 1, utf8_result);
 }
 
 void term_free(char *line) { free(line); }

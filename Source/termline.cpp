@@ -1,8 +1,11 @@
 // Cells and rows of the screen model.
 #include "termline.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+#include "text.h"
 
 termline *termline_new(int n, const termchar *fill) {
     if (n < 0) n = 0;
@@ -82,4 +85,9 @@ int termchars_equal_override(const termchar *a, const termchar *, wchar_t ch, ui
     return a->ch == ch && ((a->attr ^ attr) & 0x0FFFFFFFu) == 0;
 }
 
-int char_width(wchar_t) { return 1; }
+int char_width(wchar_t ch) {
+    const auto u = static_cast<uint32_t>(ch);
+    if (u < 32 || u == 127) return 2;
+    const int w = qv::display_width(ch);
+    return w < 0 ? 1 : w;
+}

@@ -13,6 +13,16 @@ extern "C" {
 
 /* Set on a cell of the shown copy that must be redrawn at the next paint. */
 #define ATTR_INVALID 0x01000000u
+/* The right half of a double-width character: the terminal draws it with
+   the left half, so nothing is written for it. */
+#define ATTR_WIDE_TAIL 0x02000000u
+/* Zero-width characters (combining marks) follow the cell's character in the
+   text and are drawn with it; the low 24 bits hold the character's offset in
+   the edit buffer. */
+#define ATTR_CLUSTER 0x04000000u
+/* With ATTR_CLUSTER: the offset is in the prompt, not the edit buffer. */
+#define ATTR_IN_PROMPT 0x08000000u
+#define ATTR_OFFSET_MASK 0x00FFFFFFu
 /* The row is full and the logical line goes on in the next row. */
 #define LINE_WRAPS 0x30u
 /* The row continues the logical line of the previous row. */
@@ -47,7 +57,8 @@ QV_API int termchars_equal(const termchar *a, const termchar *b);
 /* a equals (ch, attr), ignoring attribute bits 28 to 31. */
 QV_API int termchars_equal_override(const termchar *a, const termchar *b, wchar_t ch,
                                     uint32_t attr);
-/* Every character takes one cell. */
+/* The cells a character takes on its own: 2 for a wide character, 0 for a
+   combining mark, 2 for a control character (shown as ^X), 1 otherwise. */
 QV_API int char_width(wchar_t ch);
 
 #ifdef __cplusplus

@@ -4,6 +4,7 @@
 #include "text.h"
 
 #include <climits>
+#include <cstdint>
 #include <clocale>
 #include <cstdlib>
 
@@ -82,6 +83,33 @@ char *wchar2cp(console *, const wchar_t *s, int count) {
     for (int i = 0; i < n; i++) pos += wcrtomb(out + pos, s[i], &st);
     out[pos] = 0;
     return out;
+}
+
+char *qv::utf8_of(const wchar_t *s, int count) {
+    Utf8Scope utf8;
+    // At most four bytes a character; what UTF-8 cannot hold becomes U+FFFD.
+    auto *out = static_cast<char *>(malloc(static_cast<size_t>(count > 0 ? count : 0) * 4 + 1));
+    if (!out) return nullptr;
+    size_t pos = 0;
+    mbstate_t st{};
+    for (int i = 0; i < count; i++) {
+        const size_t r = wcrtomb(out + pos, s[i], &st);
+        if (r == static_cast<size_t>(-1)) {
+            st = mbstate_t{};
+            pos += wcrtomb(out + pos, L'\uFFFD', &st);
+        } else {
+            pos += r;
+        }
+    }
+    out[pos] = 0;
+    return out;
+}
+
+int qv::display_width(wchar_t ch) {
+    const auto u = static_cast<uint32_t>(ch);
+    if (u >= 32 && u < 127) return 1; // the common case needs no locale
+    Utf8Scope utf8;
+    return wcwidth(ch);
 }
 
 void get_os_encoding(console *) {}

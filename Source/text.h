@@ -24,6 +24,17 @@ QV_API int file_exists(const char *path);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+/* The cells the C library gives the character under UTF-8, whatever the
+   host's locale: 2 for East Asian wide characters and most emoji, 0 for
+   combining marks, -1 for what is not printable (control characters). */
+int display_width(wchar_t ch);
+/* count characters as UTF-8; never NULL but when memory runs out. */
+char *utf8_of(const wchar_t *s, int count);
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -13,9 +13,12 @@
  * - Strings passed in are UTF-8 and stay owned by the caller; the library keeps
  *   no pointer to them. Lines returned by term_getLine() and term_getRawLine()
  *   belong to the caller, who releases them with term_free().
- * - A returned line is 7-bit ASCII: every character above 127 is written as a
- *   backslash, a colon and four upper-case hexadecimal digits of its low 16
- *   bits ("\:00E9" for e-acute).
+ * - A line from term_getLine() or term_getRawLine() is 7-bit ASCII: every
+ *   character above 127 is written as a backslash, a colon and four
+ *   upper-case hexadecimal digits ("\:00E9" for e-acute); one above U+FFFF as
+ *   its UTF-16 surrogate pair, two such escapes ("\:D83D\:DE00" for U+1F600).
+ *   Typed text that looks like an escape cannot be told apart from one:
+ *   term_getLineUtf8() and term_getRawLineUtf8() return plain UTF-8 instead.
  * - Failures are quiet: a history file that cannot be read or written is
  *   skipped, output errors are not reported. The line calls answer NULL only
  *   when memory for the line ran out.
@@ -101,6 +104,12 @@ QV_API char *term_getLine(char mask, const char *prompt);
 
 /* As term_getLine(), but Return always completes the input. */
 QV_API char *term_getRawLine(char mask, const char *prompt);
+
+/* As term_getLine() and term_getRawLine(), but the line is plain UTF-8,
+   without escapes (a character UTF-8 cannot hold becomes U+FFFD). Free it
+   with term_free(). */
+QV_API char *term_getLineUtf8(char mask, const char *prompt);
+QV_API char *term_getRawLineUtf8(char mask, const char *prompt);
 
 /* Read status codes, as term_getStatus() answers them. */
 #define ST_READING 1     /* a read is in progress */

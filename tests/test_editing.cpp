@@ -235,7 +235,7 @@ TEST(History, RecalledEntriesComeBackEncodedAndDrawnAsTheyRead) {
         std::string file, line, row;
     };
     const Case cases[] = {
-        {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", "\\:00E9\\:20AC\\:F600",
+        {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", "\\:00E9\\:20AC\\:D83D\\:DE00",
          "> \xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"},
         {"a\tb\x1b[31mc", "a\tb\x1b[31mc", "> a^Ib^[[31mc"},
     };

@@ -101,7 +101,7 @@ TEST_F(EditBuffer, EncodesEverythingAbove127AsEscapes) {
     buffer_insert_string(&c, L"a\\:b\n\x7f", 6);
     EXPECT_EQ(encoded(), "a\\:b\n\x7f");
     buffer_replace(&c, L"\u00e9\u20ac\U0001F600\xff", 4);
-    EXPECT_EQ(encoded(), "\\:00E9\\:20AC\\:F600\\:00FF");
+    EXPECT_EQ(encoded(), "\\:00E9\\:20AC\\:D83D\\:DE00\\:00FF"); // a surrogate pair above U+FFFF
     std::wstring wide(1000, L'\u00e9');
     buffer_replace(&c, wide.data(), 1000);
     EXPECT_EQ(encoded().size(), 6000u);

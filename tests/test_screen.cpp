@@ -38,7 +38,9 @@ TEST(Termline, EraseResizeAndCompare) {
     termchar a = {L'a', 0}, b = {L'a', ATTR_INVALID}, c = {L'a', 0xF0000000u};
     EXPECT_FALSE(termchars_equal(&a, &b));
     EXPECT_TRUE(termchars_equal(&a, &c));
-    EXPECT_EQ(char_width(L'\u4e2d'), 1);
+    EXPECT_EQ(char_width(L'\u4e2d'), 2); // wide, whatever the host's locale
+    EXPECT_EQ(char_width(L'\u0301'), 0); // a combining mark
+    EXPECT_EQ(char_width(L'\x01'), 2);   // ^A
 }
 
 // ---------------------------------------------------------------------------
@@ -70,7 +72,11 @@ std::vector<std::string> layOut(const LayoutCase &lc, int cols, int *crow, int *
         int last = 0;
         more = qv::layout_row(t, s, cells.data(), &last, &next);
         std::string row;
-        for (int j = 0; j < last; j++) row += static_cast<char>(cells[static_cast<size_t>(j)].ch);
+        // A wide character shows as W and its right half as '.'.
+        for (int j = 0; j < last; j++) {
+            const termchar &cell = cells[static_cast<size_t>(j)];
+            row += (cell.attr & ATTR_WIDE_TAIL) ? '.' : cell.ch < 128 ? static_cast<char>(cell.ch) : 'W';
+        }
         if (s.offset <= lc.cursor) {
             *crow = static_cast<int>(rows.size());
             *ccol = qv::layout_cursor_column(t, s, lc.cursor);
@@ -98,6 +104,12 @@ TEST(Layout, RowsAndCursor) {
         {L"> ", L"abcd", {{2, qv::kBackslashJoin}}, 4, {"> ab\\", "  cd"}, 1, 4},
         // A control character takes two cells and never splits.
         {L"> ", L"abcde\x01", {}, 6, {"> abcde", "^A"}, 1, 2},
+        // Wide characters take two cells, and one that does not fit in the
+        // last column starts the next row; a combining mark takes none.
+        {L"> ", L"ab\u4e2dc", {}, 4, {"> abW.c"}, 0, 7},
+        {L"> ", L"abcde\u4e2d", {}, 6, {"> abcde", "W."}, 1, 2},
+        {L"> ", L"e\u0301x", {}, 3, {"> ex"}, 0, 4},
+        {L"\u4e2d> ", L"ab", {}, 2, {"W.> ab"}, 0, 6},
     };
     for (const LayoutCase &lc : cases) {
         int crow = -1, ccol = -1;
