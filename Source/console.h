@@ -110,7 +110,7 @@ struct console_state {
     /* The terminal cannot move the cursor up or to a column: the input is
        shown on one row, scrolled sideways (see plainview.h). */
     int plain;
-    wchar_t *shown; /* what that row shows, from column 0 */
+    termchar *shown; /* what that row shows, from column 0 */
     int nshown;
     int capshown;
     int shown_cur; /* the terminal cursor's column on it */

@@ -65,7 +65,9 @@ int next_byte(console *c, int ticks, bool line) {
     const int fd = fileno(stdin);
     int idle = 0;
     while (!c->terminate && !c->cancel) {
-        if ((qv::session_resume() & qv::kContinued) && line) qv::screen_redraw_all(c);
+        const int event = qv::session_resume();
+        if ((event & qv::kContinued) && line) qv::screen_redraw_all(c);
+        if ((event & qv::kResized) && line) qv::screen_resize(c);
         if (ioctl(fd, FIONREAD, &pending) == 0 && pending > 0) return read_pending_byte(c);
         const int wake = qv::session_wake_fd();
         fd_set set;

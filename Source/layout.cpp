@@ -99,6 +99,29 @@ int layout_unit_start(const wchar_t *s, int o) {
     return k;
 }
 
+int layout_cell_text(const LayoutText &t, const termchar &cell, wchar_t *out, int cap) {
+    if (cell.attr & ATTR_WIDE_TAIL) return 0;
+    if (cap < 1) return 0;
+    if (!(cell.attr & ATTR_CLUSTER)) {
+        out[0] = cell.ch;
+        return 1;
+    }
+    const bool in_prompt = (cell.attr & ATTR_IN_PROMPT) != 0;
+    const wchar_t *src = in_prompt ? t.prompt : t.text;
+    int len = in_prompt ? 0 : t.len;
+    if (in_prompt)
+        while (src && src[len]) len++;
+    const int o = static_cast<int>(cell.attr & ATTR_OFFSET_MASK);
+    if (!src || o >= len || src[o] != cell.ch) {
+        out[0] = cell.ch;
+        return 1;
+    }
+    int n = 0;
+    if (display_width(src[o]) == 0) out[n++] = L' '; // a lone mark combines with a blank
+    for (int e = unit_end(0, src, o, len), k = o; k < e && n < cap; k++) out[n++] = src[k];
+    return n;
+}
+
 int prompt_cells(const wchar_t *prompt, int cols) {
     int n = 0;
     while (prompt && prompt[n]) n++;

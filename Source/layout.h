@@ -67,6 +67,11 @@ int layout_unit_end(const wchar_t *s, int o, int end);
 // The start of the unit that holds s[o - 1], for o > 0.
 int layout_unit_start(const wchar_t *s, int o);
 
+// The characters that draw a laid-out cell, into out (room for cap): none for
+// a wide character's right half, the character and its marks for a cluster
+// (a lone mark on a blank). Answers how many there are.
+int layout_cell_text(const LayoutText &t, const termchar &cell, wchar_t *out, int cap);
+
 // A logical line: the prompt or the indent, then the text from start up to
 // end, where a line feed or a continuation ends it.
 struct LineSpan {

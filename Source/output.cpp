@@ -135,6 +135,33 @@ bool qv::terminal_can_paint() {
     return up && left && (available(t_column_address) || (available(t_carriage_return) && right));
 }
 
+bool qv::terminal_size(int *rows, int *cols) {
+    struct winsize ws {};
+    if (ioctl(fileno(stdout), TIOCGWINSZ, &ws) != 0 || ws.ws_row == 0 || ws.ws_col == 0) return false;
+    *rows = ws.ws_row;
+    *cols = ws.ws_col;
+    return true;
+}
+
+bool qv::clear_to_end_of_screen() {
+    if (!available(t_clr_eos)) return false;
+    tputs(t_clr_eos, 1, char_to_terminal);
+    return true;
+}
+
+bool qv::terminal_reflows() {
+    static const char *const kMarkers[] = {"TMUX", "VTE_VERSION", "KITTY_WINDOW_ID", "WT_SESSION",
+                                           "KONSOLE_VERSION", "ALACRITTY_WINDOW_ID"};
+    for (const char *name : kMarkers)
+        if (getenv(name)) return true;
+    const char *program = getenv("TERM_PROGRAM");
+    if (!program) return false;
+    static const char *const kPrograms[] = {"iTerm.app", "WezTerm", "vscode", "Apple_Terminal"};
+    for (const char *name : kPrograms)
+        if (strcmp(program, name) == 0) return true;
+    return false;
+}
+
 // ---------------------------------------------------------------------------
 // Set-up
 

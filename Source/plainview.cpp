@@ -19,23 +19,32 @@ namespace {
 
 bool reserve(console_state *st, int n) {
     if (n <= st->capshown) return true;
-    auto *grown = static_cast<wchar_t *>(realloc(st->shown, sizeof(wchar_t) * static_cast<size_t>(n)));
+    auto *grown = static_cast<termchar *>(realloc(st->shown, sizeof(termchar) * static_cast<size_t>(n)));
     if (!grown) return false;
     st->shown = grown;
     st->capshown = n;
     return true;
 }
 
+bool is_tail(const termchar &t) { return (t.attr & ATTR_WIDE_TAIL) != 0; }
+
 // Output collected for one paint and sent at once.
 class Out {
   public:
-    explicit Out(console *c) : c_(c) {}
+    Out(console *c, const qv::LayoutText &t) : c_(c), t_(t) {}
     ~Out() { flush(); }
     Out(const Out &) = delete;
     Out &operator=(const Out &) = delete;
     void put(wchar_t ch) {
         if (n_ == kSize) flush();
         buf_[n_++] = ch;
+    }
+    // A cell as the terminal draws it: a wide character covers its right
+    // half, a cluster brings its marks.
+    void cell(const termchar &cell) {
+        wchar_t chars[64];
+        const int n = qv::layout_cell_text(t_, cell, chars, 64);
+        for (int k = 0; k < n; k++) put(chars[k]);
     }
     void flush() {
         if (n_ > 0) console_put_wstring(c_, buf_, n_);
@@ -45,6 +54,7 @@ class Out {
   private:
     static constexpr int kSize = 256;
     console *c_;
+    const qv::LayoutText &t_;
     wchar_t buf_[kSize];
     int n_ = 0;
 };
@@ -82,28 +92,35 @@ void plain_refresh(console *c) {
     }
     const int view = n - st->scroll < width ? n - st->scroll : width;
     if (!reserve(st, view > st->nshown ? view : st->nshown)) return;
-    const wchar_t *old = st->shown;
-    const termchar *want = cells.get() + st->scroll;
+    termchar *want = cells.get() + st->scroll;
+    // Half a wide character at either edge of the window shows as a blank.
+    if (view > 0 && is_tail(want[0])) want[0] = termchar{L' ', 0};
+    if (view > 0 && view < n - st->scroll && is_tail(want[view])) want[view - 1] = termchar{L' ', 0};
 
+    // Clusters are always written again: their marks are not in the cell.
+    const termchar *old = st->shown;
     int d = 0;
-    while (d < view && d < st->nshown && old[d] == want[d].ch) d++;
-    Out out(c);
+    while (d < view && d < st->nshown && old[d].ch == want[d].ch && old[d].attr == want[d].attr &&
+           !(want[d].attr & ATTR_CLUSTER))
+        d++;
+    if (d > 0 && d < view && is_tail(want[d])) d--;
+    Out out(c, t);
     int at = st->shown_cur;
-    auto move_to = [&](int col, const wchar_t *row) {
+    // Right by writing what the cells hold, left by backspaces.
+    auto move_to = [&](int col, const termchar *row) {
         for (; at > col; at--) out.put(L'\b');
-        for (; at < col; at++) out.put(row[at]);
+        for (; at < col; at++) out.cell(row[at]);
     };
     if (d < view || d < st->nshown) {
         move_to(d, old); // d never passes the old text, so the old cells lead there
         for (int j = d; j < view; j++, at++) {
-            out.put(want[j].ch);
-            st->shown[j] = want[j].ch;
+            out.cell(want[j]);
+            st->shown[j] = want[j];
         }
         for (; at < st->nshown; at++) out.put(L' ');
         st->nshown = view;
     }
-    const int target = cursor_col - st->scroll;
-    move_to(target, st->shown);
+    move_to(cursor_col - st->scroll, st->shown);
     st->shown_cur = at;
     out.flush();
     fflush(stdout);

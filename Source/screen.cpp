@@ -455,23 +455,10 @@ class Run {
         buf_[n_] = 0;
         return true;
     }
-    void cell(const console *c, const termchar &t) {
-        if (t.attr & ATTR_WIDE_TAIL) return;
-        if (!(t.attr & ATTR_CLUSTER)) {
-            push(t.ch);
-            return;
-        }
-        const bool prompt = (t.attr & ATTR_IN_PROMPT) != 0;
-        const wchar_t *src = prompt ? c->prompt : c->editor.buffer;
-        const int len = !src ? 0 : prompt ? static_cast<int>(wcslen(src))
-                                          : static_cast<int>(c->editor.lastchar - c->editor.buffer);
-        const int o = static_cast<int>(t.attr & ATTR_OFFSET_MASK);
-        if (o >= len || src[o] != t.ch) {
-            push(t.ch);
-            return;
-        }
-        if (qv::display_width(src[o]) == 0) push(L' '); // a lone mark combines with a blank
-        for (int e = qv::layout_unit_end(src, o, len), k = o; k < e; k++) push(src[k]);
+    void cell(const qv::LayoutText &t, const termchar &cell) {
+        wchar_t chars[64];
+        const int n = qv::layout_cell_text(t, cell, chars, 64);
+        for (int k = 0; k < n; k++) push(chars[k]);
     }
     int size() const { return n_; }
     const wchar_t *text() const { return buf_; }
@@ -500,6 +487,7 @@ void do_paint(console *c) {
         return;
     }
     Run run;
+    const qv::LayoutText text = c->state ? qv::layout_text(c, r->cols) : qv::LayoutText{};
     in_paint = true;
     const int first = c->paint_first < 0 ? 0 : c->paint_first;
     const int last = c->paint_last < r->input.numlines ? c->paint_last : r->input.numlines - 1;
@@ -515,10 +503,10 @@ void do_paint(console *c) {
                     // Half a wide character cannot be drawn: start at its left half.
                     if ((model[j].attr & ATTR_WIDE_TAIL) && j > 0) {
                         start = j - 1;
-                        run.cell(c, model[j - 1]);
+                        run.cell(text, model[j - 1]);
                     }
                 }
-                run.cell(c, model[j]);
+                run.cell(text, model[j]);
                 shown[j] = model[j];
                 QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
             } else if (start >= 0) {
@@ -625,7 +613,37 @@ void place_cursor(console *c) {
 
 } // namespace
 
+namespace {
+
+// Takes the window's current size; true when it changed.
+bool take_size(console *c) {
+    int rows = 0, cols = 0;
+    if (!qv::terminal_size(&rows, &cols)) return false;
+    if (rows == c->screen.rows && cols == c->screen.cols) return false;
+    c->screen.rows = rows;
+    c->screen.cols = cols;
+    return true;
+}
+
+// The model again from nothing at the current width; every row is drawn
+// whole at the next paint, including blank rows down to at least `rows`.
+void rebuild(console *c, int rows) {
+    input_t *in = &c->screen.input;
+    screen_buffer_initialize(c);
+    if (!in->lines) return;
+    c->state->nrows = 0;
+    c->state->dirty_from = 0;
+    layout_input(c);
+    if (in->numlines < rows) screen_buffer_add_line(c, rows - in->numlines);
+    for (int i = 0; i < in->numlines; i++) invalidate_row(c, i);
+    place_cursor(c);
+}
+
+} // namespace
+
 void qv::screen_start_input(console *c) {
+    // The window may have changed size since the last read.
+    if (take_size(c)) screen_buffer_initialize(c);
     screen_buffer_reset(c);
     if (!c->state) return;
     if (plain(c)) {
@@ -691,6 +709,37 @@ void qv::screen_redraw_all(console *c) {
         termline_erase(in->vbuf[i], &c->screen.blank);
         invalidate_row(c, i);
     }
+    in->cur.pos.x = in->cur.pos.y = 0;
+    do_paint(c);
+}
+
+// The window changed size during a read. Terminals differ in what they did
+// to the rows already drawn: xterm keeps them (cut when narrower), tmux and
+// VTE rewrap them. Either way the cursor goes back to where the input area
+// now starts, everything from there is cleared, and the input is laid out
+// and drawn again at the new width.
+void qv::screen_resize(console *c) {
+    input_t *in = &c->screen.input;
+    const int old_cols = c->screen.cols;
+    if (!take_size(c) || !c->state) return;
+    if (plain(c)) {
+        screen_cursor_move_bol(c);
+        plain_start(c);
+        plain_refresh(c);
+        return;
+    }
+    if (!in->lines) return;
+    const int cols = c->screen.cols;
+    // Rows the old input area now takes above the cursor, and in all. Each
+    // old row was drawn over its whole width, so a rewrapping terminal split
+    // it into ceil(old / new) rows.
+    const int split = qv::terminal_reflows() && cols < old_cols ? (old_cols + cols - 1) / cols : 1;
+    const int up = in->cur.pos.y * split + (split > 1 ? in->cur.pos.x / cols : 0);
+    const int old_rows = in->numlines * split;
+    screen_cursor_move_y(c, -up);
+    screen_cursor_move_bol(c);
+    const bool cleared = qv::clear_to_end_of_screen();
+    rebuild(c, cleared ? 0 : old_rows);
     in->cur.pos.x = in->cur.pos.y = 0;
     do_paint(c);
 }

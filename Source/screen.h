@@ -97,6 +97,8 @@ void screen_after_newline(struct console *c);
 void screen_redraw_below(struct console *c);
 // Draws the whole input area again, from column 0 of the cursor's row.
 void screen_redraw_all(struct console *c);
+// The window changed size: the input area is laid out and drawn again.
+void screen_resize(struct console *c);
 
 } // namespace qv
 #endif

@@ -163,9 +163,18 @@ int term_setCallbacks(const term_callbacks *callbacks) {
 
 int term_getStatus(void) { return theTerminal ? theTerminal->last_status : 0; }
 
-int term_getConsoleWidth(void) { return the_console()->screen.cols; }
+// The size now: the window may have changed since term_init.
+int term_getConsoleWidth(void) {
+    console *c = the_console();
+    int rows = 0, cols = 0;
+    return qv::terminal_size(&rows, &cols) ? cols : c->screen.cols;
+}
 
-int term_getConsoleHeight(void) { return the_console()->screen.rows; }
+int term_getConsoleHeight(void) {
+    console *c = the_console();
+    int rows = 0, cols = 0;
+    return qv::terminal_size(&rows, &cols) ? rows : c->screen.rows;
+}
 
 // ---------------------------------------------------------------------------
 // Character and string output

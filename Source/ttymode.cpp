@@ -49,8 +49,8 @@ void signal_interrupt(console *c) { c->status = ST_INTERRUPTED; }
 
 namespace {
 
-// SIGCONT last: it is the one that does not give the terminal back.
-constexpr int kSignals[] = {SIGTERM, SIGHUP, SIGQUIT, SIGINT, SIGTSTP, SIGCONT};
+// SIGCONT and SIGWINCH last: they do not give the terminal back.
+constexpr int kSignals[] = {SIGTERM, SIGHUP, SIGQUIT, SIGINT, SIGTSTP, SIGCONT, SIGWINCH};
 constexpr int kCount = sizeof(kSignals) / sizeof(kSignals[0]);
 
 // Shared with the handler, so plain data and sig_atomic_t flags only.
@@ -59,6 +59,7 @@ volatile sig_atomic_t installed[kCount];
 volatile sig_atomic_t passed[kCount]; // given to the host; ours is no longer in place
 volatile sig_atomic_t signalled;      // anything for session_resume to do
 volatile sig_atomic_t continued;
+volatile sig_atomic_t resized;
 volatile sig_atomic_t have_saved;
 volatile sig_atomic_t session_active;
 struct termios saved_mode;
@@ -78,11 +79,24 @@ void wake_loop() {
     (void) w;
 }
 
-extern "C" void on_signal(int sig) {
+// The host's own handler for a signal the library only listens to.
+void chain(int i, int sig, siginfo_t *info, void *context) {
+    const struct sigaction &h = host_action[i];
+    if (h.sa_flags & SA_SIGINFO) {
+        if (h.sa_sigaction) h.sa_sigaction(sig, info, context);
+    } else if (h.sa_handler != SIG_DFL && h.sa_handler != SIG_IGN) {
+        h.sa_handler(sig);
+    }
+}
+
+extern "C" void on_signal(int sig, siginfo_t *info, void *context) {
     const int saved_errno = errno;
     const int i = index_of(sig);
     if (i >= 0) {
-        if (sig != SIGCONT) {
+        if (sig == SIGCONT || sig == SIGWINCH) {
+            (sig == SIGCONT ? continued : resized) = 1;
+            chain(i, sig, info, context);
+        } else {
             if (have_saved) tcsetattr(mode_fd, TCSANOW, &saved_mode);
             sigaction(sig, &host_action[i], nullptr);
             installed[i] = 0;
@@ -90,8 +104,6 @@ extern "C" void on_signal(int sig) {
             // Blocked while this handler runs: delivered with the host's
             // disposition the moment it returns.
             raise(sig);
-        } else {
-            continued = 1;
         }
         signalled = 1;
         wake_loop();
@@ -99,18 +111,19 @@ extern "C" void on_signal(int sig) {
     errno = saved_errno;
 }
 
-// Installs the library's handler for signal i, unless the host ignores the
-// signal or, for SIGCONT, handles it itself.
+// Installs the library's handler for signal i, unless the host ignores a
+// signal that would end or stop the process. SIGCONT and SIGWINCH only tell
+// the library something: it listens to them always, and passes them on.
 void install(int i) {
     struct sigaction ours {};
-    ours.sa_handler = on_signal;
+    ours.sa_sigaction = on_signal;
     sigemptyset(&ours.sa_mask);
     // Output interrupted by a signal must not be lost half-written.
-    ours.sa_flags = SA_RESTART;
+    ours.sa_flags = SA_RESTART | SA_SIGINFO;
     struct sigaction current {};
     if (sigaction(kSignals[i], nullptr, &current) != 0) return;
-    if (current.sa_handler == SIG_IGN) return;
-    if (kSignals[i] == SIGCONT && current.sa_handler != SIG_DFL) return;
+    const bool listen_only = kSignals[i] == SIGCONT || kSignals[i] == SIGWINCH;
+    if (current.sa_handler == SIG_IGN && !listen_only) return;
     host_action[i] = current;
     if (sigaction(kSignals[i], &ours, nullptr) == 0) installed[i] = 1;
 }
@@ -167,7 +180,7 @@ ReadSession::ReadSession(console *c) : active_(!session_active) {
     have_saved = console_get_mode(c, &saved_mode) != 0;
     if (have_saved) console_set_raw_mode(c, &saved_mode);
     if (pipe2(wake_pipe, O_CLOEXEC | O_NONBLOCK) != 0) wake_pipe[0] = wake_pipe[1] = -1;
-    signalled = continued = 0;
+    signalled = continued = resized = 0;
     for (int i = 0; i < kCount; i++) install(i);
     session_active = 1;
 }
@@ -180,7 +193,7 @@ void ReadSession::end() {
     if (have_saved) console_set_mode(nullptr, &saved_mode);
     have_saved = 0;
     session_active = 0;
-    signalled = continued = 0;
+    signalled = continued = resized = 0;
     close_pipe();
 }
 
@@ -204,7 +217,9 @@ int session_resume() {
     }
     if (continued) event |= kContinued;
     continued = 0;
-    if (event != kNothing && have_saved) console_set_raw_mode(nullptr, &saved_mode);
+    if ((event & (kRearmed | kContinued)) && have_saved) console_set_raw_mode(nullptr, &saved_mode);
+    if (resized) event |= kResized;
+    resized = 0;
     return event;
 }
 

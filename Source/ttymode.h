@@ -28,9 +28,9 @@ QV_API void signal_interrupt(struct console *c);
 #ifdef QUORVEL_INTERNAL
 namespace qv {
 
-// One read's hold on the terminal: raw mode, and handlers for the signals
-// that would otherwise leave the terminal raw behind a dead or stopped
-// process. Everything is given back on every path out. A mode that could not
+// One read's hold on the terminal: raw mode, handlers for the signals that
+// would otherwise leave the terminal raw behind a dead or stopped process,
+// and one for window-size changes (chained to the host's). Everything is given back on every path out. A mode that could not
 // be read is neither changed nor restored.
 class ReadSession {
   public:
@@ -52,6 +52,7 @@ enum SessionEvent : int {
     kNothing = 0,
     kRearmed = 1,   // a signal the host handled has passed; raw mode is back
     kContinued = 2, // the process was stopped and has continued: repaint
+    kResized = 4,   // the window changed size
 };
 
 // Takes back the terminal after a signal has passed: raw mode and the

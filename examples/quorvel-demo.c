@@ -40,28 +40,50 @@ static int hexval(char c) {
     return -1;
 }
 
-/* Writes the line with every "\:XXXX" escape turned back into UTF-8. */
+/* The "\:XXXX" escape at p, or -1. */
+static long escape_at(const char *p) {
+    if (p[0] != '\\' || p[1] != ':') return -1;
+    if (hexval(p[2]) < 0 || hexval(p[3]) < 0 || hexval(p[4]) < 0 || hexval(p[5]) < 0) return -1;
+    return (long)(hexval(p[2]) << 12 | hexval(p[3]) << 8 | hexval(p[4]) << 4 | hexval(p[5]));
+}
+
+static void put_utf8(unsigned long cp) {
+    if (cp < 0x80) {
+        putchar((int)cp);
+    } else if (cp < 0x800) {
+        putchar((int)(0xC0 | (cp >> 6)));
+        putchar((int)(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        putchar((int)(0xE0 | (cp >> 12)));
+        putchar((int)(0x80 | ((cp >> 6) & 0x3F)));
+        putchar((int)(0x80 | (cp & 0x3F)));
+    } else {
+        putchar((int)(0xF0 | (cp >> 18)));
+        putchar((int)(0x80 | ((cp >> 12) & 0x3F)));
+        putchar((int)(0x80 | ((cp >> 6) & 0x3F)));
+        putchar((int)(0x80 | (cp & 0x3F)));
+    }
+}
+
+/* Writes the line with every escape turned back into UTF-8 (a surrogate
+   pair into the one character it stands for), then the line as it came. */
 static void print_decoded(const char *line) {
     const char *p = line;
     while (*p) {
-        if (p[0] == '\\' && p[1] == ':' && hexval(p[2]) >= 0 && hexval(p[3]) >= 0 &&
-            hexval(p[4]) >= 0 && hexval(p[5]) >= 0) {
-            unsigned cp = (unsigned)(hexval(p[2]) << 12 | hexval(p[3]) << 8 | hexval(p[4]) << 4 |
-                                     hexval(p[5]));
-            if (cp < 0x800) {
-                putchar(0xC0 | (cp >> 6));
-                putchar(0x80 | (cp & 0x3F));
-            } else {
-                putchar(0xE0 | (cp >> 12));
-                putchar(0x80 | ((cp >> 6) & 0x3F));
-                putchar(0x80 | (cp & 0x3F));
-            }
-            p += 6;
-        } else {
+        long cp = escape_at(p);
+        if (cp < 0) {
             /* The terminal is in its own mode again: a line break needs no CR. */
             putchar(*p++);
+            continue;
         }
+        p += 6;
+        if (cp >= 0xD800 && cp < 0xDC00 && escape_at(p) >= 0xDC00 && escape_at(p) < 0xE000) {
+            cp = 0x10000 + ((cp - 0xD800) << 10) + (escape_at(p) - 0xDC00);
+            p += 6;
+        }
+        put_utf8((unsigned long)cp);
     }
+    if (strstr(line, "\\:")) printf("   [as returned: %s]", line);
 }
 
 /* Creates dir and its missing parents; 0 on success. */

@@ -136,7 +136,9 @@ QV_API void term_loadHistory(void);
    instance (or callbacks is NULL). Safe to call at any time. */
 QV_API int term_setCallbacks(const term_callbacks *callbacks);
 
-/* The terminal size taken at term_init(). */
+/* The terminal's size now, as the kernel has it (the size found at
+   term_init() when it has none). A read notices a change of size while it
+   runs and draws its input again at the new width. */
 QV_API int term_getConsoleWidth(void);
 QV_API int term_getConsoleHeight(void);
 

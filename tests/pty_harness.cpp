@@ -12,6 +12,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -278,6 +279,16 @@ void PtyHost::settle() {
     }
 }
 
+void PtyHost::resize(int rows, int cols) {
+    while (drain(0)) {
+    }
+    resizes_.push_back(Resize{output_.size(), rows, cols});
+    struct winsize ws {};
+    ws.ws_row = static_cast<unsigned short>(rows);
+    ws.ws_col = static_cast<unsigned short>(cols);
+    ioctl(master_, TIOCSWINSZ, &ws);
+}
+
 void PtyHost::signal(int sig) {
     const pid_t job = options_.job ? tcgetpgrp(master_) : -1;
     if (job > 0)
@@ -349,20 +360,31 @@ std::vector<std::string> PtyHost::lines() const {
 }
 
 Screen PtyHost::screen() const {
-    VTerm *vt = vterm_new(options_.rows, options_.cols);
+    int rows = options_.rows, cols = options_.cols;
+    VTerm *vt = vterm_new(rows, cols);
     vterm_set_utf8(vt, 1);
     VTermScreen *vs = vterm_obtain_screen(vt);
     vterm_screen_reset(vs, 1);
-    vterm_input_write(vt, output_.data(), output_.size());
+    size_t done = 0;
+    for (const Resize &r : resizes_) {
+        vterm_input_write(vt, output_.data() + done, r.at - done);
+        done = r.at;
+        rows = r.rows;
+        cols = r.cols;
+        vterm_set_size(vt, rows, cols);
+    }
+    vterm_input_write(vt, output_.data() + done, output_.size() - done);
     Screen screen;
-    for (int r = 0; r < options_.rows; r++) {
+    for (int r = 0; r < rows; r++) {
         std::string row;
-        for (int c = 0; c < options_.cols; c++) {
+        for (int c = 0; c < cols; c++) {
             VTermScreenCell cell;
             vterm_screen_get_cell(vs, VTermPos{r, c}, &cell);
             // The second cell of a double-width character holds (uint32_t)-1.
             if (cell.chars[0] == static_cast<uint32_t>(-1)) continue;
-            row += cell.chars[0] ? to_utf8(cell.chars[0]) : std::string(" ");
+            if (!cell.chars[0]) row += ' ';
+            // A character and the combining marks drawn into its cell.
+            for (int k = 0; k < VTERM_MAX_CHARS_PER_CELL && cell.chars[k]; k++) row += to_utf8(cell.chars[k]);
         }
         screen.rows.push_back(row);
     }

@@ -49,6 +49,9 @@ class PtyHost {
     // Waits until a host in tick mode (cb:idle=tick) has been idle twice
     // since the call: everything typed before it has been handled and drawn.
     void settle();
+    // Changes the window's size (the kernel tells the host with SIGWINCH);
+    // the screen is rendered with the change at this point of the output.
+    void resize(int rows, int cols);
     // Sends a signal to the host process (to its job, with options.job).
     void signal(int sig);
     // The terminal is in the mode a shell expects: line editing by the
@@ -88,6 +91,11 @@ class PtyHost {
     bool exited_ = false;
     std::string side_path_;
     std::string output_;
+    struct Resize {
+        size_t at;
+        int rows, cols;
+    };
+    std::vector<Resize> resizes_;
 };
 
 // Directory of the compiled test terminal descriptions.

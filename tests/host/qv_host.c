@@ -20,7 +20,7 @@
  *   cb:complete=brackets|never|backslash|marker  cb:keep=1|0|backslash
  *   cb:idle=ANSWER@CALLS  cb:idle=tick  cb:idle=exit  cb:eoi  term_setCallbacks
  *   (marker: read n is complete once its text holds the letter 'A' + n)
- *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT
+ *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT  utf8:PROMPT
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  setcb-before
  *   sleep:MS  catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
@@ -146,7 +146,9 @@ static void do_read(int kind, char mask, const char *prompt) {
     char *line;
     fprintf(side, "BEGIN %d\n", n);
     fflush(side);
-    line = kind ? term_getRawLine(mask, prompt) : term_getLine(mask, prompt);
+    line = kind == 2 ? term_getLineUtf8(mask, prompt)
+           : kind   ? term_getRawLine(mask, prompt)
+                    : term_getLine(mask, prompt);
     if (got_sigint) {
         record("SIGINT%s\n", "");
         got_sigint = 0;
@@ -228,6 +230,8 @@ int main(int argc, char **argv) {
             set_callbacks(a + 3);
         } else if (strncmp(a, "line:", 5) == 0) {
             do_read(0, 0, a + 5);
+        } else if (strncmp(a, "utf8:", 5) == 0) {
+            do_read(2, 0, a + 5);
         } else if (strncmp(a, "raw:", 4) == 0) {
             do_read(1, 0, a + 4);
         } else if (strncmp(a, "mask:", 5) == 0 && a[5] && a[6] == ':') {

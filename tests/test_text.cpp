@@ -1,0 +1,135 @@
+// Text in any script and a window that changes size, as a user sees them:
+// the line that comes back and the screen a real emulator renders.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "pty_harness.h"
+
+using qvtest::HostOptions;
+using qvtest::PtyHost;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string kLeft = "\x1b[D", kUp = "\x1b[A", kDown = "\x1b[B";
+
+HostOptions xterm(int cols = 20) {
+    HostOptions o;
+    o.term = "xterm-256color";
+    o.cols = cols;
+    return o;
+}
+
+// é, я, 中 and an emoji, typed key by key and in one burst, under the C
+// locale: they come back as typed and each takes its cells on screen.
+TEST(Utf8, TypedTextComesBackAndTakesItsCells) {
+    const std::string text = "\xc3\xa9 \xd1\x8f \xe4\xb8\xad \xf0\x9f\x98\x80";
+    for (bool slowly : {false, true}) {
+        HostOptions o = xterm();
+        o.env.push_back("LC_ALL=C");
+        PtyHost h({"init", "utf8:> ", "line:> ", "destroy"}, o);
+        if (slowly)
+            h.keysSlowly(text + "!\r");
+        else
+            h.keys(text + "!\r");
+        h.keys("\xe4\xb8\xad\r");
+        ASSERT_EQ(h.finish(), 0);
+        EXPECT_EQ(h.lines(), (Lines{text + "!", "\\:4E2D"}));
+        EXPECT_EQ(h.screen().row(0), "> " + text + "!");
+    }
+}
+
+// A broken sequence inserts nothing, and the byte that broke it is a key.
+TEST(Utf8, InvalidSequencesLoseNoKey) {
+    PtyHost h({"init", "utf8:", "utf8:", "destroy"}, xterm());
+    h.keys(std::string("a\xc3x") + "\xe0\x80\x80" + "\xed\xa0\x80" + "\xf4\x90\x80\x80" +
+           "\xff\x80" + "b" + "\xe4\xb8" + kLeft + "c\r" + "d\xc3\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), (Lines{"axcb", "d"}));
+}
+
+// Wide characters at the right margin, and Backspace and Left across them.
+TEST(Utf8, WideCharactersAtTheMarginAndUnderTheCursor) {
+    PtyHost h({"init", "cb:idle=tick", "utf8:> ", "destroy"}, xterm(10));
+    h.keys("abcdef\xe4\xb8\xad");  // "> abcdef" is 8 cells: 中 just fits
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "> abcdef\xe4\xb8\xad");
+    EXPECT_EQ(h.screen().cursor_row, 1);
+    h.keys(kLeft + "x");          // 中 no longer fits and starts the next row
+    h.settle();
+    qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> abcdefx");
+    EXPECT_EQ(s.row(1), "\xe4\xb8\xad");
+    EXPECT_EQ(s.cursor_row, 1);
+    EXPECT_EQ(s.cursor_col, 0);
+    h.keys("\x05\x7f" "y");       // End, Backspace takes the whole 中
+    h.settle();
+    s = h.screen();
+    EXPECT_EQ(s.row(0), "> abcdefxy");
+    EXPECT_EQ(s.row(1), "");
+    h.keys("\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"abcdefxy"});
+}
+
+// A combining mark is drawn into its character's cell, and one key moves
+// over or deletes both; a wide prompt puts the text after its cells.
+TEST(Utf8, CombiningMarksAndWidePrompts) {
+    PtyHost h({"init", "utf8:\xe4\xb8\xad> ", "destroy"}, xterm());
+    h.keys("e\xcc\x81x" + kLeft + kLeft + "a" + "\x05" + kLeft + "\x7f\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"ax"});
+    EXPECT_EQ(h.screen().row(0), "\xe4\xb8\xad> ax");
+    const std::string shown = PtyHost::visible(h.output());
+    EXPECT_NE(shown.find("e\xcc\x81"), std::string::npos) << shown; // drawn together
+}
+
+// A long entry replaced by a short wide one leaves no stale cell or row.
+TEST(Utf8, RecallingAShorterWideEntryLeavesNothingBehind) {
+    const std::string dir = qvtest::tempDir();
+    std::ofstream(dir + "/term.history") << std::string(30, 'a') << "\n\xe4\xb8\xad\xe4\xb8\xad\n";
+    PtyHost h({"init:dir=" + dir, "load", "utf8:> ", "destroy"}, xterm());
+    h.keys(kUp + kUp + kDown + "\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{"\xe4\xb8\xad\xe4\xb8\xad"});
+    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> \xe4\xb8\xad\xe4\xb8\xad");
+    EXPECT_EQ(s.row(1), "");
+}
+
+// The window narrows, then widens, while a three-row input is edited: the
+// input is drawn once at each width, and the host learns the new size.
+TEST(Resize, TheInputIsDrawnAgainAtTheNewWidth) {
+    PtyHost h({"init", "cb:idle=tick", "line:> ", "size", "destroy"}, xterm());
+    std::string text;
+    for (int i = 0; i < 45; i++) text += static_cast<char>('a' + i % 26);
+    h.keys(text);
+    h.settle();
+    auto expect_rows = [&](const std::string &all, int cols) {
+        const qvtest::Screen s = h.screen();
+        size_t r = 0;
+        for (size_t at = 0; at < all.size(); at += static_cast<size_t>(cols), r++)
+            EXPECT_EQ(s.row(static_cast<int>(r)), all.substr(at, static_cast<size_t>(cols))) << cols;
+        for (; r < s.rows.size(); r++) EXPECT_EQ(s.row(static_cast<int>(r)), "") << cols << " row " << r;
+        EXPECT_EQ(s.cursor_row * cols + s.cursor_col, static_cast<int>(all.size())) << cols;
+    };
+    h.resize(10, 15);
+    h.settle();
+    expect_rows("> " + text, 15);
+    h.keys("!");
+    h.settle();
+    expect_rows("> " + text + "!", 15);
+    h.resize(10, 30);
+    h.settle();
+    expect_rows("> " + text + "!", 30);
+    h.keys("\r");
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), Lines{text + "!"});
+    EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 30"});
+}
+
+} // namespace
