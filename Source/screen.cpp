@@ -605,7 +605,14 @@ void layout_input(console *c) {
 void place_cursor(console *c) {
     const console_state *st = c->state;
     if (st->nrows < 1 || !c->editor.buffer) return;
-    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    // Text typed before a lone combining mark takes the mark into its cell:
+    // the cursor, between the two, is shown after the cell.
+    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    if (cursor > 0 && cursor < len) {
+        const int end = qv::layout_unit_end(c->editor.buffer, cursor - 1, len);
+        if (end > cursor) cursor = end;
+    }
     const int y = row_of(st, cursor);
     c->screen.input.newcur.pos.y = y;
     c->screen.input.newcur.pos.x = qv::layout_cursor_column(text_of(c), st->rows[y], cursor);

@@ -39,6 +39,14 @@ struct Expected {
     int cursor_row = 0, cursor_col = 0;
 };
 
+constexpr char32_t kTail = 0xFFFFFFFF; // how libvterm shows a wide character's right half
+constexpr wchar_t kWide = L'\u4e2d', kMark = L'\u0301';
+
+bool is_control(wchar_t ch) {
+    const auto u = static_cast<uint32_t>(ch);
+    return u < 32 || u == 127;
+}
+
 Expected expect(const wchar_t *prompt, const wchar_t *text, int len, int cursor) {
     Expected e;
     auto put = [&](const std::u32string &unit) {
@@ -46,25 +54,32 @@ Expected expect(const wchar_t *prompt, const wchar_t *text, int len, int cursor)
         e.rows.back() += unit;
         if (e.rows.back().size() == static_cast<size_t>(kCols)) e.rows.emplace_back();
     };
-    for (const wchar_t *p = prompt; *p; p++) put(std::u32string(1, static_cast<char32_t>(*p)));
+    // The cells of text[i] as a unit of its own, or none when it joins the
+    // character before (a combining mark after a printable character).
+    auto unit_of = [&](const wchar_t *s, int i) -> std::u32string {
+        const wchar_t ch = s[i];
+        if (is_control(ch)) return std::u32string{U'^', static_cast<char32_t>(ch ^ 0x40)};
+        if (ch == kWide) return std::u32string{static_cast<char32_t>(ch), kTail};
+        if (ch == kMark) return i > 0 && !is_control(s[i - 1]) ? U"" : U" ";
+        return std::u32string(1, static_cast<char32_t>(ch));
+    };
+    for (int i = 0; prompt[i]; i++) put(unit_of(prompt, i));
     for (int i = 0; i <= len; i++) {
+        const std::u32string unit = i < len ? unit_of(text, i) : U"";
         if (i == cursor) {
-            // The cursor stands where the next unit would go.
+            // The cursor stands where the next unit goes; inside a cell (before
+            // a mark that joined it) it stands after the cell.
+            std::u32string next = unit;
+            for (int k = i + 1; next.empty() && k < len; k++) next = unit_of(text, k);
             e.cursor_row = static_cast<int>(e.rows.size()) - 1;
             e.cursor_col = static_cast<int>(e.rows.back().size());
-            const auto u = static_cast<uint32_t>(text[i < len ? i : 0]);
-            const size_t next = i < len && (u < 32 || u == 127) ? 2 : 1;
-            if (i < len && e.rows.back().size() + next > static_cast<size_t>(kCols)) {
+            if (e.rows.back().size() + next.size() > static_cast<size_t>(kCols)) {
                 e.cursor_row++;
                 e.cursor_col = 0;
             }
         }
         if (i == len) break;
-        const auto u = static_cast<uint32_t>(text[i]);
-        if (u < 32 || u == 127)
-            put(std::u32string{U'^', static_cast<char32_t>(u ^ 0x40)});
-        else
-            put(std::u32string(1, static_cast<char32_t>(u)));
+        if (!unit.empty()) put(unit);
     }
     return e;
 }
@@ -83,7 +98,9 @@ void check_screen(console *c, const std::string &out) {
         for (int col = 0; col < kCols; col++) {
             VTermScreenCell cell;
             vterm_screen_get_cell(vs, VTermPos{r, col}, &cell);
-            shown += cell.chars[0] ? static_cast<char32_t>(cell.chars[0]) : U' ';
+            shown += cell.chars[0] == static_cast<uint32_t>(-1) ? kTail
+                     : cell.chars[0]                        ? static_cast<char32_t>(cell.chars[0])
+                                                            : U' ';
         }
         while (!shown.empty() && shown.back() == U' ') shown.pop_back();
         std::u32string want = r < static_cast<int>(e.rows.size()) ? e.rows[static_cast<size_t>(r)] : U"";
@@ -91,7 +108,7 @@ void check_screen(console *c, const std::string &out) {
         if (shown != want) {
             auto narrow = [](const std::u32string &u) {
                 std::string o;
-                for (char32_t ch : u) o += ch < 128 ? static_cast<char>(ch) : '?';
+                for (char32_t ch : u) o += ch < 128 ? static_cast<char>(ch) : ch == kTail ? '.' : '?';
                 return o;
             };
             fprintf(stderr, "row %d shows \"%s\", the buffer gives \"%s\"\n", r, narrow(shown).c_str(),
@@ -101,7 +118,11 @@ void check_screen(console *c, const std::string &out) {
     }
     VTermPos pos;
     vterm_state_get_cursorpos(vterm_obtain_state(vt), &pos);
-    if (pos.row != e.cursor_row || pos.col != e.cursor_col) fail("the cursor is not on the buffer's cursor");
+    if (pos.row != e.cursor_row || pos.col != e.cursor_col) {
+        fprintf(stderr, "the cursor is at %d,%d; the buffer's cursor is at %d,%d\n", pos.row, pos.col,
+                e.cursor_row, e.cursor_col);
+        fail("the cursor is not on the buffer's cursor");
+    }
     vterm_free(vt);
 }
 
@@ -129,7 +150,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         for (size_t i = 0; i < size && c.editor.buffer; i++) {
             const uint8_t b = data[i];
             if (b < 0xC0)
-                action_insert_char(&c, 32 + b % 95);
+                action_insert_char(&c, b % 16 == 0 ? kWide : b % 16 == 1 ? kMark : 32 + b % 95);
             else
                 kActions[(b - 0xC0) % (sizeof kActions / sizeof kActions[0])](&c, 0);
         }
