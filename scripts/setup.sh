@@ -22,7 +22,9 @@ done
 
 if [ "$(id -u)" -eq 0 ]; then
     export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
+    # A partly failing index (a mirror mid-sync, a foreign architecture)
+    # still leaves the lists the install needs.
+    apt-get update -qq || true
     apt-get install -y -qq --no-install-recommends "${missing[@]}"
 else
     echo "Missing packages: ${missing[*]}" >&2
