@@ -26,7 +26,7 @@ void refresh(console *c) { qv::screen_refresh(c, 0); }
 // it, so that every row of the input stays readable above what comes next.
 void leave_input(console *c) {
     buffer_cursor_move_end(c);
-    refresh(c);
+    qv::screen_refresh(c, qv::kNow);
     console_newline(c);
 }
 
@@ -190,6 +190,7 @@ void action_delete_or_quit(console *c, int key) {
 }
 
 void action_end_of_input(console *c, int) {
+    qv::screen_flush(c);
     console_newline(c);
     c->eof = 1;
 }

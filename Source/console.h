@@ -120,6 +120,9 @@ struct console_state {
     int nfresh;
     int capfresh;
     int loading; /* entries now added come from the file */
+    /* More keys are waiting: refreshes wait for the end of the burst. */
+    int defer;
+    int refresh_pending;
 };
 
 namespace qv {

@@ -22,9 +22,17 @@
 
 namespace {
 
-int pending = 0; // bytes the terminal driver reports as readable
-// A byte that ended a UTF-8 sequence without belonging to it: the next key.
-int pushed_back = -1;
+// Key bytes taken from the terminal and not used yet. A burst (a paste, the
+// bytes of one key) comes in with one read; what a line read leaves over
+// waits here, in order, for the next read or term_getChar.
+constexpr size_t kInputSize = 8192;
+unsigned char input_buffer[kInputSize];
+size_t input_head = 0, input_tail = 0;
+
+bool buffered() { return input_head < input_tail; }
+
+// The byte just taken was not used: it is the next key.
+void push_back() { input_head--; }
 
 // Answers from next_byte besides a byte.
 constexpr int kEnded = -1;    // the read must end; the status says why
@@ -36,13 +44,18 @@ constexpr int kTimedOut = -2; // no byte within the time asked for
 constexpr long kIdleMicros = 50000;
 constexpr int kSequenceTicks = 2;
 
-int read_pending_byte(console *c) {
-    unsigned char b;
+// Takes everything the terminal has ready, up to the buffer's size, without
+// waiting: 1 when bytes came, 0 when none are ready, kEnded on an error.
+int fill(console *c) {
+    const int fd = fileno(stdin);
+    int ready = 0;
+    if (ioctl(fd, FIONREAD, &ready) != 0 || ready <= 0) return 0;
     for (;;) {
-        const ssize_t r = read(fileno(stdin), &b, 1);
-        if (r == 1) {
-            pending--;
-            return b;
+        const ssize_t r = read(fd, input_buffer, kInputSize);
+        if (r > 0) {
+            input_head = 0;
+            input_tail = static_cast<size_t>(r);
+            return 1;
         }
         if (r < 0 && errno == EINTR) continue;
         c->status = ST_IOERROR;
@@ -57,18 +70,18 @@ int read_pending_byte(console *c) {
 // A signal never ends the wait: once the host's handler has run, the wait
 // goes on, with the terminal taken back if the signal had given it away.
 int next_byte(console *c, int ticks, bool line) {
-    if (pushed_back >= 0) {
-        const int b = pushed_back;
-        pushed_back = -1;
-        return b;
-    }
+    if (buffered()) return input_buffer[input_head++];
+    // The burst is used up: what it changed is painted once, now.
+    if (line) qv::screen_flush(c);
     const int fd = fileno(stdin);
     int idle = 0;
     while (!c->terminate && !c->cancel) {
         const int event = qv::session_resume();
         if ((event & qv::kContinued) && line) qv::screen_redraw_all(c);
         if ((event & qv::kResized) && line) qv::screen_resize(c);
-        if (ioctl(fd, FIONREAD, &pending) == 0 && pending > 0) return read_pending_byte(c);
+        int got = fill(c);
+        if (got > 0) return input_buffer[input_head++];
+        if (got < 0) return kEnded;
         const int wake = qv::session_wake_fd();
         fd_set set;
         FD_ZERO(&set);
@@ -92,7 +105,9 @@ int next_byte(console *c, int ticks, bool line) {
             continue;
         }
         if (!FD_ISSET(fd, &set)) continue; // the wake pipe: handled at the top
-        if (ioctl(fd, FIONREAD, &pending) == 0 && pending > 0) return read_pending_byte(c);
+        got = fill(c);
+        if (got > 0) return input_buffer[input_head++];
+        if (got < 0) return kEnded;
         // Readable without a byte: the end of a pipe or file, or a hang-up.
         c->status = ST_EOF;
         c->error = 0;
@@ -152,7 +167,7 @@ int read_utf8(console *c, int lead) {
         if (i == 0 && lead == 0xF0) lo = 0x90;
         if (i == 0 && lead == 0xF4) hi = 0x8F;
         if (b < lo || b > hi) {
-            pushed_back = b;
+            push_back();
             return 0;
         }
         cp = (cp << 6) | (static_cast<uint32_t>(b) & 0x3Fu);
@@ -226,6 +241,9 @@ void read_input(console *c) {
         c->error = 0;
         const int key = next_byte(c, 0, true);
         if (key < 0) break;
+        // While the burst goes on, keys change the model; the paint waits
+        // until the burst is used up.
+        qv::screen_defer(c, buffered());
         const keymap_entry &e = map[key];
         action_fn action = nullptr;
         if (e.type == KM_FUNCTION) {
@@ -240,6 +258,9 @@ void read_input(console *c) {
         }
         if (action && c->status == ST_READING) action(c, key);
     } while (!c->terminate && c->status == ST_READING && c->eof != 1);
+    // A read that ends mid-burst shows what the user must see first.
+    qv::screen_defer(c, false);
+    qv::screen_flush(c);
     if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;
 }
 

@@ -81,15 +81,12 @@ void plain_refresh(console *c) {
     int cursor_col = 0;
     const int n = layout_line_cells(t, line, cursor, cells.get(), bound, &cursor_col);
 
-    // Keep the scroll unless the cursor left the window; then put it in the
-    // middle, so that typing on does not scroll again at every key.
+    // The window moves in steps of half its width, so typing on does not
+    // scroll at every key; and it depends on the cursor alone, so a burst of
+    // keys shows what the same keys one by one show.
     const int width = c->screen.cols > 1 ? c->screen.cols - 1 : 1;
-    if (n < width) {
-        st->scroll = 0;
-    } else if (cursor_col < st->scroll || cursor_col >= st->scroll + width) {
-        st->scroll = cursor_col - width / 2;
-        if (st->scroll < 0) st->scroll = 0;
-    }
+    const int half = width > 1 ? width / 2 : 1;
+    st->scroll = cursor_col < width ? 0 : ((cursor_col - width) / half + 1) * half;
     const int view = n - st->scroll < width ? n - st->scroll : width;
     if (!reserve(st, view > st->nshown ? view : st->nshown)) return;
     termchar *want = cells.get() + st->scroll;

@@ -668,6 +668,11 @@ void qv::screen_refresh(console *c, int flags) {
         do_paint(c);
         return;
     }
+    if (c->state->defer && !(flags & kNow)) {
+        c->state->refresh_pending = 1;
+        return;
+    }
+    c->state->refresh_pending = 0;
     if (plain(c)) {
         plain_refresh(c);
         return;
@@ -676,6 +681,14 @@ void qv::screen_refresh(console *c, int flags) {
     place_cursor(c);
     if (flags & kCursorFirst) cursor_update(c, c->screen.input.newcur);
     do_paint(c);
+}
+
+void qv::screen_defer(console *c, bool more_keys) {
+    if (c->state) c->state->defer = more_keys ? 1 : 0;
+}
+
+void qv::screen_flush(console *c) {
+    if (c->state && c->state->refresh_pending) screen_refresh(c, kNow);
 }
 
 void qv::screen_after_newline(console *c) {

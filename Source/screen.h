@@ -84,12 +84,21 @@ enum RefreshFlags : int {
     // Move the cursor before drawing, as a deletion does, so that the runs
     // are drawn from the cursor's new column.
     kCursorFirst = 1,
+    // Paint now, even in the middle of a burst of keys: the caller writes to
+    // the terminal next.
+    kNow = 2,
 };
 
 // Empties the model for a new input and draws the prompt.
 void screen_start_input(struct console *c);
 // Lays the edit buffer out again where it changed and paints the difference.
+// In a burst of keys (see screen_defer) it only notes that a paint is due.
 void screen_refresh(struct console *c, int flags);
+// Whether more keys are already waiting, so that refreshes can wait for the
+// end of the burst: the screen that results is the same.
+void screen_defer(struct console *c, bool more_keys);
+// Does the refresh that a burst held back, if any.
+void screen_flush(struct console *c);
 // The terminal has gone to column 0 of the row below the cursor, which
 // starts a new line of the input: that row is drawn whole at the next paint.
 void screen_after_newline(struct console *c);

@@ -79,13 +79,15 @@ TEST(Utf8, WideCharactersAtTheMarginAndUnderTheCursor) {
 // A combining mark is drawn into its character's cell, and one key moves
 // over or deletes both; a wide prompt puts the text after its cells.
 TEST(Utf8, CombiningMarksAndWidePrompts) {
-    PtyHost h({"init", "utf8:\xe4\xb8\xad> ", "destroy"}, xterm());
-    h.keys("e\xcc\x81x" + kLeft + kLeft + "a" + "\x05" + kLeft + "\x7f\r");
+    PtyHost h({"init", "cb:idle=tick", "utf8:\xe4\xb8\xad> ", "destroy"}, xterm());
+    h.keys("e\xcc\x81x");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "\xe4\xb8\xad> e\xcc\x81x");
+    EXPECT_NE(h.output().find("e\xcc\x81"), std::string::npos); // drawn together
+    h.keys(kLeft + kLeft + "a" + "\x05" + kLeft + "\x7f\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{"ax"});
     EXPECT_EQ(h.screen().row(0), "\xe4\xb8\xad> ax");
-    const std::string shown = PtyHost::visible(h.output());
-    EXPECT_NE(shown.find("e\xcc\x81"), std::string::npos) << shown; // drawn together
 }
 
 // A long entry replaced by a short wide one leaves no stale cell or row.
@@ -130,6 +132,36 @@ TEST(Resize, TheInputIsDrawnAgainAtTheNewWidth) {
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), Lines{text + "!"});
     EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 30"});
+}
+
+// A paste arrives in one write: it comes back exactly, the keys after a
+// finished line wait for the next read or term_getChar, and the screen is
+// the one the same keys give typed one at a time.
+TEST(Paste, ABurstEndsWhereTheSameKeysOneByOneEnd) {
+    const std::string keys = "h\xc3\xa9llo" + kLeft + kLeft + "X\r" + "w\xc3\xb6rld\x03" + "again\rZ";
+    struct Variant {
+        std::vector<std::string> commands;
+        Lines lines;
+    };
+    const Variant variants[] = {
+        {{"init", "utf8:> ", "utf8:> ", "getchar:0", "destroy"}, {"h\xc3\xa9lXlo", "again"}},
+        {{"init:sigint", "utf8:> ", "utf8:> ", "utf8:> ", "getchar:0", "destroy"},
+         {"h\xc3\xa9lXlo", "", "again"}},
+    };
+    for (const Variant &v : variants) {
+        PtyHost burst(v.commands, xterm()), slow(v.commands, xterm());
+        burst.keys(keys);
+        slow.keysSlowly(keys);
+        ASSERT_EQ(burst.finish(), 0);
+        ASSERT_EQ(slow.finish(), 0);
+        EXPECT_EQ(burst.lines(), v.lines);
+        EXPECT_EQ(slow.lines(), v.lines);
+        EXPECT_EQ(burst.records("CHAR"), Lines{"CHAR 90"});
+        EXPECT_EQ(burst.records("SIGINT").size(), v.lines.size() == 3 ? 1u : 0u);
+        EXPECT_EQ(burst.screen().rows, slow.screen().rows);
+        // One paint for the whole burst of a line, not one per key.
+        EXPECT_LT(burst.output().size(), slow.output().size());
+    }
 }
 
 } // namespace
