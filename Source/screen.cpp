@@ -469,16 +469,43 @@ class Run {
     int n_ = 0, cap_ = 0;
 };
 
-void write_run(console *c, int i, int start, Run &run) {
-    screen_cursor_move_y(c, i - c->screen.input.cur.pos.y);
-    c->screen.input.cur.pos.y = i;
-    if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
+// Where the terminal's cursor is while a paint writes its runs.
+struct Pen {
+    int x, y;
+    bool wrap_pending; // the last column was just written
+};
+
+// Writes a run of cells at (start, row i). A paint of single keys returns to
+// the cursor's column after every run, as it always has; a compact paint (a
+// burst of keys) leaves the cursor where the run ended and, on a terminal
+// with automatic margins, lets a full row flow into the next one, so a paste
+// costs about one byte per character.
+void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact) {
+    input_t *in = &c->screen.input;
+    if (!compact) {
+        screen_cursor_move_y(c, i - in->cur.pos.y);
+        in->cur.pos.y = i;
+        if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
+        run.clear();
+        return;
+    }
+    const bool flows = compact->wrap_pending && t_auto_right_margin && compact->y == i - 1 && start == 0;
+    if (!flows) {
+        screen_cursor_move_y(c, i - compact->y);
+        if (compact->x != start || compact->wrap_pending) screen_cursor_move_to_col(c, start);
+    }
+    std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
+    if (text) fputs(text.get(), stdout);
     run.clear();
+    compact->y = i;
+    compact->x = start + cells;
+    compact->wrap_pending = compact->x >= c->screen.cols;
+    if (compact->wrap_pending) compact->x = c->screen.cols - 1;
 }
 
 bool plain(const console *c) { return c->state && c->state->plain; }
 
-void do_paint(console *c) {
+void do_paint(console *c, bool compact = false) {
     screen_t *r = &c->screen;
     // Without cursor addressing the model cannot be drawn; the plain view
     // is drawn from the edit buffer instead.
@@ -488,6 +515,8 @@ void do_paint(console *c) {
     }
     Run run;
     const qv::LayoutText text = c->state ? qv::layout_text(c, r->cols) : qv::LayoutText{};
+    Pen pen{r->input.cur.pos.x, r->input.cur.pos.y, false};
+    Pen *flow = compact ? &pen : nullptr;
     in_paint = true;
     const int first = c->paint_first < 0 ? 0 : c->paint_first;
     const int last = c->paint_last < r->input.numlines ? c->paint_last : r->input.numlines - 1;
@@ -510,13 +539,19 @@ void do_paint(console *c) {
                 shown[j] = model[j];
                 QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
             } else if (start >= 0) {
-                write_run(c, i, start, run);
+                write_run(c, i, start, j - start, run, flow);
                 start = -1;
             }
         }
-        if (start >= 0) write_run(c, i, start, run);
+        if (start >= 0) write_run(c, i, start, r->cols - start, run, flow);
     }
     paint_clean(c);
+    if (compact) {
+        r->input.cur.pos.x = pen.x;
+        r->input.cur.pos.y = pen.y;
+        // From a pending wrap, a line feed keeps the column; any other motion
+        // (and the absolute ones) starts from the last column as well.
+    }
     cursor_update(c, r->input.newcur);
     in_paint = false;
     fflush(stdout);
@@ -672,6 +707,8 @@ void qv::screen_refresh(console *c, int flags) {
         c->state->refresh_pending = 1;
         return;
     }
+    // The refresh a burst held back draws the burst's changes at once.
+    const bool compact = c->state->refresh_pending != 0;
     c->state->refresh_pending = 0;
     if (plain(c)) {
         plain_refresh(c);
@@ -680,7 +717,7 @@ void qv::screen_refresh(console *c, int flags) {
     layout_input(c);
     place_cursor(c);
     if (flags & kCursorFirst) cursor_update(c, c->screen.input.newcur);
-    do_paint(c);
+    do_paint(c, compact);
 }
 
 void qv::screen_defer(console *c, bool more_keys) {

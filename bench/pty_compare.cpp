@@ -1,111 +1,201 @@
-// Types the same burst of lines into three REPLs in a pseudo-terminal -- on
-// Quorvel, GNU readline and libedit -- and reports the wall time from the
-// first key to the program's exit, and the bytes each wrote to the terminal.
+// Drives the same key streams into four programs in a pseudo-terminal
+// (xterm-256color, 80x24): a minimal REPL on Quorvel, on GNU readline and on
+// libedit, and the raw-echo floor (one read and one write per key). For each
+// workload it reports, as the median of a few runs, the CPU time the program
+// used, the bytes it wrote to the terminal, and for keys typed one at a time
+// the 99th percentile of the time from a key to its echo.
+//
+//   quorvel-bench-compare [workload ...]   (default: all of them)
+//
+// With QV_BENCH_STRACE=FILE, each program runs under `strace -c`, and the
+// system calls it made are reported per unit too (the last run's).
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <poll.h>
 #include <pty.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
 namespace {
 
-struct Result {
-    double seconds;
-    size_t bytes_out;
+using Clock = std::chrono::steady_clock;
+
+// What is typed: a burst written as fast as the terminal takes it, then keys
+// one at a time, each once the previous one's echo has come back.
+struct Workload {
+    std::string name;
+    std::string burst;
+    std::vector<std::string> typed;
+    long units; // the characters or keys the costs are divided by
 };
 
-Result run(const char *program, const std::string &input) {
+struct Result {
+    double cpu_ms = 0;
+    size_t bytes = 0;
+    double p99_us = 0;
+    bool finished = true;
+};
+
+void drain(int fd, size_t &out, int timeout_ms) {
+    char buf[65536];
+    struct pollfd p = {fd, POLLIN, 0};
+    while (poll(&p, 1, timeout_ms) > 0) {
+        const ssize_t r = read(fd, buf, sizeof buf);
+        if (r <= 0) return;
+        out += static_cast<size_t>(r);
+        timeout_ms = 0;
+    }
+}
+
+Result run(const char *program, const Workload &w) {
     struct winsize ws {};
     ws.ws_row = 24;
     ws.ws_col = 80;
+    char dir[] = "/tmp/quorvel-bench-XXXXXX";
+    if (!mkdtemp(dir)) return {};
     int master = -1;
     const pid_t pid = forkpty(&master, nullptr, nullptr, &ws);
     if (pid == 0) {
         setenv("TERM", "xterm-256color", 1);
         setenv("INPUTRC", "/dev/null", 1);
         setenv("EDITRC", "/dev/null", 1);
+        setenv("QV_BENCH_HISTORY", dir, 1);
         const int null = open("/dev/null", O_WRONLY);
         dup2(null, 2);
+        if (const char *trace = getenv("QV_BENCH_STRACE"))
+            execlp("strace", "strace", "-c", "-o", trace, program, static_cast<char *>(nullptr));
         execl(program, program, static_cast<char *>(nullptr));
         _exit(127);
     }
-    fcntl(master, F_SETFL, O_NONBLOCK);
-    size_t out = 0, sent = 0;
-    char buf[65536];
-    // Start the clock once the program is reading in raw mode.
+    Result res;
+    size_t out = 0;
+    // Start once the program reads in raw mode.
     for (struct termios t;;) {
         if (tcgetattr(master, &t) == 0 && !(t.c_lflag & ICANON)) break;
-        ssize_t r = read(master, buf, sizeof buf);
-        if (r > 0) out += static_cast<size_t>(r);
-        usleep(1000);
+        drain(master, out, 1);
     }
+    drain(master, out, 20);
     out = 0;
-    const auto start = std::chrono::steady_clock::now();
-    int status = 0;
-    bool exited = false;
-    while (!exited) {
-        struct pollfd p = {master, static_cast<short>(POLLIN | (sent < input.size() ? POLLOUT : 0)), 0};
+    const auto deadline = Clock::now() + std::chrono::seconds(120);
+    for (size_t sent = 0; sent < w.burst.size() && Clock::now() < deadline;) {
+        struct pollfd p = {master, POLLIN | POLLOUT, 0};
         poll(&p, 1, 10);
-        if (p.revents & POLLIN) {
-            const ssize_t r = read(master, buf, sizeof buf);
-            if (r > 0) out += static_cast<size_t>(r);
-        }
-        if ((p.revents & POLLOUT) && sent < input.size()) {
-            const ssize_t w = write(master, input.data() + sent, std::min<size_t>(512, input.size() - sent));
-            if (w > 0) sent += static_cast<size_t>(w);
-        }
-        if (waitpid(pid, &status, WNOHANG) == pid) exited = true;
-        if (!exited && std::chrono::steady_clock::now() - start > std::chrono::seconds(60)) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            fprintf(stderr, "%s did not finish\n", program);
-            exited = true;
+        if (p.revents & POLLIN) drain(master, out, 0);
+        if (p.revents & POLLOUT) {
+            const ssize_t n = write(master, w.burst.data() + sent, std::min<size_t>(4096, w.burst.size() - sent));
+            if (n > 0) sent += static_cast<size_t>(n);
         }
     }
-    const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    for (ssize_t r; (r = read(master, buf, sizeof buf)) > 0;) out += static_cast<size_t>(r);
+    std::vector<double> latencies;
+    for (const std::string &key : w.typed) {
+        drain(master, out, 0);
+        const size_t before = out;
+        const auto t0 = Clock::now();
+        if (write(master, key.data(), key.size()) < 0) break;
+        while (out == before && Clock::now() - t0 < std::chrono::milliseconds(500)) drain(master, out, 5);
+        latencies.push_back(std::chrono::duration<double, std::micro>(Clock::now() - t0).count());
+    }
+    if (write(master, "quit\r", 5) < 0) res.finished = false;
+    int status = 0;
+    struct rusage usage {};
+    for (;;) {
+        drain(master, out, 10);
+        if (wait4(pid, &status, WNOHANG, &usage) == pid) break;
+        if (Clock::now() > deadline) {
+            kill(pid, SIGKILL);
+            wait4(pid, &status, 0, &usage);
+            res.finished = false;
+            break;
+        }
+    }
+    drain(master, out, 0);
     close(master);
-    return {secs, out};
+    res.bytes = out;
+    res.cpu_ms = (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 +
+                 (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
+    if (!latencies.empty()) {
+        std::sort(latencies.begin(), latencies.end());
+        res.p99_us = latencies[latencies.size() * 99 / 100];
+    }
+    const std::string cleanup = std::string("rm -rf ") + dir;
+    if (system(cleanup.c_str()) != 0) fprintf(stderr, "could not remove %s\n", dir);
+    return res;
+}
+
+std::string text(long n) {
+    std::string s;
+    for (long i = 0; i < n; i++) s += static_cast<char>('a' + i % 26);
+    return s;
+}
+
+std::vector<Workload> workloads() {
+    std::vector<Workload> all;
+    for (long n : {1000L, 10000L, 100000L, 1000000L})
+        all.push_back({"paste-" + std::to_string(n), text(n) + "\r", {}, n});
+    Workload typed{"typed-2000", "", {}, 2000};
+    for (char ch : text(2000)) typed.typed.push_back(std::string(1, ch));
+    typed.typed.push_back("\r");
+    all.push_back(typed);
+    Workload middle{"middle-edit", text(2000), {}, 200};
+    for (int i = 0; i < 1000; i++) middle.burst += "\x1b[D";
+    for (char ch : text(200)) middle.typed.push_back(std::string(1, ch));
+    middle.typed.push_back("\r");
+    all.push_back(middle);
+    Workload history{"history-walk", "", {}, 1000};
+    for (int i = 0; i < 1000; i++) history.burst += "entry " + std::to_string(i) + "\r";
+    for (int i = 0; i < 1000; i++) history.typed.push_back("\x1b[A");
+    history.typed.push_back("\r");
+    all.push_back(history);
+    return all;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    const int lines = argc > 1 ? atoi(argv[1]) : 2000;
-    const int rounds = 5;
-    std::string input;
-    for (int i = 0; i < lines; i++) {
-        std::string line = "let value_" + std::to_string(i) + " = compute(" + std::to_string(i * 7) + ")";
-        // Editing, not only typing: Home, End and a few Left arrows.
-        input += line + "\x01\x05\x1b[D\x1b[D\x1b[C\x1b[C\r";
-    }
-    // A line rather than Ctrl-D ends the run: a Ctrl-D that arrives while a
-    // library has the terminal in its cooked mode between lines is taken by
-    // the line discipline.
-    input += "quit\r";
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    printf("%d lines of about 40 characters with cursor keys, typed in one stream; median of %d runs\n\n",
-           lines, rounds);
-    printf("%-14s %12s %16s\n", "library", "wall time", "bytes written");
+    const int rounds = 3;
     const char *programs[][2] = {{"quorvel", QV_BENCH_DIR "/repl-quorvel"},
                                  {"GNU readline", QV_BENCH_DIR "/repl-readline"},
-                                 {"libedit", QV_BENCH_DIR "/repl-libedit"}};
-    for (const auto &p : programs) {
-        std::vector<Result> results;
-        for (int r = 0; r < rounds; r++) results.push_back(run(p[1], input));
-        std::sort(results.begin(), results.end(),
-                  [](const Result &a, const Result &b) { return a.seconds < b.seconds; });
-        const Result &m = results[rounds / 2];
-        printf("%-14s %10.1f ms %16zu\n", p[0], m.seconds * 1000, m.bytes_out);
+                                 {"libedit", QV_BENCH_DIR "/repl-libedit"},
+                                 {"raw echo", QV_BENCH_DIR "/raw-echo"}};
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    printf("median of %d runs; CPU and bytes per character (or key), p99: key to echo\n", rounds);
+    for (const Workload &w : workloads()) {
+        bool wanted = argc < 2;
+        for (int i = 1; i < argc; i++) wanted = wanted || w.name == argv[i];
+        if (!wanted) continue;
+        printf("\n%s\n%-14s %14s %14s %12s\n", w.name.c_str(), "program", "CPU/unit", "bytes/unit",
+               w.typed.empty() ? "" : "p99 latency");
+        for (const auto &p : programs) {
+            std::vector<Result> results;
+            for (int r = 0; r < rounds; r++) results.push_back(run(p[1], w));
+            std::sort(results.begin(), results.end(),
+                      [](const Result &a, const Result &b) { return a.cpu_ms < b.cpu_ms; });
+            const Result &m = results[rounds / 2];
+            printf("%-14s %11.3f us %14.2f", p[0], m.cpu_ms * 1000 / static_cast<double>(w.units),
+                   static_cast<double>(m.bytes) / static_cast<double>(w.units));
+            if (!w.typed.empty()) printf(" %9.0f us", m.p99_us);
+            if (const char *trace = getenv("QV_BENCH_STRACE")) {
+                // The "total" line of strace -c: seconds, usecs/call, calls.
+                FILE *f = fopen(trace, "r");
+                char line[256];
+                long calls = 0;
+                while (f && fgets(line, sizeof line, f))
+                    if (strstr(line, "total")) sscanf(line, "%*f %*f %*d %ld", &calls);
+                if (f) fclose(f);
+                printf(" %8.3f calls", static_cast<double>(calls) / static_cast<double>(w.units));
+            }
+            printf("%s\n", m.finished ? "" : "  (did not finish in 120 s)");
+        }
     }
     return 0;
 }

@@ -1,13 +1,15 @@
 /* Reads lines until end of input, as a minimal REPL would. */
 #include <quorvel.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 static int done;
 static void on_end(void) { done = 1; }
 
 int main(void) {
-    term_options opts = {"/tmp", 0};
+    const char *dir = getenv("QV_BENCH_HISTORY");
+    term_options opts = {dir ? dir : "/tmp", 0};
     term_callbacks cb = {0};
     long n = 0;
     if (!term_init(&opts)) return 1;
