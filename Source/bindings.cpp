@@ -2,8 +2,11 @@
 // key strings of the terminal's own description.
 #include "bindings.h"
 
+#include "completion.h"
 #include "console.h"
 #include "keymap.h"
+#include "paste.h"
+#include "search.h"
 #include "output.h"
 
 namespace {
@@ -44,8 +47,11 @@ const SequenceBinding kFixedSequences[] = {
     {"\033[D", action_key_left},
     {"\033[H", action_key_home},
     {"\033[F", action_key_end},
+    // The markers around a bracketed paste.
+    {"\033[200~", action_paste_begin},
+    {"\033[201~", action_paste_end},
 };
-static_assert(sizeof(kFixedSequences) / sizeof(kFixedSequences[0]) == 28, "28 fixed sequences");
+
 
 struct ByteBinding {
     int byte;
@@ -59,7 +65,9 @@ const ByteBinding kSingleBytes[] = {
     {5, action_key_end},
     {7, action_abandon_input},
     {8, action_key_backspace},
-    {9, nullptr}, // Tab: refused, so it stays unbound
+    {9, action_complete},
+    {18, action_search_backward},
+    {19, action_search_forward},
     {11, action_kill_to_end_of_line},
     {13, action_key_return},
     {26, action_suspend_process},
@@ -91,6 +99,7 @@ int keymap_set_defaults(console *c) {
         {qv::terminal_key("kcub1"), action_key_left},  {qv::terminal_key("kcuf1"), action_key_right},
         {qv::terminal_key("khome"), action_key_home},  {qv::terminal_key("kll"), nullptr},
         {qv::terminal_key("kdch1"), nullptr},          {qv::terminal_key("kich1"), nullptr},
+        {qv::terminal_key("PS"), action_paste_begin},  {qv::terminal_key("PE"), action_paste_end},
     };
     for (const SequenceBinding &b : terminal_keys) bind(b.sequence, b.action);
     return ok ? 1 : 0;

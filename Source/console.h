@@ -123,6 +123,10 @@ struct console_state {
     /* More keys are waiting: refreshes wait for the end of the burst. */
     int defer;
     int refresh_pending;
+    /* A mode that takes the keys first (a search, a paste, a question):
+       answers 1 when it used the key, 0 to let its action run as usual. */
+    int (*modal)(struct console *c, action_fn action, int key);
+    action_fn last_action; /* the action of the key before */
 };
 
 namespace qv {

@@ -16,6 +16,9 @@
 #include <unistd.h>
 
 #include "console.h"
+#include "options.h"
+#include "output.h"
+#include "search.h"
 #include "screen.h"
 #include "text.h"
 #include "ttymode.h"
@@ -43,6 +46,30 @@ constexpr int kTimedOut = -2; // no byte within the time asked for
 // bytes of one key press arrive well within this.
 constexpr long kIdleMicros = 50000;
 constexpr int kSequenceTicks = 2;
+
+// Bracketed paste for the length of one line read, when the host wants it
+// and the terminal can: on at the start, off on every path out.
+class PasteBrackets {
+  public:
+    PasteBrackets() : on_(qv::option(TERM_OPTION_BRACKETED_PASTE) && qv::paste_bracketing(true)) {
+        if (on_) qv::session_on_exit(qv::terminal_key("BD"));
+        active = on_;
+    }
+    ~PasteBrackets() { end(); }
+    void end() {
+        if (on_) qv::paste_bracketing(false);
+        on_ = active = false;
+        qv::session_on_exit(nullptr);
+    }
+    PasteBrackets(const PasteBrackets &) = delete;
+    PasteBrackets &operator=(const PasteBrackets &) = delete;
+    static bool active; // a stop and continue must turn it on again
+
+  private:
+    bool on_;
+};
+
+bool PasteBrackets::active = false;
 
 // Takes everything the terminal has ready, up to the buffer's size, without
 // waiting: 1 when bytes came, 0 when none are ready, kEnded on an error.
@@ -77,6 +104,7 @@ int next_byte(console *c, int ticks, bool line) {
     int idle = 0;
     while (!c->terminate && !c->cancel) {
         const int event = qv::session_resume();
+        if ((event & qv::kContinued) && PasteBrackets::active) qv::paste_bracketing(true);
         if ((event & qv::kContinued) && line) qv::screen_redraw_all(c);
         if ((event & qv::kResized) && line) qv::screen_resize(c);
         int got = fill(c);
@@ -175,6 +203,22 @@ int read_utf8(console *c, int lead) {
     return static_cast<int>(cp);
 }
 
+
+// Runs an action, unless a mode (a search, a paste, a question) takes the key.
+void dispatch(console *c, action_fn action, int key) {
+    console_state *st = c->state;
+    if (!(st && st->modal && st->modal(c, action, key)) && action) action(c, key);
+    if (st) st->last_action = action;
+}
+
+// The modes a read may leave running end with it.
+void end_modes(console *c) {
+    if (!c->state) return;
+    qv::search_reset(c);
+    c->state->modal = nullptr;
+    c->state->last_action = nullptr;
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -200,7 +244,9 @@ void console_read_line(console *c, const char *prompt) {
         std::unique_ptr<wchar_t, decltype(&free)> wide(nullptr, &free);
         if (prompt && *prompt) wide.reset(cp2wchar(c, prompt, nullptr));
         console_set_prompt(c, wide ? wide.get() : L"");
+        PasteBrackets brackets;
         read_input(c);
+        brackets.end();
         console_set_prompt(c, L"");
     }
     // Raised only once the terminal is the user's again, so that a host
@@ -235,6 +281,7 @@ void read_input(console *c) {
     // Every read walks the history afresh from the line being typed.
     history_set_latest(c);
     history_cleanup_temp(c);
+    end_modes(c);
     qv::screen_start_input(c);
     do {
         c->status = ST_READING;
@@ -250,17 +297,18 @@ void read_input(console *c) {
             action = e.target.action;
         } else if (e.type == KM_SUBMAP) {
             action = decode_sequence(c, key, e.target.map);
-        } else if (key >= 0xC2 && key <= 0xF4) {
+        } else if (key >= 0xC2 && key <= 0xF4 && qv::option(TERM_OPTION_UTF8_INPUT)) {
             // Typed text beyond ASCII: one character, inserted as a key is.
             const int ch = read_utf8(c, key);
-            if (ch > 0 && c->status == ST_READING) action_insert_char(c, ch);
+            if (ch > 0 && c->status == ST_READING) dispatch(c, action_insert_char, ch);
             continue;
         }
-        if (action && c->status == ST_READING) action(c, key);
+        if (c->status == ST_READING) dispatch(c, action, key);
     } while (!c->terminate && c->status == ST_READING && c->eof != 1);
     // A read that ends mid-burst shows what the user must see first.
     qv::screen_defer(c, false);
     qv::screen_flush(c);
+    end_modes(c);
     if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;
 }
 

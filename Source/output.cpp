@@ -125,7 +125,18 @@ void get_terminal_capabilities(console *) {
 const char *qv::terminal_key(const char *name) {
     for (const Capability &cap : kCapabilities)
         if (strcmp(cap.name, name) == 0) return available(*cap.var) ? *cap.var : nullptr;
-    return nullptr;
+    // An extended capability (PS, BE, ...), straight from the description.
+    if (!described) return nullptr;
+    char *value = tigetstr(name);
+    return available(value) ? value : nullptr;
+}
+
+bool qv::paste_bracketing(bool on) {
+    const char *enable = qv::terminal_key("BE"), *disable = qv::terminal_key("BD");
+    if (!enable || !disable || !qv::terminal_key("PS") || !qv::terminal_key("PE")) return false;
+    tputs(on ? enable : disable, 1, char_to_terminal);
+    fflush(stdout);
+    return true;
 }
 
 bool qv::terminal_can_paint() {

@@ -66,6 +66,9 @@ bool clear_to_end_of_screen();
 // The terminal rewraps its rows when the window narrows (tmux, VTE, kitty,
 // iTerm2, ...): known from the environment these terminals set.
 bool terminal_reflows();
+// Turns the terminal's bracketed paste on or off, when its description has
+// the four extended capabilities it takes (BE, BD, PS, PE); false when not.
+bool paste_bracketing(bool on);
 } // namespace qv
 #endif
 #endif

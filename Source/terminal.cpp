@@ -7,7 +7,9 @@
 #include <memory>
 #include <type_traits>
 
+#include "completion.h"
 #include "input.h"
+#include "options.h"
 #include "output.h"
 #include "text.h"
 #include "qv_assert.h"
@@ -123,6 +125,7 @@ void term_destroy(void) {
     free(c);
     free(theTerminal);
     theTerminal = nullptr;
+    qv::completion_reset();
 }
 
 char *term_getLine(char mask, const char *prompt) { return start_read(mask, prompt, 0, encode_input); }
@@ -160,6 +163,8 @@ int term_setCallbacks(const term_callbacks *callbacks) {
     if (callbacks->isInputComplete) cb.isInputComplete = callbacks->isInputComplete;
     return 1;
 }
+
+int term_setOption(int option, int value) { return qv::set_option(option, value); }
 
 int term_getStatus(void) { return theTerminal ? theTerminal->last_status : 0; }
 

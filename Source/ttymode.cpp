@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -65,6 +66,17 @@ volatile sig_atomic_t session_active;
 struct termios saved_mode;
 int mode_fd = -1;
 int wake_pipe[2] = {-1, -1};
+// Bytes that undo what the read turned on in the terminal (bracketed paste),
+// written before the mode is given back.
+char exit_bytes[32];
+volatile sig_atomic_t exit_len;
+
+void write_exit_bytes() {
+    if (exit_len > 0) {
+        const ssize_t w = write(mode_fd, exit_bytes, static_cast<size_t>(exit_len));
+        (void) w;
+    }
+}
 
 int index_of(int sig) {
     for (int i = 0; i < kCount; i++)
@@ -97,6 +109,7 @@ extern "C" void on_signal(int sig, siginfo_t *info, void *context) {
             (sig == SIGCONT ? continued : resized) = 1;
             chain(i, sig, info, context);
         } else {
+            write_exit_bytes();
             if (have_saved) tcsetattr(mode_fd, TCSANOW, &saved_mode);
             sigaction(sig, &host_action[i], nullptr);
             installed[i] = 0;
@@ -155,7 +168,10 @@ class BlockSignals {
 
 // A host that calls exit() from a callback still gets its terminal back.
 extern "C" void restore_at_exit(void) {
-    if (session_active && have_saved) tcsetattr(mode_fd, TCSADRAIN, &saved_mode);
+    if (!session_active) return;
+    fflush(stdout);
+    write_exit_bytes();
+    if (have_saved) tcsetattr(mode_fd, TCSADRAIN, &saved_mode);
 }
 
 pthread_once_t exit_hook_once = PTHREAD_ONCE_INIT;
@@ -192,12 +208,21 @@ void ReadSession::end() {
     uninstall_all();
     if (have_saved) console_set_mode(nullptr, &saved_mode);
     have_saved = 0;
+    exit_len = 0;
     session_active = 0;
     signalled = continued = resized = 0;
     close_pipe();
 }
 
 int session_wake_fd() { return wake_pipe[0]; }
+
+void session_on_exit(const char *bytes) {
+    BlockSignals block;
+    const size_t n = bytes ? strlen(bytes) : 0;
+    if (n >= sizeof exit_bytes) return;
+    if (n > 0) memcpy(exit_bytes, bytes, n);
+    exit_len = static_cast<sig_atomic_t>(n);
+}
 
 int session_resume() {
     if (!signalled) return kNothing;

@@ -44,6 +44,10 @@ class ReadSession {
     bool active_;
 };
 
+// Bytes to write to the terminal whenever the read gives it back on a path
+// that does not return (a signal, exit()): they undo what the read turned on.
+void session_on_exit(const char *bytes);
+
 // The descriptor a signal handler writes to while a read runs, for the input
 // wait to watch; -1 when there is none.
 int session_wake_fd();

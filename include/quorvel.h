@@ -111,6 +111,39 @@ QV_API char *term_getRawLine(char mask, const char *prompt);
 QV_API char *term_getLineUtf8(char mask, const char *prompt);
 QV_API char *term_getRawLineUtf8(char mask, const char *prompt);
 
+/* ---------------------------------------------------------------------------
+   Completion. The completer is called on Tab with the whole input so far as
+   UTF-8 text (earlier continuation lines and kept line breaks included,
+   NUL-terminated) and the cursor's byte offset in it. It offers candidates
+   with term_addCompletion(); each replaces the bytes from start to the
+   cursor. One candidate is put in at once; several extend the input to
+   their longest common prefix, and a second Tab lists them (asking first
+   past 100). A candidate that is not valid UTF-8 is dropped.
+   The completer runs on the reading thread inside the read, and must not
+   call the reading functions. */
+typedef struct term_completions term_completions; /* owned by the library */
+typedef void (*term_completer)(const char *text, int cursor, term_completions *out, void *user);
+
+/* Installs fn (with user passed back to it), or removes it with NULL. Works
+   before term_init(); the completer is kept until term_destroy() or until it
+   is replaced. */
+QV_API void term_setCompleter(term_completer fn, void *user);
+
+/* Offers a candidate from inside the completer: the bytes from start to the
+   cursor become replacement (copied). Answers 1, or 0 when out or
+   replacement is NULL, start < 0, start > the cursor, or memory ran out; the
+   candidate is then dropped and nothing else changes. */
+QV_API int term_addCompletion(term_completions *out, int start, const char *replacement);
+
+/* Options, process-wide: they may be set before term_init(). */
+#define TERM_OPTION_BRACKETED_PASTE 1 /* default 1: pasted text is inserted, never run */
+#define TERM_OPTION_HINTS 2           /* default 0 */
+#define TERM_OPTION_UTF8_INPUT 3      /* default 1; 0: key bytes above 127 do nothing */
+
+/* Sets an option to value (0 or 1). Answers the previous value, or -1 for
+   an unknown option. */
+QV_API int term_setOption(int option, int value);
+
 /* Read status codes, as term_getStatus() answers them. */
 #define ST_READING 1     /* a read is in progress */
 #define ST_INTERRUPTED 2 /* Ctrl-C with the sigint option */

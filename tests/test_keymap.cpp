@@ -3,7 +3,10 @@
 
 #include <cstdint>
 
+#include "completion.h"
 #include "console.h"
+#include "paste.h"
+#include "search.h"
 #include "console_fixture.h"
 #include "os-unix.h"
 
@@ -96,7 +99,13 @@ TEST_F(DefaultBindings, MatchTheTable) {
     EXPECT_EQ(get_action_for_key(k, 'a'), action_insert_char);
     EXPECT_EQ(get_action_for_key(k, 127), action_key_backspace);
     EXPECT_EQ(get_action_for_key(k, 8), action_key_backspace);
-    for (int b : {0, 2, 6, 9, 12, 14, 25, 28, 31, 128, 200, 255})
+    // Keys that did nothing before now complete, search and take pastes.
+    EXPECT_EQ(get_action_for_key(k, 9), action_complete);
+    EXPECT_EQ(get_action_for_key(k, 18), action_search_backward);
+    EXPECT_EQ(get_action_for_key(k, 19), action_search_forward);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[200~"), action_paste_begin);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[201~"), action_paste_end);
+    for (int b : {0, 2, 6, 12, 14, 25, 28, 31, 128, 200, 255})
         EXPECT_EQ(k[b].type, KM_NONE) << b;
     // The other two maps stay empty.
     for (int i = 0; i < KEYMAP_SIZE; i++) ASSERT_EQ(c.keymaps[1][i].type, KM_NONE);

@@ -25,6 +25,9 @@
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  setcb-before
  *   sleep:MS  catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
  *   sigint:default (no SIGINT handler)
+ *   completer:words  completer:many=N  completer:bad  completer:none  completer:off
+ *   option:ID=VALUE (term_setOption; records OPTION <previous>)
+ *   ADDS <answers>       what term_addCompletion answered to bad arguments
  */
 #include <quorvel.h>
 
@@ -51,6 +54,56 @@ static void on_caught(int sig) {
     int i;
     for (i = 0; i < 5; i++)
         if (caught_signals[i] == sig) caught[i]++;
+}
+
+/* Completes the word before the cursor from a fixed list. */
+static const char *const words[] = {"print", "printf", "private", "prompt", "\xc3\xa9t\xc3\xa9",
+                                    "\xe4\xb8\xad\xe6\x96\x87"};
+
+static int word_start(const char *text, int cursor) {
+    int start = cursor;
+    while (start > 0 && text[start - 1] != ' ') start--;
+    return start;
+}
+
+static void complete_words(const char *text, int cursor, term_completions *out, void *user) {
+    int start = word_start(text, cursor);
+    size_t i;
+    (void)user;
+    for (i = 0; i < sizeof words / sizeof words[0]; i++)
+        if (strncmp(words[i], text + start, (size_t)(cursor - start)) == 0)
+            term_addCompletion(out, start, words[i]);
+}
+
+static long many_count;
+static void complete_many(const char *text, int cursor, term_completions *out, void *user) {
+    char item[32];
+    long i;
+    int start = word_start(text, cursor);
+    (void)user;
+    for (i = 0; i < many_count; i++) {
+        snprintf(item, sizeof item, "item%03ld", i);
+        if (strncmp(item, text + start, (size_t)(cursor - start)) == 0)
+            term_addCompletion(out, start, item);
+    }
+}
+
+static void complete_bad(const char *text, int cursor, term_completions *out, void *user) {
+    int start = word_start(text, cursor);
+    (void)user;
+    fprintf(side, "ADDS %d %d %d %d\n", term_addCompletion(NULL, start, "x"),
+            term_addCompletion(out, start, NULL), term_addCompletion(out, -1, "x"),
+            term_addCompletion(out, cursor + 1, "x"));
+    fflush(side);
+    term_addCompletion(out, start, "\xff\xfe"); /* not UTF-8: dropped */
+    term_addCompletion(out, start, "ok");
+}
+
+static void complete_none(const char *text, int cursor, term_completions *out, void *user) {
+    (void)text;
+    (void)cursor;
+    (void)out;
+    (void)user;
 }
 
 static int on_idle_exit(void) {
@@ -269,6 +322,20 @@ int main(int argc, char **argv) {
         } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
+        } else if (strcmp(a, "completer:words") == 0) {
+            term_setCompleter(complete_words, NULL);
+        } else if (strncmp(a, "completer:many=", 15) == 0) {
+            many_count = atol(a + 15);
+            term_setCompleter(complete_many, NULL);
+        } else if (strcmp(a, "completer:bad") == 0) {
+            term_setCompleter(complete_bad, NULL);
+        } else if (strcmp(a, "completer:none") == 0) {
+            term_setCompleter(complete_none, NULL);
+        } else if (strcmp(a, "completer:off") == 0) {
+            term_setCompleter(NULL, NULL);
+        } else if (strncmp(a, "option:", 7) == 0 && strchr(a, '=')) {
+            fprintf(side, "OPTION %d\n", term_setOption(atoi(a + 7), atoi(strchr(a, '=') + 1)));
+            fflush(side);
         } else if (strcmp(a, "sigint:default") == 0) {
             signal(SIGINT, SIG_DFL);
         } else if (strncmp(a, "sleep:", 6) == 0) {

@@ -1,0 +1,34 @@
+// Options a host sets with term_setOption().
+#include "options.h"
+
+#include <atomic>
+
+#include "quorvel.h"
+
+namespace {
+
+// Set by the host's thread, read by the reading thread.
+std::atomic<int> bracketed_paste{1};
+std::atomic<int> hints{0};
+std::atomic<int> utf8_input{1};
+
+std::atomic<int> *slot(int id) {
+    switch (id) {
+    case TERM_OPTION_BRACKETED_PASTE: return &bracketed_paste;
+    case TERM_OPTION_HINTS: return &hints;
+    case TERM_OPTION_UTF8_INPUT: return &utf8_input;
+    default: return nullptr;
+    }
+}
+
+} // namespace
+
+int qv::option(int id) {
+    std::atomic<int> *s = slot(id);
+    return s ? s->load() : 0;
+}
+
+int qv::set_option(int id, int value) {
+    std::atomic<int> *s = slot(id);
+    return s ? s->exchange(value != 0 ? 1 : 0) : -1;
+}

@@ -1,0 +1,24 @@
+/* Bracketed paste: text the terminal marks as pasted is inserted as it is,
+   never run. */
+#ifndef QUORVEL_PASTE_H
+#define QUORVEL_PASTE_H
+
+#include "quorvel.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct console;
+
+/* The terminal's paste-start and paste-end sequences. Between them every
+   character is inserted literally, a line break (Return, Ctrl-J) as a kept
+   line break of the input; other control keys and sequences are dropped. */
+QV_API void action_paste_begin(struct console *c, int key);
+QV_API void action_paste_end(struct console *c, int key);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,166 @@
+// Incremental history search. While it runs the input row reads
+// "(reverse-i-search)`query': match", drawn by the ordinary layout: the
+// prompt is the search's, the edit buffer holds the match, and the cursor
+// stands on the query in it.
+#include "search.h"
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+#include "completion.h"
+#include "console.h"
+
+namespace {
+
+constexpr int kQueryMax = 256;
+
+struct Search {
+    bool active;
+    // The line as it was, given back by Ctrl-G.
+    wchar_t *saved;
+    int saved_len;
+    int saved_cursor;
+    qv::TextBreak *saved_breaks;
+    int saved_nbreaks;
+    const wchar_t *saved_prompt;
+    wchar_t query[kQueryMax + 1];
+    int qlen;
+    history_entry *match; // NULL: nothing found yet
+    int match_pos;
+    bool failing;
+    int direction; // -1 older, +1 newer
+    wchar_t prompt[kQueryMax + 64];
+};
+
+Search s;
+
+void forget() {
+    free(s.saved);
+    free(s.saved_breaks);
+    s = Search{};
+}
+
+// The next entry holding the query, from `from` on in the search's
+// direction (from itself when inclusive); the newest or oldest when from is
+// NULL. Answers the entry and the query's place in it.
+history_entry *find(console *c, history_entry *from, bool inclusive, int *pos) {
+    history_entry *e = from;
+    if (!e)
+        e = s.direction < 0 ? c->history->last : c->history->first;
+    else if (!inclusive)
+        e = s.direction < 0 ? e->prev : e->next;
+    for (; e; e = s.direction < 0 ? e->prev : e->next) {
+        const wchar_t *at = wcsstr(e->text, s.query);
+        if (at) {
+            *pos = static_cast<int>(at - e->text);
+            return e;
+        }
+    }
+    return nullptr;
+}
+
+// Looks for the query and shows what it found; a query with no match keeps
+// the last match and says it failed.
+void look(console *c, history_entry *from, bool inclusive) {
+    int pos = 0;
+    history_entry *e = s.qlen > 0 ? find(c, from, inclusive, &pos) : nullptr;
+    s.failing = s.qlen > 0 && !e;
+    if (e) {
+        s.match = e;
+        s.match_pos = pos;
+    }
+}
+
+void show(console *c) {
+    swprintf(s.prompt, sizeof s.prompt / sizeof s.prompt[0], L"(%ls%ls)`%ls': ",
+             s.failing ? L"failing " : L"", s.direction < 0 ? L"reverse-i-search" : L"i-search", s.query);
+    c->prompt = s.prompt;
+    if (s.match) {
+        buffer_replace(c, s.match->text, s.match->length);
+        c->editor.cursor = c->editor.buffer + s.match_pos;
+    } else {
+        buffer_replace(c, s.saved ? s.saved : L"", static_cast<uint32_t>(s.saved_len));
+        c->editor.cursor = c->editor.buffer + s.saved_cursor;
+    }
+    c->state->dirty_from = 0; // the prompt changed: from the first row on
+    qv::screen_refresh(c, 0);
+}
+
+// Ends the search: the line shown stays, or the line from before comes back.
+void finish(console *c, bool restore) {
+    c->prompt = s.saved_prompt;
+    if (restore) {
+        buffer_replace(c, s.saved ? s.saved : L"", static_cast<uint32_t>(s.saved_len));
+        console_state *st = c->state;
+        if (s.saved_nbreaks > 0 && st->capbreaks >= s.saved_nbreaks) {
+            memcpy(st->breaks, s.saved_breaks, sizeof(qv::TextBreak) * static_cast<size_t>(s.saved_nbreaks));
+            st->nbreaks = s.saved_nbreaks;
+        }
+        c->editor.cursor = c->editor.buffer + s.saved_cursor;
+    }
+    c->state->modal = nullptr;
+    c->state->dirty_from = 0;
+    forget();
+    qv::screen_refresh(c, 0);
+}
+
+int search_key(console *c, action_fn action, int key) {
+    if (action == action_insert_char) {
+        if (s.qlen < kQueryMax) {
+            s.query[s.qlen++] = static_cast<wchar_t>(key);
+            s.query[s.qlen] = 0;
+        }
+        look(c, s.match, true);
+    } else if (action == action_key_backspace) {
+        // A shorter query still matches where the longer one did.
+        if (s.qlen > 0) s.query[--s.qlen] = 0;
+        look(c, s.match, true);
+    } else if (action == action_search_backward || action == action_search_forward) {
+        s.direction = action == action_search_backward ? -1 : 1;
+        look(c, s.match, false);
+    } else if (action == action_abandon_input) {
+        finish(c, true);
+        return 1;
+    } else if (action) {
+        // Any other key takes the match as the line, then does its work.
+        finish(c, false);
+        return 0;
+    }
+    show(c);
+    return 1;
+}
+
+void start(console *c, int direction) {
+    if (c->masked || !c->editor.buffer || !c->state || !c->history) return;
+    forget();
+    s.active = true;
+    s.direction = direction;
+    s.saved_len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    s.saved_cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    s.saved = static_cast<wchar_t *>(calloc(static_cast<size_t>(s.saved_len) + 1, sizeof(wchar_t)));
+    if (s.saved) wmemcpy(s.saved, c->editor.buffer, static_cast<size_t>(s.saved_len));
+    const console_state *st = c->state;
+    if (st->nbreaks > 0) {
+        s.saved_breaks = static_cast<qv::TextBreak *>(malloc(sizeof(qv::TextBreak) * static_cast<size_t>(st->nbreaks)));
+        if (s.saved_breaks) {
+            memcpy(s.saved_breaks, st->breaks, sizeof(qv::TextBreak) * static_cast<size_t>(st->nbreaks));
+            s.saved_nbreaks = st->nbreaks;
+        }
+    }
+    s.saved_prompt = c->prompt;
+    c->state->modal = search_key;
+    show(c);
+}
+
+} // namespace
+
+void action_search_backward(console *c, int) { start(c, -1); }
+
+void action_search_forward(console *c, int) { start(c, 1); }
+
+void qv::search_reset(console *c) {
+    if (s.active && c->prompt == s.prompt) c->prompt = s.saved_prompt;
+    forget();
+}
