@@ -6,7 +6,8 @@
  * Every entered line is echoed back with its escapes decoded to UTF-8.
  * History lives in $XDG_STATE_HOME/quorvel/term.history (or
  * ~/.local/state/quorvel/term.history). Commands: :password, :raw, :size,
- * :help. Ctrl-D on an empty line leaves.
+ * :help. Tab completes the commands and the words of earlier lines. Ctrl-D
+ * on an empty line leaves.
  */
 #include <quorvel.h>
 
@@ -33,6 +34,50 @@ static int is_complete(const wchar_t *text, int length) {
 static int keep_newline(void) { return !ended_in_backslash; }
 
 static void on_end_of_input(void) { done = 1; }
+
+/* The words of the lines entered so far, for completion. */
+static char **seen;
+static size_t nseen, capseen;
+
+static void remember_words(const char *line) {
+    const char *p = line;
+    while (*p) {
+        const char *start;
+        size_t i, n;
+        while (*p == ' ' || *p == '\n') p++;
+        start = p;
+        while (*p && *p != ' ' && *p != '\n') p++;
+        n = (size_t)(p - start);
+        if (n < 2) continue;
+        for (i = 0; i < nseen; i++)
+            if (strlen(seen[i]) == n && strncmp(seen[i], start, n) == 0) break;
+        if (i < nseen) continue;
+        if (nseen == capseen) {
+            char **grown = realloc(seen, (capseen ? capseen * 2 : 16) * sizeof *seen);
+            if (!grown) return;
+            seen = grown;
+            capseen = capseen ? capseen * 2 : 16;
+        }
+        if ((seen[nseen] = malloc(n + 1)) == NULL) return;
+        memcpy(seen[nseen], start, n);
+        seen[nseen++][n] = 0;
+    }
+}
+
+static const char *const commands[] = {":help", ":password", ":raw", ":size"};
+
+/* Completes the word before the cursor: a command, or a word seen before. */
+static void complete(const char *text, int cursor, term_completions *out, void *user) {
+    int start = cursor;
+    size_t i, n;
+    (void)user;
+    while (start > 0 && text[start - 1] != ' ' && text[start - 1] != '\n') start--;
+    n = (size_t)(cursor - start);
+    for (i = 0; i < sizeof commands / sizeof commands[0]; i++)
+        if (start == 0 && strncmp(commands[i], text, n) == 0) term_addCompletion(out, start, commands[i]);
+    for (i = 0; i < nseen; i++)
+        if (strncmp(seen[i], text + start, n) == 0) term_addCompletion(out, start, seen[i]);
+}
 
 static int hexval(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -136,6 +181,7 @@ int main(void) {
     callbacks.keepNewline = keep_newline;
     callbacks.onEndOfInput = on_end_of_input;
     term_setCallbacks(&callbacks);
+    term_setCompleter(complete, NULL);
     term_loadHistory();
 
     printf("Quorvel demo: %dx%d terminal. Type :help for commands, Ctrl-D to leave.\n",
@@ -149,7 +195,11 @@ int main(void) {
         if (strcmp(line, ":help") == 0) {
             printf("  :password  read a masked line\n  :raw       read a line without "
                    "continuation\n  :size      terminal size\n  brackets or a trailing "
-                   "backslash continue a line\n");
+                   "backslash continue a line\n\n"
+                   "  Left Right Home End        move       Up Down PgUp PgDn  history\n"
+                   "  Backspace Delete Ctrl-K    delete     Ctrl-R Ctrl-S      search history\n"
+                   "  Tab                        complete   Ctrl-G Ctrl-C      abandon the line\n"
+                   "  Return                     enter      Ctrl-D             leave\n");
         } else if (strcmp(line, ":password") == 0) {
             char *secret = term_getRawLine('*', "password: ");
             if (secret) printf("(%zu characters, not kept in the history)\n", strlen(secret));
@@ -168,9 +218,12 @@ int main(void) {
             printf("=> ");
             print_decoded(line);
             putchar('\n');
+            remember_words(line);
         }
         term_free(line);
     }
     term_destroy();
+    while (nseen > 0) free(seen[--nseen]);
+    free(seen);
     return 0;
 }
