@@ -4,6 +4,7 @@
 
 #include "completion.h"
 #include "console.h"
+#include "editkeys.h"
 #include "keymap.h"
 #include "paste.h"
 #include "search.h"
@@ -50,6 +51,17 @@ const SequenceBinding kFixedSequences[] = {
     // The markers around a bracketed paste.
     {"\033[200~", action_paste_begin},
     {"\033[201~", action_paste_end},
+    // Words, with Alt (Escape first) or Ctrl on the arrow keys.
+    {"\033b", action_backward_word},
+    {"\033f", action_forward_word},
+    {"\033[1;5D", action_backward_word},
+    {"\033[1;5C", action_forward_word},
+    {"\033[1;3D", action_backward_word},
+    {"\033[1;3C", action_forward_word},
+    {"\033\177", action_backward_kill_word},
+    {"\033\010", action_backward_kill_word},
+    {"\033d", action_kill_word},
+    {"\033y", action_yank_pop},
 };
 
 
@@ -65,9 +77,20 @@ const ByteBinding kSingleBytes[] = {
     {5, action_key_end},
     {7, action_abandon_input},
     {8, action_key_backspace},
+    {2, action_key_left},
+    {6, action_key_right},
     {9, action_complete},
+    {12, action_clear_screen},
+    {14, action_key_down},
+    {16, action_key_up},
     {18, action_search_backward},
     {19, action_search_forward},
+    {20, action_transpose},
+    {21, action_kill_line_start},
+    {22, action_quoted_insert},
+    {23, action_unix_word_rubout},
+    {25, action_yank},
+    {31, action_undo},
     {11, action_kill_to_end_of_line},
     {13, action_key_return},
     {26, action_suspend_process},
@@ -100,6 +123,8 @@ int keymap_set_defaults(console *c) {
         {qv::terminal_key("khome"), action_key_home},  {qv::terminal_key("kll"), nullptr},
         {qv::terminal_key("kdch1"), nullptr},          {qv::terminal_key("kich1"), nullptr},
         {qv::terminal_key("PS"), action_paste_begin},  {qv::terminal_key("PE"), action_paste_end},
+        {qv::terminal_key("kLFT5"), action_backward_word}, {qv::terminal_key("kRIT5"), action_forward_word},
+        {qv::terminal_key("kLFT3"), action_backward_word}, {qv::terminal_key("kRIT3"), action_forward_word},
     };
     for (const SequenceBinding &b : terminal_keys) bind(b.sequence, b.action);
     return ok ? 1 : 0;

@@ -25,6 +25,7 @@ void refresh(console *c) { qv::screen_refresh(c, 0); }
 // Puts the cursor behind the whole input and the terminal on the row below
 // it, so that every row of the input stays readable above what comes next.
 void leave_input(console *c) {
+    qv::hint_clear(c);
     buffer_cursor_move_end(c);
     qv::screen_refresh(c, qv::kNow);
     console_newline(c);
@@ -116,6 +117,8 @@ void console_free(console *c) {
         free(c->state->rows);
         free(c->state->shown);
         qv::history_forget_new(c);
+        qv::kill_ring_free(c);
+        qv::undo_free(c);
         free(c->state);
         c->state = nullptr;
     }
@@ -161,6 +164,11 @@ int string_length(const wchar_t *s, int) { return static_cast<int>(wcslen(s)); }
 // the screen is computed from the buffer, so it cannot drift from the text.
 
 void action_insert_char(console *c, int key) {
+    // Overwrite mode (Insert toggles it): the character under the cursor
+    // gives way, unless it ends a line.
+    if ((c->flags & FLAG_INSERT_KEY) && c->editor.buffer && c->editor.cursor < c->editor.lastchar &&
+        *c->editor.cursor != L'\n')
+        buffer_delete_after(c, unit_after(c));
     if (buffer_insert_char(c, static_cast<wchar_t>(key)) == 0) return;
     history_set_dirty(c);
     refresh(c);
@@ -197,6 +205,8 @@ void action_end_of_input(console *c, int) {
 
 void action_kill_to_end_of_line(console *c, int) {
     check_cursor(c);
+    if (c->editor.buffer)
+        qv::kill_ring_add(c, c->editor.cursor, static_cast<int>(c->editor.lastchar - c->editor.cursor), false);
     qv::buffer_kill_to_end(c);
     qv::screen_redraw_below(c);
     refresh(c);
@@ -210,6 +220,7 @@ void action_key_left(console *c, int) {
 }
 
 void action_key_right(console *c, int) {
+    if (qv::hint_accept(c, false)) return;
     buffer_cursor_move_right(c, unit_after(c));
     refresh(c);
 }
@@ -223,6 +234,7 @@ void action_key_home(console *c, int) {
 }
 
 void action_key_end(console *c, int) {
+    if (qv::hint_accept(c, false)) return;
     buffer_cursor_move_end(c);
     refresh(c);
 }
@@ -306,6 +318,7 @@ void history_lookup(console *c, int direction) {
                                 static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer));
     history_line *e = history_get(c, direction);
     if (e) buffer_replace(c, e->text, e->length);
+    qv::undo_reset(c); // undo goes back to the entry as it came, no further
 }
 
 namespace {
@@ -321,6 +334,7 @@ void history_jump(console *c) {
         c->editor.cursor = c->editor.buffer + qv::buffer_line_start(c);
         qv::buffer_kill_to_end(c);
     }
+    qv::undo_reset(c);
     refresh(c);
 }
 

@@ -93,6 +93,7 @@ QV_API void action_history_latest(console *c, int key);
 }
 
 #ifdef QUORVEL_INTERNAL
+#include "editkeys.h"
 #include "layout.h"
 
 struct console_state {
@@ -127,6 +128,16 @@ struct console_state {
        answers 1 when it used the key, 0 to let its action run as usual. */
     int (*modal)(struct console *c, action_fn action, int key);
     action_fn last_action; /* the action of the key before */
+    /* The kill ring and the last yank (see editkeys.h). */
+    wchar_t *ring[qv::kKillRingSize];
+    int ring_len[qv::kKillRingSize];
+    int ring_count;
+    int ring_top;
+    int yank_start, yank_len, yank_slot;
+    struct undo_log *undo;
+    /* The hint shown after the text: a stretch of a history entry. */
+    const wchar_t *hint;
+    int hint_len;
 };
 
 namespace qv {
@@ -143,6 +154,8 @@ inline LayoutText layout_text(const console *c, int cols) {
     t.breaks = c->state->breaks;
     t.nbreaks = c->state->nbreaks;
     t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
+    t.hint = c->state->hint;
+    t.hint_len = c->state->hint ? c->state->hint_len : 0;
     return t;
 }
 

@@ -104,6 +104,7 @@ uint32_t shift_buffer(console *c, int32_t delta) {
         return static_cast<uint32_t>(delta);
     }
     const size_t d = static_cast<size_t>(-static_cast<int64_t>(delta));
+    qv::undo_note_delete(c, offset_of(c, e.cursor), e.cursor, static_cast<int>(d));
     move_breaks(c, offset_of(c, e.cursor), delta);
     const size_t behind = static_cast<size_t>(e.lastchar - e.cursor) - d;
     memmove(e.cursor, e.cursor + d, behind * sizeof(wchar_t));
@@ -116,6 +117,7 @@ uint32_t buffer_insert_bytes(console *c, const wchar_t *chars, uint32_t n) {
     if (n == 0 || n > INT32_MAX) return 0;
     if (shift_buffer(c, static_cast<int32_t>(n)) == 0) return 0;
     memcpy(c->editor.cursor, chars, n * sizeof(wchar_t));
+    qv::undo_note_insert(c, offset_of(c, c->editor.cursor), static_cast<int>(n));
     c->editor.cursor += n;
     return n;
 }
@@ -148,6 +150,7 @@ void buffer_delete_after(console *c, uint32_t n) {
 
 void buffer_clear(console *c) {
     editor_t &e = c->editor;
+    if (e.buffer) qv::undo_note_delete(c, 0, e.buffer, offset_of(c, e.lastchar));
     zero_fill(e.buffer, e.limit);
     e.cursor = e.lastchar = e.buffer;
     forget_breaks(c);

@@ -205,10 +205,25 @@ int read_utf8(console *c, int lead) {
 
 
 // Runs an action, unless a mode (a search, a paste, a question) takes the key.
+// Each key is a step for undo, but typing on (and a whole paste) is one. With
+// hints on, the hint follows every key, in the same paint.
 void dispatch(console *c, action_fn action, int key) {
     console_state *st = c->state;
-    if (!(st && st->modal && st->modal(c, action, key)) && action) action(c, key);
-    if (st) st->last_action = action;
+    if (!st) {
+        if (action) action(c, key);
+        return;
+    }
+    qv::undo_boundary(c, st->modal || (action == action_insert_char && st->last_action == action_insert_char));
+    const bool hints = qv::hints_enabled(c);
+    const bool burst = st->defer != 0;
+    if (hints) qv::screen_defer(c, true);
+    if (!(st->modal && st->modal(c, action, key)) && action) action(c, key);
+    st->last_action = action;
+    if (hints) {
+        qv::hint_update(c);
+        qv::screen_defer(c, burst);
+        if (!burst) qv::screen_flush(c);
+    }
 }
 
 // The modes a read may leave running end with it.
@@ -217,6 +232,8 @@ void end_modes(console *c) {
     qv::search_reset(c);
     c->state->modal = nullptr;
     c->state->last_action = nullptr;
+    c->state->hint = nullptr;
+    qv::undo_reset(c);
 }
 
 } // namespace

@@ -173,8 +173,21 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
             return 1;
         }
         if (o >= t.len) {
-            *last = col;
-            return 0;
+            if (o >= t.len + t.hint_len) {
+                *last = col;
+                return 0;
+            }
+            // The hint goes on where the text ends, in units of its own.
+            const int h = o - t.len;
+            if (col + lead_cells(0, t.hint[h]) > t.cols && col > 0) return wrap(o);
+            const int from = col;
+            const int e = unit_end(0, t.hint, h, t.hint_len);
+            put_unit(0, t.hint, h, e, false, cells, col, t.cols);
+            for (int j = from; j < col; j++)
+                cells[j].attr = (cells[j].attr & ATTR_WIDE_TAIL) | ATTR_HINT;
+            o = t.len + e;
+            if (col >= t.cols) return wrap(o);
+            continue;
         }
         const wchar_t ch = t.text[o];
         if (ch == L'\n') {

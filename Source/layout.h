@@ -46,6 +46,8 @@ struct LayoutText {
     int nbreaks;
     wchar_t mask; // 0: show the text itself
     int cols;
+    const wchar_t *hint; // drawn dim after the text; no part of it
+    int hint_len;
 };
 
 // Cells of the prompt actually shown: a prompt wider than the terminal is cut

@@ -131,6 +131,17 @@ const char *qv::terminal_key(const char *name) {
     return available(value) ? value : nullptr;
 }
 
+void qv::terminal_attribute(bool dim) {
+    const char *cap = qv::terminal_key(dim ? "dim" : "sgr0");
+    if (cap) tputs(cap, 1, char_to_terminal);
+}
+
+bool qv::erase_screen() {
+    if (!available(t_clear_screen)) return false;
+    tputs(t_clear_screen, 1, char_to_terminal);
+    return true;
+}
+
 bool qv::paste_bracketing(bool on) {
     const char *enable = qv::terminal_key("BE"), *disable = qv::terminal_key("BD");
     if (!enable || !disable || !qv::terminal_key("PS") || !qv::terminal_key("PE")) return false;

@@ -69,6 +69,11 @@ bool terminal_reflows();
 // Turns the terminal's bracketed paste on or off, when its description has
 // the four extended capabilities it takes (BE, BD, PS, PE); false when not.
 bool paste_bracketing(bool on);
+// Dim on, or all attributes off; nothing on a terminal without them.
+void terminal_attribute(bool dim);
+// Clears the screen, the cursor at its top left; false when the terminal
+// cannot.
+bool erase_screen();
 } // namespace qv
 #endif
 #endif

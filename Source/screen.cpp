@@ -480,23 +480,34 @@ struct Pen {
 // burst of keys) leaves the cursor where the run ended and, on a terminal
 // with automatic margins, lets a full row flow into the next one, so a paste
 // costs about one byte per character.
-void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact) {
+void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, bool hint) {
     input_t *in = &c->screen.input;
-    if (!compact) {
+    if (!compact && !hint) {
         screen_cursor_move_y(c, i - in->cur.pos.y);
         in->cur.pos.y = i;
         if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
         run.clear();
         return;
     }
-    const bool flows = compact->wrap_pending && t_auto_right_margin && compact->y == i - 1 && start == 0;
+    const int from_y = compact ? compact->y : in->cur.pos.y;
+    const int from_x = compact ? compact->x : in->cur.pos.x;
+    const bool pending = compact && compact->wrap_pending;
+    const bool flows = pending && t_auto_right_margin && from_y == i - 1 && start == 0;
     if (!flows) {
-        screen_cursor_move_y(c, i - compact->y);
-        if (compact->x != start || compact->wrap_pending) screen_cursor_move_to_col(c, start);
+        screen_cursor_move_y(c, i - from_y);
+        if (from_x != start || pending || !compact) screen_cursor_move_to_col(c, start);
     }
     std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
+    if (hint) qv::terminal_attribute(true);
     if (text) fputs(text.get(), stdout);
+    if (hint) qv::terminal_attribute(false);
     run.clear();
+    if (!compact) {
+        // As a single key's paint always does: back to the cursor's column.
+        in->cur.pos.y = i;
+        screen_cursor_move_to_col(c, in->cur.pos.x);
+        return;
+    }
     compact->y = i;
     compact->x = start + cells;
     compact->wrap_pending = compact->x >= c->screen.cols;
@@ -525,9 +536,16 @@ void do_paint(console *c, bool compact = false) {
         termchar *shown = r->input.vbuf[i]->chars;
         const termchar *model = r->input.lines[i]->chars;
         int start = -1;
+        bool hint = false;
         for (int j = 0; j < r->cols; j++) {
+            // The hint is written in its own runs, dim.
+            if (start >= 0 && (shown[j].attr & ATTR_INVALID) && ((model[j].attr & ATTR_HINT) != 0) != hint) {
+                write_run(c, i, start, j - start, run, flow, hint);
+                start = -1;
+            }
             if (shown[j].attr & ATTR_INVALID) {
                 if (start < 0) {
+                    hint = (model[j].attr & ATTR_HINT) != 0;
                     start = j;
                     // Half a wide character cannot be drawn: start at its left half.
                     if ((model[j].attr & ATTR_WIDE_TAIL) && j > 0) {
@@ -539,11 +557,11 @@ void do_paint(console *c, bool compact = false) {
                 shown[j] = model[j];
                 QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
             } else if (start >= 0) {
-                write_run(c, i, start, j - start, run, flow);
+                write_run(c, i, start, j - start, run, flow, hint);
                 start = -1;
             }
         }
-        if (start >= 0) write_run(c, i, start, r->cols - start, run, flow);
+        if (start >= 0) write_run(c, i, start, r->cols - start, run, flow, hint);
     }
     paint_clean(c);
     if (compact) {

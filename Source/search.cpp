@@ -102,6 +102,9 @@ void finish(console *c, bool restore) {
     }
     c->state->modal = nullptr;
     c->state->dirty_from = 0;
+    qv::undo_suspend(c, false);
+    // A match taken is a recall: undo goes back to it, no further.
+    if (!restore) qv::undo_reset(c);
     forget();
     qv::screen_refresh(c, 0);
 }
@@ -151,6 +154,7 @@ void start(console *c, int direction) {
     }
     s.saved_prompt = c->prompt;
     c->state->modal = search_key;
+    qv::undo_suspend(c, true); // what the search shows is no edit
     show(c);
 }
 
@@ -161,6 +165,9 @@ void action_search_backward(console *c, int) { start(c, -1); }
 void action_search_forward(console *c, int) { start(c, 1); }
 
 void qv::search_reset(console *c) {
-    if (s.active && c->prompt == s.prompt) c->prompt = s.saved_prompt;
+    if (s.active) {
+        if (c->prompt == s.prompt) c->prompt = s.saved_prompt;
+        qv::undo_suspend(c, false);
+    }
     forget();
 }

@@ -23,6 +23,8 @@ extern "C" {
 /* With ATTR_CLUSTER: the offset is in the prompt, not the edit buffer. */
 #define ATTR_IN_PROMPT 0x08000000u
 #define ATTR_OFFSET_MASK 0x00FFFFFFu
+/* A cell of the history hint after the text, drawn dim. */
+#define ATTR_HINT 0x10000000u
 /* The row is full and the logical line goes on in the next row. */
 #define LINE_WRAPS 0x30u
 /* The row continues the logical line of the previous row. */

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <clocale>
 #include <cstdlib>
+#include <cwctype>
 
 #include <pthread.h>
 
@@ -103,6 +104,13 @@ char *qv::utf8_of(const wchar_t *s, int count) {
     }
     out[pos] = 0;
     return out;
+}
+
+bool qv::is_word_char(wchar_t ch) {
+    const auto u = static_cast<uint32_t>(ch);
+    if (u < 128) return (u >= '0' && u <= '9') || (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z');
+    Utf8Scope utf8;
+    return iswalnum(static_cast<wint_t>(ch)) != 0;
 }
 
 int qv::display_width(wchar_t ch) {

@@ -31,6 +31,9 @@ namespace qv {
    host's locale: 2 for East Asian wide characters and most emoji, 0 for
    combining marks, -1 for what is not printable (control characters). */
 int display_width(wchar_t ch);
+/* A letter or digit in any script (iswalnum under UTF-8): what words are
+   made of. */
+bool is_word_char(wchar_t ch);
 /* count characters as UTF-8; never NULL but when memory runs out. */
 char *utf8_of(const wchar_t *s, int count);
 } // namespace qv

@@ -182,6 +182,7 @@ int main(void) {
     callbacks.onEndOfInput = on_end_of_input;
     term_setCallbacks(&callbacks);
     term_setCompleter(complete, NULL);
+    term_setOption(TERM_OPTION_HINTS, 1);
     term_loadHistory();
 
     printf("Quorvel demo: %dx%d terminal. Type :help for commands, Ctrl-D to leave.\n",
@@ -196,10 +197,14 @@ int main(void) {
             printf("  :password  read a masked line\n  :raw       read a line without "
                    "continuation\n  :size      terminal size\n  brackets or a trailing "
                    "backslash continue a line\n\n"
-                   "  Left Right Home End        move       Up Down PgUp PgDn  history\n"
-                   "  Backspace Delete Ctrl-K    delete     Ctrl-R Ctrl-S      search history\n"
-                   "  Tab                        complete   Ctrl-G Ctrl-C      abandon the line\n"
-                   "  Return                     enter      Ctrl-D             leave\n");
+                   "  Left Right Home End Ctrl-B Ctrl-F   move        Up Down PgUp PgDn   history\n"
+                   "  Alt-b Alt-f Ctrl-Left Ctrl-Right   words       Ctrl-R Ctrl-S       search\n"
+                   "  Backspace Delete Ctrl-K Ctrl-U     delete      Ctrl-W Alt-d Alt-Bksp kill words\n"
+                   "  Ctrl-Y Alt-y                       yank        Ctrl-_              undo\n"
+                   "  Ctrl-T                             transpose   Ctrl-V              quoted insert\n"
+                   "  Tab                                complete    Ctrl-L              clear screen\n"
+                   "  Right or End on a dim hint         take it     Insert              overwrite\n"
+                   "  Ctrl-G Ctrl-C                      abandon     Return / Ctrl-D     enter / leave\n");
         } else if (strcmp(line, ":password") == 0) {
             char *secret = term_getRawLine('*', "password: ");
             if (secret) printf("(%zu characters, not kept in the history)\n", strlen(secret));

@@ -137,7 +137,11 @@ QV_API int term_addCompletion(term_completions *out, int start, const char *repl
 
 /* Options, process-wide: they may be set before term_init(). */
 #define TERM_OPTION_BRACKETED_PASTE 1 /* default 1: pasted text is inserted, never run */
-#define TERM_OPTION_HINTS 2           /* default 0 */
+/* default 0. 1: with the cursor at the end of the input, the rest of the
+   newest history entry that starts with the text is shown dim after it;
+   Right, End or Ctrl-F take it, Alt-f its next word; it is never part of
+   the line unless taken. Needs a terminal with the dim attribute. */
+#define TERM_OPTION_HINTS 2
 #define TERM_OPTION_UTF8_INPUT 3      /* default 1; 0: key bytes above 127 do nothing */
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for

@@ -105,8 +105,9 @@ TEST_F(DefaultBindings, MatchTheTable) {
     EXPECT_EQ(get_action_for_key(k, 19), action_search_forward);
     EXPECT_EQ(get_action_for_key_sequence(k, "\033[200~"), action_paste_begin);
     EXPECT_EQ(get_action_for_key_sequence(k, "\033[201~"), action_paste_end);
-    for (int b : {0, 2, 6, 12, 14, 25, 28, 31, 128, 200, 255})
-        EXPECT_EQ(k[b].type, KM_NONE) << b;
+    EXPECT_EQ(get_action_for_key(k, 23), action_unix_word_rubout);
+    EXPECT_EQ(get_action_for_key_sequence(k, "\033[1;5D"), action_backward_word);
+    for (int b : {0, 28, 29, 30, 128, 200, 255}) EXPECT_EQ(k[b].type, KM_NONE) << b;
     // The other two maps stay empty.
     for (int i = 0; i < KEYMAP_SIZE; i++) ASSERT_EQ(c.keymaps[1][i].type, KM_NONE);
 }
