@@ -34,12 +34,14 @@ std::string history_dir(const std::string &lines) {
 
 // Words are letters and digits in any script.
 TEST(Words, MoveAndKillByWords) {
-    PtyHost h({"init", "utf8:", "utf8:", "destroy"}, xterm());
+    PtyHost h({"init", "utf8:", "utf8:", "utf8:", "utf8:", "destroy"}, xterm());
+    // Alt-Backspace, then Ctrl-B, Ctrl-F and Ctrl-P as Left, Right and Up.
+    h.keys("one two\x1b\x7f\x02\x02X\x06Y\r" "\x10\r");
     h.keys("alpha beta.gamma" + kCtrlLeft + kAltB + kAltD + kCtrlRight + "X\r" +
            "\xd0\xbf\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82 \xd0\xbc\xd0\xb8\xd1\x80" + kAltB + kAltB + kAltD +
            "X\r");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"alpha .gammaX", "X \xd0\xbc\xd0\xb8\xd1\x80"}));
+    EXPECT_EQ(h.lines(), (Lines{"onXeY ", "onXeY ", "alpha .gammaX", "X \xd0\xbc\xd0\xb8\xd1\x80"}));
 }
 
 // Kills go to the ring, kills in a row make one entry, Ctrl-Y brings the
