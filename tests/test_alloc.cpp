@@ -263,15 +263,4 @@ TEST_F(EditorWithoutMemory, EncodingAndGrowthFailQuietly) {
     EXPECT_EQ(c.editor.buffer, nullptr);
 }
 
-TEST_F(EditorWithoutMemory, TheScreenModelSurvivesFailedRowsAndPaints) {
-    fail_from = 0;
-    for (int i = 0; i < 40; i++) action_insert_char(&c, 'w'); // wraps without new rows
-    repaint(&c, 1);
-    fail_from = -1;
-    EXPECT_EQ(c.screen.input.numlines, 1);
-    EXPECT_LE(c.screen.input.newcur.pos.x, c.screen.cols);
-    for (int i = 0; i < 5; i++) action_insert_char(&c, 'v'); // and recovers afterwards
-    EXPECT_GE(c.screen.input.numlines, 1);
-}
-
 } // namespace

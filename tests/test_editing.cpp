@@ -35,63 +35,65 @@ HostOptions xterm(int cols = 20, const std::string &dir = "") {
 }
 
 // ---------------------------------------------------------------------------
+// Every key the default map binds, typed at least once
+
+// Each row: what is typed into a fresh read over the history "older" and
+// "newer", and the line that comes back. A binding lost or swapped changes
+// the line.
+TEST(Keys, EveryDefaultKeyDoesItsWork) {
+    struct Row {
+        std::string keys, line;
+    };
+    const std::string end = "\x05", home = "\x01";
+    const Row rows[] = {
+        {kUp + kUp + kDown, "newer"},                     // Up, Down (history first:
+        {"\x10\x10\x0e", "newer"},                         // Ctrl-P, Ctrl-N  every line
+        {"z" + kPageUp, "older"},                         // Page Up         joins it)
+        {"z" + kPageUp + kPageDown, ""},                  // Page Down empties the line
+        {"ab" + kLeft + "X" + kRight + "Y", "aXbY"},
+        {"ab\x02X\x06Y", "aXbY"},                        // Ctrl-B, Ctrl-F
+        {"abc" + home + "X" + end + "Y", "XabcY"},        // Ctrl-A, Ctrl-E
+        {"abc\x1b[H" "X\x1b[F" "Y", "XabcY"},             // Home, End
+        {"abc\x1bOH" "X\x1bOF" "Y", "XabcY"},             // their SS3 forms
+        {"abc\x7f\x08", "a"},                             // Backspace, Ctrl-H
+        {"abc" + home + kDelete + "\x04", "c"},           // Delete, Ctrl-D
+        {"abc" + home + "\x0b" "x", "x"},                  // Ctrl-K
+        {"abc\x07" "d", "d"},                              // Ctrl-G
+        {"abc\x03" "d", "d"},                              // Ctrl-C
+        {"one two\x17" "X", "one X"},                      // Ctrl-W
+        {"one two\x1b\x7f" "X", "one X"},                  // Alt-Backspace
+        {"one two" + home + "\x1b" "d" "X", "X two"},      // Alt-d
+        {"one two\x1b" "b" "X\x1b" "f" "Y", "one XtwoY"},  // Alt-b, Alt-f
+        {"one two\x1b[1;5D" "X\x1b[1;5C" "Y", "one XtwoY"}, // Ctrl-Left, Ctrl-Right
+        {"ab\x15" "c\x19\x19", "cabab"},                    // Ctrl-U, Ctrl-Y
+        {"ab\x15" "cd\x15\x19\x1b" "y", "ab"},              // Alt-y
+        {"ab\x14", "ba"},                                  // Ctrl-T
+        {"ab c\x1f", ""},                                  // Ctrl-_
+        {"a\x16\x01" "b", "a\x01" "b"},                     // Ctrl-V
+        {"abc" + home + "\x1b[2~" "XY", "XYc"},            // Insert
+        {"a\x0c" "b\x1a" "c\x1d" "d", "abcd"},              // Ctrl-L, Ctrl-Z, unbound
+    };
+    const std::string dir = qvtest::tempDir();
+    std::ofstream(dir + "/term.history") << "older\nnewer\n";
+    std::vector<std::string> commands{"init:dir=" + dir, "load"};
+    std::string keys;
+    Lines want;
+    for (const Row &r : rows) {
+        commands.push_back("line:");
+        keys += r.keys + "\n"; // Ctrl-J enters, as Return does
+        want.push_back(r.line);
+    }
+    commands.push_back("line:");
+    keys += "last\r";
+    want.push_back("last");
+    PtyHost h(commands, xterm(40, dir));
+    h.keys(keys);
+    ASSERT_EQ(h.finish(), 0);
+    EXPECT_EQ(h.lines(), want);
+}
+
+// ---------------------------------------------------------------------------
 // Wrapping, insertion and deletion on a real terminal's screen
-
-TEST(Screen, LongInputWrapsAndTheCursorFollows) {
-    PtyHost h({"init", "line:> ", "destroy"}, xterm());
-    h.keys(std::string(30, 'a'));
-    h.keys("\r");
-    ASSERT_EQ(h.finish(), 0);
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> " + std::string(18, 'a'));
-    EXPECT_EQ(s.row(1), std::string(12, 'a'));
-    EXPECT_EQ(s.cursor_row, 2);
-    EXPECT_EQ(s.cursor_col, 0);
-}
-
-TEST(Screen, InsertAndDeleteInTheMiddleOfThreeRowsGiveTheRightText) {
-    const std::string text = std::string(18, 'a') + std::string(20, 'b') + std::string(20, 'c');
-    PtyHost h({"init", "line:> ", "line:> ", "destroy"}, xterm());
-    h.keys(text + times(30, kLeft) + "X\r" + text + times(30, kLeft) + "X" + kLeft + kDelete + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines()[0], std::string(18, 'a') + std::string(10, 'b') + "X" +
-                                std::string(10, 'b') + std::string(20, 'c'));
-    EXPECT_EQ(h.lines()[1], text);
-}
-
-TEST(Screen, PushDownIsVisible) {
-    const std::string text = std::string(18, 'a') + std::string(20, 'b') + std::string(20, 'c');
-    HostOptions o = xterm();
-    PtyHost h({"init", "line:> ", "destroy"}, o);
-    h.keysSlowly(text + times(30, kLeft) + "X");
-    qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> " + std::string(18, 'a'));
-    EXPECT_EQ(s.row(1), std::string(10, 'b') + "X" + std::string(9, 'b'));
-    EXPECT_EQ(s.row(2), "b" + std::string(19, 'c'));
-    EXPECT_EQ(s.row(3), "c");
-    EXPECT_EQ(s.cursor_row, 1);
-    EXPECT_EQ(s.cursor_col, 11);
-    h.keysSlowly(kLeft + kDelete);
-    s = h.screen();
-    EXPECT_EQ(s.row(1), std::string(20, 'b'));
-    EXPECT_EQ(s.row(2), std::string(20, 'c'));
-    EXPECT_EQ(s.row(3), "");
-    EXPECT_EQ(s.cursor_row, 1);
-    EXPECT_EQ(s.cursor_col, 10);
-    h.keys("\r");
-    ASSERT_EQ(h.finish(), 0);
-}
-
-TEST(Screen, EditingInTheMiddleOfAWrappedLine) {
-    PtyHost h({"init", "line:> ", "destroy"}, xterm());
-    h.keysSlowly(std::string(25, 'x') + times(10, kLeft) + "\x7f\x7f" + "12" + "\x01" + "<" +
-                 "\x05" + ">" + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"<" + std::string(13, 'x') + "12" + std::string(10, 'x') + ">"});
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> <" + std::string(13, 'x') + "12xx");
-    EXPECT_EQ(s.row(1), std::string(8, 'x') + ">");
-}
 
 TEST(Screen, CtrlGKeepsTheTextAndStartsAFreshPrompt) {
     PtyHost h({"init", "line:> ", "destroy"}, xterm());

@@ -82,59 +82,10 @@ TEST(Keymap, CopiesShareSubMapsAndFreeThemOnce) {
 
 using DefaultBindings = ConsoleTest;
 
-TEST_F(DefaultBindings, MatchTheTable) {
-    const keymap_entry *k = c.keymaps[0];
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[A"), action_key_up);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033OA"), action_key_up);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[0D"), action_key_left);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[3~"), action_key_delete);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[2~"), action_key_insert);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[5~"), action_history_earliest);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[6~"), action_history_latest);
-    // The three-byte forms replaced the sub-maps of the four-byte forms.
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[A~"), action_key_up);
-    EXPECT_EQ(k[27].target.map['['].target.map['A'].type, KM_FUNCTION);
-    EXPECT_EQ(get_action_for_key(k, 13), action_key_return);
-    EXPECT_EQ(get_action_for_key(k, 10), action_key_return);
-    EXPECT_EQ(get_action_for_key(k, 'a'), action_insert_char);
-    EXPECT_EQ(get_action_for_key(k, 127), action_key_backspace);
-    EXPECT_EQ(get_action_for_key(k, 8), action_key_backspace);
-    // Keys that did nothing before now complete, search and take pastes.
-    EXPECT_EQ(get_action_for_key(k, 9), action_complete);
-    EXPECT_EQ(get_action_for_key(k, 18), action_search_backward);
-    EXPECT_EQ(get_action_for_key(k, 19), action_search_forward);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[200~"), action_paste_begin);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[201~"), action_paste_end);
-    EXPECT_EQ(get_action_for_key(k, 23), action_unix_word_rubout);
-    EXPECT_EQ(get_action_for_key_sequence(k, "\033[1;5D"), action_backward_word);
-    for (int b : {0, 28, 29, 30, 128, 200, 255}) EXPECT_EQ(k[b].type, KM_NONE) << b;
-    // The other two maps stay empty.
-    for (int i = 0; i < KEYMAP_SIZE; i++) ASSERT_EQ(c.keymaps[1][i].type, KM_NONE);
-}
-
 TEST_F(DefaultBindings, AOneByteTerminalKeyRebindsThatByte) {
     start("qv-leftbs");
     EXPECT_EQ(get_action_for_key(c.keymaps[0], 8), action_key_left);
     EXPECT_EQ(get_action_for_key(c.keymaps[0], 127), action_key_backspace);
-}
-
-TEST_F(DefaultBindings, WithoutADescriptionOnlyTheFixedBindingsExist) {
-    unsetenv("TERM");
-    console d{};
-    ASSERT_EQ(console_init(&d), 1);
-    EXPECT_EQ(t_auto_right_margin, 1);
-    EXPECT_EQ(t_has_meta_key, 1);
-    EXPECT_EQ(get_action_for_key_sequence(d.keymaps[0], "\033[A"), action_key_up);
-    EXPECT_EQ(get_action_for_key(d.keymaps[0], 8), action_key_backspace);
-    console_free(&d);
-}
-
-TEST_F(DefaultBindings, AutoMarginFlag) {
-    start("qv-am");
-    EXPECT_EQ(t_auto_right_margin, 0);
-    start("qv-amxenl");
-    EXPECT_EQ(t_auto_right_margin, 1);
-    EXPECT_EQ(t_has_meta_key, 0);
 }
 
 } // namespace

@@ -243,64 +243,6 @@ TEST_F(Model, InsertingIntoThreeFullRowsPushesIntoAFourth) {
     EXPECT_EQ(row(0), std::string(20, 'a'));
 }
 
-TEST_F(Model, BackspaceAtAContinuationRowStartPullsCellsUp) {
-    prompt(L"> ");
-    type(std::wstring(18, L'a') + L"bc");
-    // cursor at (2, 1); move to column 0 of row 1
-    action_key_left(&c, 0);
-    action_key_left(&c, 0);
-    EXPECT_EQ(c.screen.input.newcur.pos.x, 0);
-    action_key_backspace(&c, 0);
-    EXPECT_EQ(row(0), "> " + std::string(17, 'a') + "b");
-    EXPECT_EQ(row(1), "c");
-    EXPECT_EQ(c.screen.input.cur.pos.y, 0);
-    EXPECT_EQ(c.screen.input.cur.pos.x, 19);
-    // Emptying the continuation row unlinks it; the row stays in the model.
-    action_key_end(&c, 0);
-    action_key_backspace(&c, 0);
-    action_key_backspace(&c, 0);
-    EXPECT_FALSE(c.screen.input.lines[0]->lflags & LINE_WRAPS);
-    EXPECT_FALSE(c.screen.input.lines[1]->lflags & LINE_CONTINUED);
-    EXPECT_EQ(c.screen.input.numlines, 2);
-}
-
-TEST_F(Model, BackspaceAtThePromptAndDeleteAtTheEndDoNothing) {
-    prompt(L"> ");
-    type(L"ab");
-    take();
-    action_key_delete(&c, 0);
-    EXPECT_EQ(take(), "");
-    action_key_home(&c, 0);
-    take();
-    action_key_backspace(&c, 0);
-    EXPECT_EQ(take(), "");
-    EXPECT_EQ(row(0), "> ab");
-}
-
-TEST_F(Model, KillToEndClearsTheRestOfTheInputArea) {
-    prompt(L"");
-    type(std::wstring(25, L'k'));
-    for (int i = 0; i < 10; i++) action_key_left(&c, 0);
-    action_kill_to_end_of_line(&c, 0);
-    EXPECT_EQ(row(0), std::string(15, 'k'));
-    EXPECT_EQ(row(1), "");
-    EXPECT_EQ(c.editor.lastchar - c.editor.buffer, 15);
-}
-
-TEST_F(Model, ReplaceShowsLineBreaksAsSpacesAndPromptsAreCut) {
-    const std::wstring longprompt(30, L'p');
-    c.prompt = longprompt.c_str();
-    screen_buffer_reset(&c);
-    console_put_prompt(&c);
-    EXPECT_EQ(row(0), std::string(19, 'p'));
-    input_replace(&c, L"a\nb\rc", 5);
-    EXPECT_EQ(row(0), std::string(19, 'p') + "a");
-    EXPECT_EQ(row(1), " b c");
-    screen_put_blanks(&c, 0);
-    screen_buffer_reset(&c);
-    EXPECT_EQ(c.screen.input.numlines, 1);
-}
-
 TEST_F(Model, SecondaryPromptIsAsWideAsThePrompt) {
     prompt(L"abcdef");
     screen_buffer_reset(&c);
