@@ -61,6 +61,7 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
         {"abc\x07" "d", "d"},                              // Ctrl-G
         {"abc\x03" "d", "d"},                              // Ctrl-C
         {"one two\x17" "X", "one X"},                      // Ctrl-W
+        {" \x17" "X", "X"},                                // over leading blanks too
         {"one two\x1b\x7f" "X", "one X"},                  // Alt-Backspace
         {"one two" + home + "\x1b" "d" "X", "X two"},      // Alt-d
         {"one two\x1b" "b" "X\x1b" "f" "Y", "one XtwoY"},  // Alt-b, Alt-f

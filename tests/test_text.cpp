@@ -46,7 +46,7 @@ TEST(Utf8, TypedTextComesBackAndTakesItsCells) {
 // A broken sequence inserts nothing, and the byte that broke it is a key.
 TEST(Utf8, InvalidSequencesLoseNoKey) {
     PtyHost h({"init", "utf8:", "utf8:", "destroy"}, xterm());
-    h.keys(std::string("a\xc3x") + "\xe0\x80\x80" + "\xed\xa0\x80" + "\xf4\x90\x80\x80" +
+    h.keys(std::string("a\xc3x") + "\xe0\x81\x81" + "\xed\xa0\x80" + "\xf4\x90\x80\x80" +
            "\xff\x80" + "b" + "\xe4\xb8" + kLeft + "c\r" + "d\xc3\r");
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.lines(), (Lines{"axcb", "d"}));
