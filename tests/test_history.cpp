@@ -75,25 +75,6 @@ TEST_F(History, DuplicatesOfTheNewestAndMaskedLinesAreNotAdded) {
     EXPECT_EQ(history_is_dirty(&c), 0);
 }
 
-TEST_F(History, WalkingBringsTheSavedLineBack) {
-    add(L"old");
-    add(L"new");
-    history_save_current_buffer(&c, L"abc", 3);
-    EXPECT_EQ(got(history_get(&c, -1)), L"new");
-    EXPECT_EQ(got(history_get(&c, -1)), L"old");
-    EXPECT_EQ(got(history_get(&c, -1)), L"<none>"); // at the oldest
-    EXPECT_EQ(got(history_get(&c, 1)), L"new");
-    EXPECT_EQ(got(history_get(&c, 1)), L"abc");
-    EXPECT_EQ(c.history->current, nullptr);
-    EXPECT_EQ(got(history_get(&c, 1)), L"<none>");
-    // An edit makes the next save replace the saved line.
-    history_set_dirty(&c);
-    history_save_current_buffer(&c, L"xyz", 3);
-    EXPECT_EQ(got(c.history->saved), L"xyz");
-    add(L"done");
-    EXPECT_EQ(c.history->saved, nullptr);
-}
-
 TEST_F(History, EntriesBecomeSingleLines) {
     uint32_t k = 0;
     std::unique_ptr<wchar_t, decltype(&free)> a(encode_special_chars(L"ab\\\ncd", 6, &k), &free);
@@ -102,17 +83,6 @@ TEST_F(History, EntriesBecomeSingleLines) {
     EXPECT_EQ(std::wstring(b.get(), k), L"ab cd ");
     std::unique_ptr<wchar_t, decltype(&free)> d(encode_special_chars(L"end\\", 4, &k), &free);
     EXPECT_EQ(std::wstring(d.get(), k), L"end\\");
-}
-
-TEST_F(History, SaveThenLoadRoundTrips) {
-    add(L"plain");
-    add(L"caf\u00e9 \u20ac \U0001F600");
-    add(L"ab\\\ncd");
-    history_save(&c, path.c_str());
-    EXPECT_EQ(read_file(), "plain\ncaf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\nabcd\n");
-    history_clear(&c);
-    history_load(&c, path.c_str());
-    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"plain", L"caf\u00e9 \u20ac \U0001F600", L"abcd"}));
 }
 
 // A save adds this session's entries to the file as it is now, whatever the

@@ -14,35 +14,6 @@ namespace {
 
 std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
 
-TEST(Termline, EraseResizeAndCompare) {
-    const termchar blank = {L' ', 0};
-    termline *l = termline_new(4, &blank);
-    l->firstcol = 2;
-    l->last = 3;
-    l->lflags = LINE_WRAPS | LINE_CONTINUED;
-    termline_erase_after(l, &blank, 0);
-    EXPECT_EQ(l->firstcol, 2);
-    EXPECT_EQ(l->lflags, 0u);
-    termline_erase(l, &blank);
-    EXPECT_EQ(l->firstcol, 0);
-    const termchar x = {L'x', 0};
-    l->chars[3] = x;
-    termline_resize(l, 6, &x);
-    EXPECT_EQ(l->cols, 6);
-    EXPECT_EQ(l->chars[5].ch, L'x');
-    termline_resize(l, 2, &blank);
-    EXPECT_EQ(l->size, 2);
-    termline_free(l);
-    termline_free(nullptr);
-
-    termchar a = {L'a', 0}, b = {L'a', ATTR_INVALID}, c = {L'a', 0xF0000000u};
-    EXPECT_FALSE(termchars_equal(&a, &b));
-    EXPECT_TRUE(termchars_equal(&a, &c));
-    EXPECT_EQ(char_width(L'\u4e2d'), 2); // wide, whatever the host's locale
-    EXPECT_EQ(char_width(L'\u0301'), 0); // a combining mark
-    EXPECT_EQ(char_width(L'\x01'), 2);   // ^A
-}
-
 // ---------------------------------------------------------------------------
 // The layout on its own: prompt, text and continuation lines to rows
 
@@ -88,6 +59,9 @@ std::vector<std::string> layOut(const LayoutCase &lc, int cols, int *crow, int *
 }
 
 TEST(Layout, RowsAndCursor) {
+    EXPECT_EQ(char_width(L'\u4e2d'), 2); // wide, whatever the host's locale
+    EXPECT_EQ(char_width(L'\u0301'), 0); // a combining mark
+    EXPECT_EQ(char_width(L'\x01'), 2);   // ^A
     using Rows = std::vector<std::string>;
     const LayoutCase cases[] = {
         // Wrapping; a row filled exactly leaves the cursor a row below.
