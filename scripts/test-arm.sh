@@ -33,11 +33,17 @@ if [ ! -f "$sysroot/.complete" ]; then
         fi
         dpkg --add-architecture armhf
     fi
-    # A partly failing index (a mirror mid-sync) still lists the packages.
-    [ "$(id -u)" -eq 0 ] && { apt-get update -qq || true; }
+    # A partly failing index (a mirror mid-sync) still lists the packages;
+    # a failed download is tried again after a fresh update.
     debs=$(mktemp -d)
     trap 'rm -rf "$debs"' EXIT
-    (cd "$debs" && chmod 777 . && apt-get download -qq "${packages[@]/%/:armhf}")
+    chmod 777 "$debs"
+    for attempt in 1 2 3; do
+        [ "$(id -u)" -eq 0 ] && { apt-get update -qq || true; }
+        if (cd "$debs" && apt-get download -qq "${packages[@]/%/:armhf}"); then break; fi
+        [ "$attempt" -eq 3 ] && exit 1
+        sleep 10
+    done
     rm -rf "$sysroot"
     mkdir -p "$sysroot"
     for deb in "$debs"/*.deb; do dpkg-deb -x "$deb" "$sysroot"; done
