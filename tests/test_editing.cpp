@@ -120,19 +120,6 @@ TEST(Screen, KillDeleteInsertKeyAndSuspend) {
 // The screen shows the text the host gets: edits that once drew one text and
 // returned another
 
-TEST(ScreenTruth, LeftAndBackspaceReachIntoTheEarlierLineOnScreenToo) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"},
-              xterm());
-    h.keys("(abc\r" + kLeft + kLeft + "X" + "\x05" + ")\r" + "(abc\r\x7f\x7f)\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"(abXc\n)", "(ab)"}));
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> (abXc");
-    EXPECT_EQ(s.row(1), "  )");
-    EXPECT_EQ(s.row(2), "> (ab)");
-    EXPECT_EQ(s.row(3), "");
-}
-
 TEST(ScreenTruth, KillOnAWrappedRowKeepsTheRowsLinked) {
     PtyHost h({"init", "line:> ", "destroy"}, xterm());
     h.keys("abcdefghijklmnopqrstuvwxy" + times(3, kLeft) + "\x0b" + "\x01" + "X\r");
@@ -260,14 +247,16 @@ TEST(History, RecalledEntriesComeBackEncodedAndDrawnAsTheyRead) {
 // Return, completion and continuation lines
 
 TEST(Continuation, KeptLineBreaks) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"},
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "line:> ", "destroy"},
               xterm());
     // Home on a continuation line goes to its start, after the line break.
     h.keys("x(\ry" + std::string("\x01") + "Z" + "\x05" + ")\r" +
-           // Backspace reaches back across the line break into the first line.
-           "(ab\r\x7f\x7f)\r");
+           // Backspace reaches back across the line break into the first line,
+           "(ab\r\x7f\x7f)\r" +
+           // and Left into it, on screen too.
+           "(abc\r" + kLeft + kLeft + "X" + "\x05" + ")\r");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"x(\nZy)", "(a)"}));
+    EXPECT_EQ(h.lines(), (Lines{"x(\nZy)", "(a)", "(abXc\n)"}));
     EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 2 78 28");
     EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 A 5A 79 29");
     const qvtest::Screen s = h.screen();
@@ -275,7 +264,8 @@ TEST(Continuation, KeptLineBreaks) {
     EXPECT_EQ(s.row(1), "  Zy)");
     // The merged second input is drawn as the one line it became.
     EXPECT_EQ(s.row(2), "> (a)");
-    EXPECT_EQ(s.row(3), "");
+    EXPECT_EQ(s.row(3), "> (abXc");
+    EXPECT_EQ(s.row(4), "  )");
 }
 
 TEST(Continuation, TrailingBackslashIsRemoved) {
