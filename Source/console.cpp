@@ -9,6 +9,7 @@
 
 #include "bindings.h"
 #include "output.h"
+#include "options.h"
 #include "qv_assert.h"
 #include "text.h"
 #include "ttymode.h"
@@ -301,7 +302,7 @@ void action_key_return(console *c, int) {
 
     const auto n = static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer);
     *c->editor.lastchar = 0;
-    if (n > 0) history_add(c, c->editor.buffer, n);
+    if (n > 0 && qv::option(TERM_OPTION_AUTO_HISTORY)) history_add(c, c->editor.buffer, n);
     leave_input(c);
     c->status = ST_DONE;
     c->error = 0;

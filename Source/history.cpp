@@ -52,7 +52,7 @@ int top_is_duplicate(console *c, const wchar_t *text, uint32_t n) {
 void history_add(console *c, const wchar_t *text, uint32_t n) {
     history_t *h = c->history;
     if (c->history_add_unchanged == 0 && h->dirty == 0) return;
-    if (c->masked) return;
+    if (c->masked || c->history_max <= 0) return;
     auto *e = static_cast<history_entry *>(calloc(1, sizeof(history_entry)));
     if (!e) return;
     e->text = make_string_copy(text, n);

@@ -11,12 +11,14 @@ namespace {
 std::atomic<int> bracketed_paste{1};
 std::atomic<int> hints{0};
 std::atomic<int> utf8_input{1};
+std::atomic<int> auto_history{1};
 
 std::atomic<int> *slot(int id) {
     switch (id) {
     case TERM_OPTION_BRACKETED_PASTE: return &bracketed_paste;
     case TERM_OPTION_HINTS: return &hints;
     case TERM_OPTION_UTF8_INPUT: return &utf8_input;
+    case TERM_OPTION_AUTO_HISTORY: return &auto_history;
     default: return nullptr;
     }
 }

@@ -1,6 +1,7 @@
 // The terminal instance and the exported term_* calls.
 #include "terminal.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -149,6 +150,46 @@ void term_loadHistory(void) {
     QV_ASSERT(theTerminal->console != NULL);
     std::unique_ptr<char, decltype(&free)> path(history_get_filepath(), &free);
     history_load(theTerminal->console, path.get());
+}
+
+int term_addHistory(const char *line) {
+    if (!theTerminal || !line) return 0;
+    console *c = theTerminal->console;
+    int n = 0;
+    std::unique_ptr<wchar_t, decltype(&free)> wide(cp2wchar(c, line, &n), &free);
+    if (!wide || n <= 0) return 0;
+    const auto len = static_cast<uint32_t>(n);
+    if (top_is_duplicate(c, wide.get(), len)) return 1;
+    const history_entry *before = c->history->last;
+    history_add(c, wide.get(), len);
+    return c->history->last != before;
+}
+
+void term_clearHistory(void) {
+    if (!theTerminal) return;
+    history_clear(theTerminal->console);
+    qv::history_forget_new(theTerminal->console);
+}
+
+int term_setHistoryLimit(int max) {
+    if (!theTerminal) return -2;
+    console *c = theTerminal->console;
+    const int previous = c->history_max == INT32_MAX ? -1 : c->history_max;
+    c->history_max = max < 0 ? INT32_MAX : max;
+    history_t *h = c->history;
+    while (h->count > c->history_max && h->first) {
+        history_entry *oldest = h->first;
+        h->first = oldest->next;
+        if (h->first)
+            h->first->prev = nullptr;
+        else
+            h->last = nullptr;
+        free(oldest->text);
+        free(oldest);
+        h->count--;
+    }
+    h->current = nullptr;
+    return previous;
 }
 
 int term_setCallbacks(const term_callbacks *callbacks) {

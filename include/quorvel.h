@@ -143,6 +143,9 @@ QV_API int term_addCompletion(term_completions *out, int start, const char *repl
    the line unless taken. Needs a terminal with the dim attribute. */
 #define TERM_OPTION_HINTS 2
 #define TERM_OPTION_UTF8_INPUT 3      /* default 1; 0: key bytes above 127 do nothing */
+/* default 1: a completed line enters the history. 0: the host decides, with
+   term_addHistory(). */
+#define TERM_OPTION_AUTO_HISTORY 4
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */
@@ -168,6 +171,22 @@ QV_API void term_free(char *line);
 
 /* Appends the lines of the history file to the history list. */
 QV_API void term_loadHistory(void);
+
+/* Adds a UTF-8 line to the history list as if it had been typed: it is
+   recalled with Up and saved by term_destroy(). An empty line, or one equal
+   to the newest entry, is not added. Answers 1 when the line is in the list
+   now, 0 when it is not (no instance, NULL, invalid UTF-8, an empty line, a
+   limit of 0, memory ran out). */
+QV_API int term_addHistory(const char *line);
+
+/* Empties the history list; the lines added since the last save are not
+   saved either. The history file is not touched. */
+QV_API void term_clearHistory(void);
+
+/* Keeps at most max entries in the list, dropping the oldest now and as new
+   ones arrive; max < 0 removes the limit. Answers the previous limit (-1 for
+   none), or -2 without an instance. The default is 1000. */
+QV_API int term_setHistoryLimit(int max);
 
 /* Installs the non-NULL slots of callbacks. Answers 1, or 0 when there is no
    instance (or callbacks is NULL). Safe to call at any time. */
