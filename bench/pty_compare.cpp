@@ -164,6 +164,7 @@ std::vector<Workload> workloads() {
 int main(int argc, char **argv) {
     const int rounds = 3;
     const char *programs[][2] = {{"quorvel", QV_BENCH_DIR "/repl-quorvel"},
+                                 {"quorvel-rl", QV_BENCH_DIR "/repl-quorvel-readline"},
                                  {"GNU readline", QV_BENCH_DIR "/repl-readline"},
                                  {"libedit", QV_BENCH_DIR "/repl-libedit"},
                                  {"raw echo", QV_BENCH_DIR "/raw-echo"}};

@@ -4,8 +4,9 @@
 # apt-get itself; otherwise it prints the command to run.
 set -euo pipefail
 
+# sqlite3 and bc: unmodified readline programs the tests run on Quorvel.
 packages=(cmake g++ make pkg-config libncurses-dev ncurses-bin
-          libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev)
+          libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev sqlite3 bc)
 case "${1:-}" in
     --bench) packages+=(libreadline-dev libedit-dev) ;;
     --fuzz) packages+=(clang libclang-rt-14-dev) ;;

@@ -1,10 +1,13 @@
 #!/bin/sh
 # Installs the build into a scratch prefix, then builds and runs small C
 # programs against it: once through pkg-config, once through the CMake package.
+# A program written for GNU readline builds unchanged against the
+# readline-compatible library, shared and static.
 set -eu
 build=$1
 work=$2
 src=$3
+rlprog=$4
 rm -rf "$work"
 mkdir -p "$work"
 cmake --install "$build" --prefix "$work/prefix" > "$work/install.log"
@@ -32,4 +35,10 @@ cmake -S "$src" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$work/prefix" \
     -DCMAKE_C_FLAGS="$extra" > "$work/cmake.log"
 cmake --build "$work/cmake-build" > "$work/cmake-build.log"
 LD_LIBRARY_PATH="$(dirname "$libdir")" TERM=dumb "$work/cmake-build/consumer" | grep -q "quorvel ok"
-echo "installed consumer: pkg-config (shared and static) and CMake package build and run"
+# The readline program reads "quit" from a pipe: no terminal, no editing.
+cc -std=c99 -Wall -Werror $extra -o "$work/rl-shared" "$rlprog" $(pkg-config --cflags --libs quorvel-readline)
+cc -std=c99 -Wall -Werror $extra -o "$work/rl-static" "$rlprog" $(pkg-config --cflags quorvel-readline) \
+    $(pkg-config --static --libs quorvel-readline | sed 's/-lquorvel-readline\b/-l:libquorvel-readline.a/; s/-lquorvel\( \|$\)/-l:libquorvel.a\1/')
+printf 'a\nb\nquit\n' | LD_LIBRARY_PATH="$(dirname "$libdir")" "$work/rl-shared" 2>&1 >/dev/null | grep -qx 2
+printf 'a\nquit\n' | "$work/rl-static" 2>&1 >/dev/null | grep -qx 1
+echo "installed consumer: pkg-config (shared and static) and CMake package build and run; so does a readline program"

@@ -154,9 +154,13 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
         std::istringstream words(getenv("QV_HOST_EMULATOR") ? getenv("QV_HOST_EMULATOR") : "");
         for (std::string w; words >> w;) runner.push_back(w);
         std::vector<char *> argv;
-        for (std::string &w : runner) argv.push_back(&w[0]);
-        argv.push_back(const_cast<char *>(QV_HOST_PATH));
-        for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
+        if (options_.program.empty()) {
+            for (std::string &w : runner) argv.push_back(&w[0]);
+            argv.push_back(const_cast<char *>(QV_HOST_PATH));
+            for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
+        } else {
+            for (std::string &w : options_.program) argv.push_back(&w[0]);
+        }
         argv.push_back(nullptr);
         execvp(argv[0], argv.data());
         _exit(127);
@@ -253,6 +257,32 @@ void PtyHost::waitSide(const std::string &tag) {
     while (side().find(tag) == std::string::npos) {
         if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for " + tag);
         drain(5);
+    }
+}
+
+size_t PtyHost::waitOutput(const std::string &text, size_t from) {
+    const auto deadline = Clock::now() + kTimeout;
+    size_t at;
+    while ((at = output_.find(text, from)) == std::string::npos) {
+        if (Clock::now() > deadline)
+            throw std::runtime_error("timed out waiting for \"" + text + "\" in " + visible(output_.substr(from)));
+        drain(5);
+    }
+    return at + text.size();
+}
+
+void PtyHost::waitScreen(const std::string &text) {
+    const auto deadline = Clock::now() + kTimeout;
+    for (;;) {
+        const Screen now = screen();
+        for (const std::string &row : now.rows)
+            if (row.find(text) != std::string::npos) return;
+        if (Clock::now() > deadline) {
+            std::string rows;
+            for (const std::string &row : now.rows) rows += "|" + row + "|\n";
+            throw std::runtime_error("timed out waiting for \"" + text + "\" on the screen:\n" + rows);
+        }
+        drain(20);
     }
 }
 

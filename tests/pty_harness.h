@@ -27,6 +27,9 @@ struct HostOptions {
     // The host runs as a job of its own under a waiting parent, as under a
     // shell with job control, so that a stop signal really stops it.
     bool job = false;
+    // Non-empty: run this program and arguments instead of the test host
+    // (whose commands are then ignored).
+    std::vector<std::string> program;
 };
 
 class PtyHost {
@@ -36,6 +39,12 @@ class PtyHost {
     PtyHost(const PtyHost &) = delete;
     PtyHost &operator=(const PtyHost &) = delete;
 
+    // Waits until the output from byte `from` on holds text; answers where
+    // the text ends.
+    size_t waitOutput(const std::string &text, size_t from = 0);
+    // Waits until a row of the rendered screen holds text.
+    void waitScreen(const std::string &text);
+    int pid() const { return pid_; }
     // Waits until a read is in progress in raw mode, then writes the keys in
     // one burst.
     void keys(const std::string &bytes);

@@ -1,0 +1,185 @@
+// The readline-compatible library: a program written for readline's API
+// (built three ways), and Debian's own sqlite3 and bc with the library
+// preloaded in place of GNU readline.
+#include <fstream>
+#include <string>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "pty_harness.h"
+
+using qvtest::HostOptions;
+using qvtest::PtyHost;
+
+namespace {
+
+const std::string kUp = "\x1b[A";
+
+HostOptions rlOptions(const std::string &host) {
+    HostOptions o;
+    o.rows = 24;
+    o.cols = 60;
+    o.term = "xterm-256color";
+    o.program = {host};
+    return o;
+}
+
+// Where the answers to a line typed now will start.
+struct Session {
+    PtyHost &h;
+    size_t mark = 0;
+    // Types keys, then waits for what the program answers to them.
+    void expect(const std::string &keys, const std::string &answer) {
+        mark = h.output().size();
+        h.keys(keys);
+        mark = h.waitOutput(answer, mark);
+    }
+    // Types keys, then waits for the screen to show text.
+    void shows(const std::string &keys, const std::string &text) {
+        h.keys(keys);
+        h.waitScreen(text);
+        mark = h.output().size();
+    }
+};
+
+// ---------------------------------------------------------------------------
+// Completion through the program's functions, with the variables in the
+// program (copy relocations), read through the GOT, and in a static link.
+
+class ReadlineHost : public ::testing::TestWithParam<const char *> {};
+
+TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
+    HostOptions o = rlOptions(GetParam());
+    o.cwd = qvtest::tempDir();
+    std::ofstream(o.cwd + "/notes.txt") << "x";
+    PtyHost h({}, o);
+    Session s{h};
+    s.expect("ses\t\r", "got[session ]");        // one match, the append character
+    s.expect("sev\t\r", "got[seven(]");          // one the program changed
+    s.expect("zz\t\r", "got[zz]");               // none
+    s.expect("./no\t\r", "got[./notes.txt ]");   // the file-name fallback
+    s.shows("x sel\t", "rl> x select");          // several: the common prefix
+    s.shows("\t", "selection");                  // and the list
+    s.expect("ion\r", "got[x selection]");
+    const auto words = h.records("WORD");
+    ASSERT_EQ(words.size(), 5u); // the second Tab lists what the first found
+    EXPECT_EQ(words[0], "WORD ses 0 3 3 3 ses");
+    EXPECT_EQ(words[4], "WORD sel 2 5 5 5 x sel");
+    s.expect("\x04", "EOF");
+    // Under AddressSanitizer a match left unfreed, or freed twice, fails here.
+    EXPECT_EQ(h.finish(), 0) << PtyHost::visible(h.output());
+}
+
+INSTANTIATE_TEST_SUITE_P(Builds, ReadlineHost,
+                         ::testing::Values(QV_RL_HOST_SHARED, QV_RL_HOST_GOT, QV_RL_HOST_STATIC));
+
+// History calls and files, seen through Up and through the files.
+TEST(ReadlineHistory, FilesStifleAndRecall) {
+    HostOptions o = rlOptions(QV_RL_HOST_SHARED);
+    o.cwd = qvtest::tempDir();
+    const std::string dir = o.cwd;
+    PtyHost h({}, o);
+    Session s{h};
+    s.expect("!read missing\r", "= 2");  // ENOENT
+    s.expect("one\r", "got[one]");
+    s.expect("two\r", "got[two]");
+    s.expect("three\r", "got[three]");
+    s.expect("!write h1\r", "= 0");
+    EXPECT_EQ(qvtest::readFile(dir + "/h1"), "one\ntwo\nthree\n");
+    struct stat st;
+    ASSERT_EQ(stat((dir + "/h1").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    // A command line never entered the history: readline() adds nothing.
+    s.expect("!stifle 2\r", "= 1");
+    s.expect(kUp + kUp + kUp + "\r", "got[two]");
+    s.expect("!write h2\r", "= 0");
+    EXPECT_EQ(qvtest::readFile(dir + "/h2"), "three\ntwo\n");
+    s.expect("!unstifle\r", "= 2");
+    s.expect("!clear\r", "= 0");
+    s.expect(kUp + "\r", "got[]");
+    s.expect("!read h1\r", "= 0");
+    s.expect(kUp + "\r", "got[three]");
+    s.expect("!append 1 h2\r", "= 0");
+    s.expect("!append 1 nofile\r", "= 2");
+    EXPECT_EQ(qvtest::readFile(dir + "/h2"), "three\ntwo\nthree\n");
+    s.expect("!trunc h2 2\r", "= 0");
+    EXPECT_EQ(qvtest::readFile(dir + "/h2"), "two\nthree\n");
+    s.expect("\x04", "EOF");
+    EXPECT_EQ(h.finish(), 0);
+}
+
+// ---------------------------------------------------------------------------
+// Unmodified programs. The library is preloaded (after the sanitizer runtime
+// when the tests run under one); a program that did not load it is skipped.
+
+std::string sanitizerRuntime() {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        const size_t at = line.find('/');
+        if (at != std::string::npos && line.find("libasan.so") != std::string::npos) return line.substr(at);
+    }
+    return "";
+}
+
+HostOptions preloaded(std::vector<std::string> program, const std::string &dir) {
+    HostOptions o;
+    o.rows = 24;
+    o.cols = 80;
+    o.term = "xterm-256color";
+    o.cwd = dir;
+    o.program = std::move(program);
+    const std::string asan = sanitizerRuntime();
+    o.env = {"LD_PRELOAD=" + (asan.empty() ? "" : asan + ":") + QV_RL_LIBRARY,
+             "ASAN_OPTIONS=detect_leaks=0", "HOME=" + dir, "SQLITE_HISTORY=" + dir + "/history"};
+    return o;
+}
+
+bool loaded(const PtyHost &h) {
+    return qvtest::readFile("/proc/" + std::to_string(h.pid()) + "/maps").find("libquorvel-readline") !=
+           std::string::npos;
+}
+
+#define SKIP_UNLESS_PRELOADED(h)                                                                    \
+    if (!loaded(h)) GTEST_SKIP() << "the preloaded library did not load into the program"
+
+TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
+    if (access("/usr/bin/sqlite3", X_OK) != 0) GTEST_SKIP() << "/usr/bin/sqlite3 is not installed";
+    const std::string dir = qvtest::tempDir();
+    {
+        PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
+        Session s{h};
+        h.waitOutput("sqlite> ");
+        SKIP_UNLESS_PRELOADED(h);
+        s.expect("select 6*7;\r", "42");
+        s.shows("SEL\t", "sqlite> SELECT");
+        s.expect("2*5;\r", "10");
+        s.expect(kUp + "\r", "10");
+        h.keys("\x04");
+        EXPECT_EQ(h.finish(), 0) << PtyHost::visible(h.output());
+    }
+    EXPECT_EQ(qvtest::readFile(dir + "/history"), "select 6*7;\nSELECT 2*5;\nSELECT 2*5;\n");
+    PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
+    Session s{h};
+    h.waitOutput("sqlite> ");
+    s.expect(kUp + kUp + kUp + "\r", "42");
+    h.keys("\x04");
+    EXPECT_EQ(h.finish(), 0);
+}
+
+TEST(RealPrograms, BcCalculatesAndRecalls) {
+    if (access("/usr/bin/bc", X_OK) != 0) GTEST_SKIP() << "/usr/bin/bc is not installed";
+    PtyHost h({}, preloaded({"/usr/bin/bc", "-q"}, qvtest::tempDir()));
+    Session s{h};
+    h.keys("");
+    SKIP_UNLESS_PRELOADED(h);
+    s.expect("6*7\r", "42");
+    s.expect("2^10\r", "1024");
+    s.expect(kUp + kUp + "\r", "42");
+    h.keys("\x04");
+    EXPECT_EQ(h.finish(), 0) << PtyHost::visible(h.output());
+}
+
+} // namespace
