@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "fdio.h"
 #include "console.h"
 #include "text.h"
 #include "qv_assert.h"
@@ -122,16 +123,7 @@ char *resolve_links(const char *path) {
     return nullptr;
 }
 
-bool write_all(int fd, const char *p, size_t n) {
-    while (n > 0) {
-        const ssize_t w = write(fd, p, n);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) return false;
-        p += w;
-        n -= static_cast<size_t>(w);
-    }
-    return true;
-}
+using qv::write_all;
 
 // Output gathered into blocks, so a long history costs few system calls.
 class Writer {

@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "fdio.h"
 #include "quorvel.h"
 #include "quorvel/readline.h"
 
@@ -78,6 +79,10 @@ CharPtr file_name(const char *filename) {
 // The whole of a regular file; errno-style failure in err.
 CharPtr slurp(const char *path, size_t *size, int *err) {
     CharPtr none(nullptr, &free);
+    if (!path) {
+        *err = ENOMEM;
+        return none;
+    }
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         *err = errno;
@@ -118,16 +123,7 @@ CharPtr slurp(const char *path, size_t *size, int *err) {
     return data;
 }
 
-bool write_all(int fd, const char *p, size_t n) {
-    while (n > 0) {
-        const ssize_t w = write(fd, p, n);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) return false;
-        p += w;
-        n -= static_cast<size_t>(w);
-    }
-    return true;
-}
+using qv::write_all;
 
 bool write_lines(int fd, char *const *lines, int n) {
     for (int i = 0; i < n; i++)
@@ -213,11 +209,9 @@ int unstifle_history(void) {
 int history_is_stifled(void) { return list.limit >= 0; }
 
 int read_history(const char *filename) {
-    CharPtr path = file_name(filename);
-    if (!path) return ENOMEM;
     size_t size = 0;
     int err = 0;
-    CharPtr data = slurp(path.get(), &size, &err);
+    CharPtr data = slurp(file_name(filename).get(), &size, &err);
     if (!data) return err;
     each_line(data.get(), size, [&](const char *line, size_t len) {
         if (!err && !push(line, len)) err = ENOMEM;
@@ -247,7 +241,6 @@ int append_history(int n, const char *filename) {
 
 int history_truncate_file(const char *filename, int lines) {
     CharPtr path = file_name(filename);
-    if (!path) return ENOMEM;
     size_t size = 0;
     int err = 0;
     CharPtr data = slurp(path.get(), &size, &err);
