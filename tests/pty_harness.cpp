@@ -154,8 +154,8 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
         std::istringstream words(getenv("QV_HOST_EMULATOR") ? getenv("QV_HOST_EMULATOR") : "");
         for (std::string w; words >> w;) runner.push_back(w);
         std::vector<char *> argv;
+        for (std::string &w : runner) argv.push_back(&w[0]);
         if (options_.program.empty()) {
-            for (std::string &w : runner) argv.push_back(&w[0]);
             argv.push_back(const_cast<char *>(QV_HOST_PATH));
             for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
         } else {

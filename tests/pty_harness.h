@@ -28,7 +28,7 @@ struct HostOptions {
     // shell with job control, so that a stop signal really stops it.
     bool job = false;
     // Non-empty: run this program and arguments instead of the test host
-    // (whose commands are then ignored).
+    // (whose commands are then ignored), under QV_HOST_EMULATOR as the host.
     std::vector<std::string> program;
 };
 

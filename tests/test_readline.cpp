@@ -1,6 +1,7 @@
 // The readline-compatible library: a program written for readline's API
 // (built three ways), and Debian's own sqlite3 and bc with the library
 // preloaded in place of GNU readline.
+#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -124,6 +125,13 @@ std::string sanitizerRuntime() {
     return "";
 }
 
+// The programs are the build machine's: not for a build run under an
+// emulator or valgrind.
+#define SKIP_UNLESS_NATIVE(path)                                                                    \
+    if (access(path, X_OK) != 0) GTEST_SKIP() << path << " is not installed";                      \
+    if (getenv("QV_HOST_EMULATOR") && *getenv("QV_HOST_EMULATOR"))                                  \
+    GTEST_SKIP() << "the host runs under " << getenv("QV_HOST_EMULATOR")
+
 HostOptions preloaded(std::vector<std::string> program, const std::string &dir) {
     HostOptions o;
     o.rows = 24;
@@ -146,7 +154,7 @@ bool loaded(const PtyHost &h) {
     if (!loaded(h)) GTEST_SKIP() << "the preloaded library did not load into the program"
 
 TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
-    if (access("/usr/bin/sqlite3", X_OK) != 0) GTEST_SKIP() << "/usr/bin/sqlite3 is not installed";
+    SKIP_UNLESS_NATIVE("/usr/bin/sqlite3");
     const std::string dir = qvtest::tempDir();
     {
         PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
@@ -170,7 +178,7 @@ TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
 }
 
 TEST(RealPrograms, BcCalculatesAndRecalls) {
-    if (access("/usr/bin/bc", X_OK) != 0) GTEST_SKIP() << "/usr/bin/bc is not installed";
+    SKIP_UNLESS_NATIVE("/usr/bin/bc");
     PtyHost h({}, preloaded({"/usr/bin/bc", "-q"}, qvtest::tempDir()));
     Session s{h};
     h.keys("");

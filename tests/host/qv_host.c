@@ -25,7 +25,7 @@
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  setcb-before
  *   sleep:MS  catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
  *   sigint:default (no SIGINT handler)
- *   completer:words  completer:many=N  completer:bad  completer:none  completer:off
+ *   completer:words  completer:many=N  completer:bad  completer:off
  *   option:ID=VALUE (term_setOption; records OPTION <previous>)
  *   ADDS <answers>       what term_addCompletion answered to bad arguments
  */
@@ -94,30 +94,16 @@ static void complete_bad(const char *text, int cursor, term_completions *out, vo
     fprintf(side, "ADDS %d %d %d %d\n", term_addCompletion(NULL, start, "x"),
             term_addCompletion(out, start, NULL), term_addCompletion(out, -1, "x"),
             term_addCompletion(out, cursor + 1, "x"));
-    fflush(side);
     term_addCompletion(out, start, "\xff\xfe"); /* not UTF-8: dropped */
     term_addCompletion(out, start, "ok");
-}
-
-static void complete_none(const char *text, int cursor, term_completions *out, void *user) {
-    (void)text;
-    (void)cursor;
-    (void)out;
-    (void)user;
 }
 
 static int on_idle_exit(void) {
     exit(3);
 }
 
-static void record(const char *fmt, const char *text) {
-    fprintf(side, fmt, text);
-    fflush(side);
-}
-
 static int on_tick(void) {
     fprintf(side, "TICK %d\n", ++idle_calls);
-    fflush(side);
     return 0;
 }
 
@@ -125,8 +111,7 @@ static int on_idle(void) {
     idle_calls++;
     if (idle_calls >= idle_after && idle_answer != 0) {
         fprintf(side, "IDLE %d\n", idle_calls);
-        fflush(side);
-        return idle_answer;
+            return idle_answer;
     }
     return 0;
 }
@@ -140,7 +125,6 @@ static int is_complete(const wchar_t *text, int length) {
     fprintf(side, "COMPLETE %d", length);
     for (i = 0; i < length; i++) fprintf(side, " %X", (unsigned)text[i]);
     fprintf(side, "\n");
-    fflush(side);
     if (complete_mode == 1) return 0;
     if (complete_mode == 3) {
         for (i = 0; i < length; i++)
@@ -156,30 +140,22 @@ static int is_complete(const wchar_t *text, int length) {
     return depth <= 0;
 }
 
-static int keep_newline(void) {
-    int answer = keep_mode;
-    fprintf(side, "KEEP %d\n", answer);
-    fflush(side);
-    return answer;
-}
-
-/* keepNewline has no arguments; in "backslash" mode the host answers from the
-   text it was last asked about, as a real REPL would. */
+/* keepNewline has no arguments; in "backslash" mode (keep_mode -1) the host
+   answers from the text it was last asked about, as a real REPL would. */
 static int last_ended_in_backslash;
 static int is_complete_tracking(const wchar_t *text, int length) {
     last_ended_in_backslash = ends_in_backslash(text, length);
     return is_complete(text, length);
 }
-static int keep_newline_tracking(void) {
-    int answer = last_ended_in_backslash ? 0 : 1;
+static int keep_newline(void) {
+    int answer = keep_mode >= 0 ? keep_mode : !last_ended_in_backslash;
     fprintf(side, "KEEP %d\n", answer);
-    fflush(side);
     return answer;
 }
 
 static void on_eoi(void) {
     eoi_seen = 1;
-    record("EOI%s\n", "");
+    fprintf(side, "EOI\n");
 }
 
 static void on_sigint(int sig) {
@@ -198,16 +174,15 @@ static void do_read(int kind, char mask, const char *prompt) {
     int have = tcgetattr(1, &before) == 0;
     char *line;
     fprintf(side, "BEGIN %d\n", n);
-    fflush(side);
     line = kind == 2 ? term_getLineUtf8(mask, prompt)
            : kind   ? term_getRawLine(mask, prompt)
                     : term_getLine(mask, prompt);
     if (got_sigint) {
-        record("SIGINT%s\n", "");
+        fprintf(side, "SIGINT\n");
         got_sigint = 0;
     }
     for (int i = 0; i < 5; i++)
-        for (; caught[i] > 0; caught[i]--) record("CAUGHT %s\n", caught_names[i]);
+        for (; caught[i] > 0; caught[i]--) fprintf(side, "CAUGHT %s\n", caught_names[i]);
     fprintf(side, "STATUS %d %d\n", n, term_getStatus());
     if (line) {
         fprintf(side, "LINE %d %zu ", n, strlen(line));
@@ -219,33 +194,21 @@ static void do_read(int kind, char mask, const char *prompt) {
     if (have && tcgetattr(1, &after) == 0)
         fprintf(side, "MODE %d %s\n", n, same_mode(&before, &after) ? "same" : "changed");
     fprintf(side, "END %d\n", n);
-    fflush(side);
     term_free(line);
 }
 
 static void set_callbacks(const char *setting) {
     term_callbacks cb;
     memset(&cb, 0, sizeof cb);
-    if (strcmp(setting, "complete=brackets") == 0) {
-        complete_mode = 0;
+    static const char *const complete_modes[] = {"brackets", "never", "backslash", "marker"};
+    int k;
+    if (strncmp(setting, "complete=", 9) == 0) {
+        for (k = 0; k < 4; k++)
+            if (strcmp(setting + 9, complete_modes[k]) == 0) complete_mode = k;
         cb.isInputComplete = is_complete_tracking;
-    } else if (strcmp(setting, "complete=never") == 0) {
-        complete_mode = 1;
-        cb.isInputComplete = is_complete_tracking;
-    } else if (strcmp(setting, "complete=backslash") == 0) {
-        complete_mode = 2;
-        cb.isInputComplete = is_complete_tracking;
-    } else if (strcmp(setting, "complete=marker") == 0) {
-        complete_mode = 3;
-        cb.isInputComplete = is_complete_tracking;
-    } else if (strcmp(setting, "keep=1") == 0) {
-        keep_mode = 1;
+    } else if (strncmp(setting, "keep=", 5) == 0) {
+        keep_mode = strcmp(setting + 5, "backslash") == 0 ? -1 : atoi(setting + 5);
         cb.keepNewline = keep_newline;
-    } else if (strcmp(setting, "keep=0") == 0) {
-        keep_mode = 0;
-        cb.keepNewline = keep_newline;
-    } else if (strcmp(setting, "keep=backslash") == 0) {
-        cb.keepNewline = keep_newline_tracking;
     } else if (strcmp(setting, "idle=exit") == 0) {
         cb.onIdle = on_idle_exit;
     } else if (strcmp(setting, "idle=tick") == 0) {
@@ -258,7 +221,6 @@ static void set_callbacks(const char *setting) {
         cb.onEndOfInput = on_eoi;
     }
     fprintf(side, "CB %d\n", term_setCallbacks(&cb));
-    fflush(side);
 }
 
 int main(int argc, char **argv) {
@@ -266,6 +228,7 @@ int main(int argc, char **argv) {
     const char *path = getenv("QV_SIDE");
     side = fopen(path ? path : "/dev/null", "w");
     if (!side) return 2;
+    setvbuf(side, NULL, _IOLBF, 0); /* the test reads records as they come */
     signal(SIGINT, on_sigint);
     for (i = 1; i < argc; i++) {
         const char *a = argv[i];
@@ -275,11 +238,9 @@ int main(int argc, char **argv) {
             o.sigint = strcmp(a, "init:sigint") == 0;
             if (strncmp(a, "init:dir=", 9) == 0) o.historydir = a + 9;
             fprintf(side, "INIT %d\n", term_init(&o));
-            fflush(side);
-        } else if (strcmp(a, "init:null") == 0) {
+                } else if (strcmp(a, "init:null") == 0) {
             fprintf(side, "INIT %d\n", term_init(NULL));
-            fflush(side);
-        } else if (strncmp(a, "cb:", 3) == 0) {
+                } else if (strncmp(a, "cb:", 3) == 0) {
             set_callbacks(a + 3);
         } else if (strncmp(a, "line:", 5) == 0) {
             do_read(0, 0, a + 5);
@@ -295,10 +256,8 @@ int main(int argc, char **argv) {
             while (!eoi_seen && reads < 100) do_read(0, 0, a + 6);
         } else if (strncmp(a, "getchar:", 8) == 0) {
             fprintf(side, "BEGIN %d\n", reads);
-            fflush(side);
-            fprintf(side, "CHAR %d\nEND %d\n", term_getChar(atoi(a + 8)), reads++);
-            fflush(side);
-        } else if (strncmp(a, "put:", 4) == 0) {
+                    fprintf(side, "CHAR %d\nEND %d\n", term_getChar(atoi(a + 8)), reads++);
+                } else if (strncmp(a, "put:", 4) == 0) {
             term_putString(a + 4);
         } else if (strncmp(a, "putln:", 6) == 0) {
             term_putStringLn(a + 6);
@@ -313,13 +272,11 @@ int main(int argc, char **argv) {
             term_destroy();
         } else if (strcmp(a, "size") == 0) {
             fprintf(side, "WIDTH %d\nHEIGHT %d\n", term_getConsoleWidth(), term_getConsoleHeight());
-            fflush(side);
-        } else if (strcmp(a, "setcb-before") == 0) {
+                } else if (strcmp(a, "setcb-before") == 0) {
             term_callbacks cb;
             memset(&cb, 0, sizeof cb);
             fprintf(side, "CB %d\n", term_setCallbacks(&cb));
-            fflush(side);
-        } else if (strcmp(a, "catch") == 0) {
+                } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
         } else if (strcmp(a, "completer:words") == 0) {
@@ -329,14 +286,11 @@ int main(int argc, char **argv) {
             term_setCompleter(complete_many, NULL);
         } else if (strcmp(a, "completer:bad") == 0) {
             term_setCompleter(complete_bad, NULL);
-        } else if (strcmp(a, "completer:none") == 0) {
-            term_setCompleter(complete_none, NULL);
         } else if (strcmp(a, "completer:off") == 0) {
             term_setCompleter(NULL, NULL);
         } else if (strncmp(a, "option:", 7) == 0 && strchr(a, '=')) {
             fprintf(side, "OPTION %d\n", term_setOption(atoi(a + 7), atoi(strchr(a, '=') + 1)));
-            fflush(side);
-        } else if (strcmp(a, "sigint:default") == 0) {
+                } else if (strcmp(a, "sigint:default") == 0) {
             signal(SIGINT, SIG_DFL);
         } else if (strncmp(a, "sleep:", 6) == 0) {
             struct timespec ts;
@@ -345,8 +299,7 @@ int main(int argc, char **argv) {
             nanosleep(&ts, NULL);
         } else {
             fprintf(side, "UNKNOWN %s\n", a);
-            fflush(side);
-        }
+                }
     }
     fprintf(side, "EXIT\n");
     fclose(side);
