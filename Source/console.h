@@ -121,6 +121,10 @@ struct console_state {
     int nfresh;
     int capfresh;
     int loading; /* entries now added come from the file */
+    /* Rows laid out and rows the painter compared, since the instance
+       began: the cost of a key, counted rather than timed. */
+    unsigned long rows_laid_out;
+    unsigned long rows_compared;
     /* More keys are waiting: refreshes wait for the end of the burst. */
     int defer;
     int refresh_pending;

@@ -531,6 +531,7 @@ void do_paint(console *c, bool compact = false) {
     in_paint = true;
     const int first = c->paint_first < 0 ? 0 : c->paint_first;
     const int last = c->paint_last < r->input.numlines ? c->paint_last : r->input.numlines - 1;
+    if (c->state && last >= first) c->state->rows_compared += static_cast<unsigned long>(last - first + 1);
     for (int i = first; i <= last; i++) {
         if (!invalidate_vbuf_line(r, i)) continue;
         termchar *shown = r->input.vbuf[i]->chars;
@@ -643,6 +644,7 @@ void layout_input(console *c) {
         for (int j = 0; j < last; j++)
             if (line->chars[j].attr & ATTR_CLUSTER) in->vbuf[y]->chars[j].attr |= ATTR_INVALID;
         touch(c, y);
+        st->rows_laid_out++;
         y++;
         if (!more) break;
         s = next;

@@ -119,6 +119,20 @@ TEST_F(Paint, TypingAtTheEndWritesOneCellAndMovesRight) {
     EXPECT_EQ(take(), ""); // nothing changed, nothing moves
 }
 
+// A key at the end of a long input lays out and compares the rows it can
+// change, not all of them: its cost does not grow with the input.
+TEST_F(Paint, AKeyAtTheEndOfAThousandRowsTouchesOnlyItsRows) {
+    prompt(L"> ");
+    for (int i = 0; i < 1000 * 20 - 6; i++) buffer_insert_char(&c, L'a');
+    action_key_end(&c, 0);
+    take();
+    const console_state before = *c.state;
+    type(L"xy");
+    EXPECT_EQ(take(), "<hpa 16>x<hpa 16><cuf 1><hpa 17>y<hpa 17><cuf 1>");
+    EXPECT_LE(c.state->rows_laid_out - before.rows_laid_out, 4u);
+    EXPECT_LE(c.state->rows_compared - before.rows_compared, 4u);
+}
+
 TEST_F(Paint, MarkedCellsAreWrittenAsSeparateRuns) {
     prompt(L"");
     type(L"abcdef");
