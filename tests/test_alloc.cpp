@@ -28,8 +28,8 @@ namespace {
 
 long fail_from = -1; // allocations left before all of them fail; -1: never
 bool tracking = false;
-constexpr size_t kSlots = 1 << 16;
-void *live[kSlots]; // open addressing; blocks allocated while tracking
+constexpr size_t kSlots = 1 << 14;
+void *live[kSlots]; // blocks allocated while tracking, in no order
 size_t live_count = 0;
 
 bool fail_now() {
@@ -39,8 +39,6 @@ bool fail_now() {
     return false;
 }
 
-size_t slot_of(void *p) { return (reinterpret_cast<uintptr_t>(p) >> 4) & (kSlots - 1); }
-
 // ncurses keeps its loaded description on purpose; only blocks that the
 // library (or libc on its behalf) allocated are tracked.
 bool from_terminfo(void *caller) {
@@ -49,39 +47,18 @@ bool from_terminfo(void *caller) {
 }
 
 void remember(void *p, void *caller) {
-    if (!tracking || !p || from_terminfo(caller)) return;
-    for (size_t i = slot_of(p);; i = (i + 1) & (kSlots - 1))
-        if (!live[i]) {
-            live[i] = p;
-            live_count++;
-            return;
-        }
+    if (tracking && p && live_count < kSlots && !from_terminfo(caller)) live[live_count++] = p;
 }
 
 void forget(void *p) {
-    if (!p || live_count == 0) return;
-    for (size_t i = slot_of(p), n = 0; live[i] && n < kSlots; i = (i + 1) & (kSlots - 1), n++)
+    for (size_t i = live_count; p && i-- > 0;)
         if (live[i] == p) {
-            // Re-insert the rest of the cluster so lookups keep working.
-            live[i] = nullptr;
-            live_count--;
-            for (size_t j = (i + 1) & (kSlots - 1); live[j]; j = (j + 1) & (kSlots - 1)) {
-                void *q = live[j];
-                live[j] = nullptr;
-                live_count--;
-                for (size_t k = slot_of(q);; k = (k + 1) & (kSlots - 1))
-                    if (!live[k]) {
-                        live[k] = q;
-                        live_count++;
-                        break;
-                    }
-            }
+            live[i] = live[--live_count];
             return;
         }
 }
 
 void start_tracking() {
-    memset(live, 0, sizeof live);
     live_count = 0;
     tracking = true;
 }
