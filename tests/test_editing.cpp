@@ -212,13 +212,16 @@ TEST(History, TheWalkKeepsTheTypedLineAndStartsAfresh) {
     EXPECT_EQ(h.lines(), (Lines{"a", "b", "z", "z", "", "z"}));
 }
 
-TEST(History, DuplicatesAndFileContent) {
+// A repeat of the newest entry and an empty line are not kept; a line feed
+// ends a line as Return does.
+TEST(History, DuplicatesEmptyLinesAndFileContent) {
     const std::string dir = qvtest::tempDir();
-    PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "destroy"},
+    PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "line:", "destroy"},
               xterm(20, dir));
-    h.keys("a\ra\rb\ra\r\r");
+    h.keys("a\ra\rb\ra\r\rz\n");
     ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "a\nb\na\n");
+    EXPECT_EQ(h.lines(), (Lines{"a", "a", "b", "a", "", "z"}));
+    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "a\nb\na\nz\n");
 }
 
 // A recalled entry comes back encoded and is drawn as it reads: UTF-8 as
@@ -304,15 +307,6 @@ TEST(Continuation, RawReadsNeverAsk) {
     EXPECT_EQ(h.lines(), (Lines{"(x", "(y"}));
     EXPECT_TRUE(h.records("COMPLETE").empty());
     EXPECT_TRUE(h.records("KEEP").empty());
-}
-
-TEST(Continuation, ReturnWithoutTheCallbackCompletesAndEmptyLinesAreNotKept) {
-    const std::string dir = qvtest::tempDir();
-    PtyHost h({"init:dir=" + dir, "line:", "line:", "destroy"}, xterm(20, dir));
-    h.keys("\rz\n"); // line feed ends a line too
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"", "z"}));
-    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "z\n");
 }
 
 // ---------------------------------------------------------------------------

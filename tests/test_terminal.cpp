@@ -24,10 +24,11 @@ void expectModesRestored(const PtyHost &h) {
 }
 
 TEST(Instance, InitReadsTheSizeAndALineComesBackExactly) {
-    PtyHost h({"init", "size", "line:> ", "destroy"});
+    PtyHost h({"setcb-before", "init", "cb:eoi", "size", "line:> ", "destroy"});
     h.keysSlowly("hi\r"); // typed one key at a time: each key is painted on its own
     ASSERT_EQ(h.finish(), 0);
     EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});
+    EXPECT_EQ(h.records("CB"), (Lines{"CB 0", "CB 1"})); // callbacks need an instance
     EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 20"});
     EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 10"});
     EXPECT_EQ(h.lines(), Lines{"hi"});
@@ -63,12 +64,6 @@ TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
     std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(content, "one\n");
     EXPECT_FALSE(std::ifstream(second + "/term.history").good());
-}
-
-TEST(Instance, CallbacksNeedAnInstance) {
-    PtyHost h({"setcb-before", "init", "cb:eoi", "destroy"});
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.records("CB"), (Lines{"CB 0", "CB 1"}));
 }
 
 // Without cursor addressing (no description, an unknown one, "dumb", or one
