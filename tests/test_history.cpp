@@ -6,6 +6,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <csignal>
@@ -177,22 +178,22 @@ TEST_F(History, LinksAndSpecialFiles) {
     EXPECT_EQ(entries(), (std::vector<std::wstring>{L"one", L"two", L"three"}));
 }
 
-TEST_F(History, LoadHandlesAwkwardFiles) {
-    write_file("");
-    history_load(&c, path.c_str());
-    EXPECT_EQ(c.history->count, 0);
-    write_file("\n\n\n");
-    history_load(&c, path.c_str());
-    EXPECT_EQ(c.history->count, 0);
-    write_file("a\r\nb\r\nno newline");
-    history_load(&c, path.c_str());
-    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"a\r", L"b\r", L"no newline"}));
-}
-
-TEST_F(History, LoadSkipsOnlyTheEntriesItCannotTake) {
-    write_file(std::string("good\nbad \xe9 latin1\nx\0hidden\nafter\n", 33));
-    history_load(&c, path.c_str());
-    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"good", L"after"}));
+// Empty lines give no entry, a CR stays in its entry, the last line needs
+// no line break, and a line that cannot be decoded (Latin-1, a NUL) costs
+// only itself.
+TEST_F(History, LoadTakesEveryLineItCan) {
+    const std::pair<std::string, std::vector<std::wstring>> cases[] = {
+        {"", {}},
+        {"\n\n\n", {}},
+        {"a\r\nb\r\nno newline", {L"a\r", L"b\r", L"no newline"}},
+        {std::string("good\nbad \xe9 latin1\nx\0hidden\nafter\n", 33), {L"good", L"after"}},
+    };
+    for (const auto &k : cases) {
+        history_clear(&c);
+        write_file(k.first);
+        history_load(&c, path.c_str());
+        EXPECT_EQ(entries(), k.second) << k.first;
+    }
 }
 
 TEST_F(History, LoadAppliesTheAddRulesAndAppends) {
