@@ -27,22 +27,11 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kTimeout = std::chrono::seconds(15);
 
 std::string to_utf8(uint32_t cp) {
-    std::string s;
-    if (cp < 0x80) {
-        s += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        s += static_cast<char>(0xC0 | (cp >> 6));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        s += static_cast<char>(0xE0 | (cp >> 12));
-        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        s += static_cast<char>(0xF0 | (cp >> 18));
-        s += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    }
+    if (cp < 0x80) return std::string(1, static_cast<char>(cp));
+    const size_t n = cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+    std::string s(n, '\0');
+    for (size_t i = n - 1; i > 0; i--, cp >>= 6) s[i] = static_cast<char>(0x80 | (cp & 0x3F));
+    s[0] = static_cast<char>((0xF00 >> n) | cp); // 110xxxxx, 1110xxxx or 11110xxx
     return s;
 }
 
@@ -217,79 +206,78 @@ bool PtyHost::isCooked() {
            (t.c_lflag & ISIG) && (t.c_oflag & OPOST) && (t.c_iflag & ICRNL);
 }
 
-void PtyHost::waitCooked() { waitFor(&PtyHost::cookedReady, "the terminal's own mode"); }
-
-void PtyHost::waitFor(bool (PtyHost::*ready)(), const char *what) {
+// Reads the host's output until ready() holds. A time-out, or the host
+// exiting first, throws with what was awaited.
+void PtyHost::until(const std::function<bool()> &ready, const std::function<std::string()> &what) {
     const auto deadline = Clock::now() + kTimeout;
-    while (!(this->*ready)()) {
-        if (Clock::now() > deadline) throw std::runtime_error(std::string("timed out waiting for ") + what);
-        if (!exited_ && waitpid(pid_, &status_, WNOHANG) == pid_) {
-            exited_ = true;
-            throw std::runtime_error(std::string("host exited while waiting for ") + what);
+    while (!ready()) {
+        if (!exited_ && waitpid(pid_, &status_, WNOHANG) == pid_) exited_ = true;
+        if (exited_) {
+            while (drain(0)) {
+            }
+            if (ready()) return;
         }
+        if (exited_ || Clock::now() > deadline)
+            throw std::runtime_error((exited_ ? "the host exited while waiting for " : "timed out waiting for ") +
+                                     what());
         drain(5);
     }
 }
 
+void PtyHost::waitCooked() {
+    until([this] { return isCooked(); }, [] { return "the terminal's own mode"; });
+}
+
+void PtyHost::waitRaw() {
+    until([this] { return isRaw(); }, [] { return "raw mode"; });
+}
+
 void PtyHost::keys(const std::string &bytes) {
-    if (in_pipe_ >= 0) {
-        write_all(in_pipe_, bytes.data(), bytes.size());
-        return;
-    }
+    if (in_pipe_ >= 0) return write_all(in_pipe_, bytes.data(), bytes.size());
     // With standard output elsewhere the library cannot read the mode, so the
     // terminal never goes raw: write at once.
-    if (!options_.stdout_pipe) waitFor(&PtyHost::rawReady, "raw mode");
+    if (!options_.stdout_pipe) waitRaw();
     write_all(master_, bytes.data(), bytes.size());
 }
 
 void PtyHost::keysSlowly(const std::string &bytes) {
     for (char b : bytes) {
-        waitFor(&PtyHost::rawReady, "raw mode");
+        waitRaw();
         write_all(master_, &b, 1);
         while (drain(30)) {
         }
     }
 }
 
-// Waits until the side file holds the record tag.
 void PtyHost::waitSide(const std::string &tag) {
-    const auto deadline = Clock::now() + kTimeout;
-    while (side().find(tag) == std::string::npos) {
-        if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for " + tag);
-        drain(5);
-    }
+    until([&] { return side().find(tag) != std::string::npos; }, [&] { return tag; });
 }
 
 size_t PtyHost::waitOutput(const std::string &text, size_t from) {
-    const auto deadline = Clock::now() + kTimeout;
-    size_t at;
-    while ((at = output_.find(text, from)) == std::string::npos) {
-        if (Clock::now() > deadline)
-            throw std::runtime_error("timed out waiting for \"" + text + "\" in " + visible(output_.substr(from)));
-        drain(5);
-    }
-    return at + text.size();
+    until([&] { return output_.find(text, from) != std::string::npos; },
+          [&] { return "\"" + text + "\" in " + visible(output_.substr(from)); });
+    return output_.find(text, from) + text.size();
 }
 
 void PtyHost::waitScreen(const std::string &text) {
-    const auto deadline = Clock::now() + kTimeout;
-    for (;;) {
-        const Screen now = screen();
-        for (const std::string &row : now.rows)
-            if (row.find(text) != std::string::npos) return;
-        if (Clock::now() > deadline) {
-            std::string rows;
-            for (const std::string &row : now.rows) rows += "|" + row + "|\n";
-            throw std::runtime_error("timed out waiting for \"" + text + "\" on the screen:\n" + rows);
-        }
-        drain(20);
-    }
+    std::vector<std::string> rows;
+    until(
+        [&] {
+            rows = screen().rows;
+            for (const std::string &row : rows)
+                if (row.find(text) != std::string::npos) return true;
+            return false;
+        },
+        [&] {
+            std::string all = "\"" + text + "\" on the screen:\n";
+            for (const std::string &row : rows) all += "|" + row + "|\n";
+            return all;
+        });
 }
 
 void PtyHost::waitRead(int n) {
     waitSide("BEGIN " + std::to_string(n) + "\n");
-    if (in_pipe_ < 0 && options_.stdin_file.empty() && !options_.stdout_pipe)
-        waitFor(&PtyHost::rawReady, "raw mode");
+    if (in_pipe_ < 0 && options_.stdin_file.empty() && !options_.stdout_pipe) waitRaw();
 }
 
 void PtyHost::waitEnd(int n) {
@@ -299,12 +287,8 @@ void PtyHost::waitEnd(int n) {
 }
 
 void PtyHost::settle() {
-    const size_t start = records("TICK").size();
-    const auto deadline = Clock::now() + kTimeout;
-    while (records("TICK").size() < start + 2) {
-        if (Clock::now() > deadline) throw std::runtime_error("timed out waiting for the host to settle");
-        drain(5);
-    }
+    const size_t ticks = records("TICK").size() + 2;
+    until([&] { return records("TICK").size() >= ticks; }, [] { return "the host to settle"; });
     while (drain(0)) {
     }
 }
@@ -336,24 +320,19 @@ void PtyHost::closeInput() {
 
 int PtyHost::finish() {
     const auto deadline = Clock::now() + kTimeout;
-    while (!exited_) {
-        if (waitpid(pid_, &status_, WNOHANG) == pid_) {
-            exited_ = true;
-            break;
-        }
+    while (!exited_ && waitpid(pid_, &status_, WNOHANG) != pid_) {
         if (Clock::now() > deadline) {
             kill(pid_, SIGKILL);
-            waitpid(pid_, &status_, 0);
-            exited_ = true;
-            while (drain(0)) {
-            }
-            return -1;
+            waitpid(pid_, nullptr, 0);
+            status_ = -1;
+            break;
         }
         drain(10);
     }
+    exited_ = true;
     while (drain(0)) {
     }
-    return WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
+    return status_ < 0 ? -1 : WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
 }
 
 std::string PtyHost::side() const { return readFile(side_path_); }
@@ -371,20 +350,16 @@ std::vector<std::string> PtyHost::records(const std::string &tag) const {
 std::vector<std::string> PtyHost::lines() const {
     std::vector<std::string> out;
     const std::string s = side();
-    size_t pos = 0;
-    while (pos < s.size()) {
-        size_t eol = s.find('\n', pos);
+    for (size_t pos = 0; pos < s.size(); pos = s.find('\n', pos) + 1) {
         if (s.compare(pos, 5, "LINE ") == 0) {
-            size_t p = s.find(' ', pos + 5) + 1;
-            size_t sp = s.find(' ', p);
-            const size_t len = std::stoul(s.substr(p, sp - p));
-            out.push_back(s.substr(sp + 1, len));
-            eol = sp + 1 + len;
+            const size_t len_at = s.find(' ', pos + 5) + 1, text_at = s.find(' ', len_at) + 1;
+            const size_t len = std::stoul(s.substr(len_at, text_at - len_at));
+            out.push_back(s.substr(text_at, len));
+            pos = text_at + len;
         } else if (s.compare(pos, 5, "NULL ") == 0) {
             out.push_back("<NULL>");
         }
-        if (eol == std::string::npos) break;
-        pos = eol + 1;
+        if (s.find('\n', pos) == std::string::npos) break;
     }
     return out;
 }

@@ -2,6 +2,7 @@
 // see: the exact bytes written, and the screen libvterm renders from them.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -85,11 +86,10 @@ class PtyHost {
 
   private:
     bool drain(int timeout_ms);
+    void until(const std::function<bool()> &ready, const std::function<std::string()> &what);
     void waitSide(const std::string &tag);
+    void waitRaw();
     bool isRaw();
-    void waitFor(bool (PtyHost::*ready)(), const char *what);
-    bool rawReady() { return isRaw(); }
-    bool cookedReady() { return isCooked(); }
 
     HostOptions options_;
     int master_ = -1;
@@ -104,7 +104,7 @@ class PtyHost {
         size_t at;
         int rows, cols;
     };
-    std::vector<Resize> resizes_;
+    std::vector<Resize> resizes_; // where in the output the window changed size
 };
 
 // Directory of the compiled test terminal descriptions.
