@@ -82,6 +82,12 @@ std::string tempDir() {
     return buf.data();
 }
 
+std::string historyDir(const std::string &content) {
+    const std::string dir = tempDir();
+    std::ofstream(dir + "/term.history", std::ios::binary) << content;
+    return dir;
+}
+
 std::string readFile(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream ss;
@@ -333,6 +339,13 @@ int PtyHost::finish() {
     while (drain(0)) {
     }
     return status_ < 0 ? -1 : WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
+}
+
+Lines PtyHost::typed(const std::string &bytes) {
+    if (!bytes.empty()) keys(bytes);
+    const int status = finish();
+    if (status != 0) throw std::runtime_error("the host exited with status " + std::to_string(status));
+    return lines();
 }
 
 std::string PtyHost::side() const { return readFile(side_path_); }

@@ -73,6 +73,9 @@ class PtyHost {
     void closeInput();
     // Waits for the host to exit; answers its exit status (-1 on a time-out).
     int finish();
+    // Types keys, waits for the host to exit (throwing unless it exits with
+    // status 0), and answers the lines its reads returned.
+    std::vector<std::string> typed(const std::string &keys);
 
     const std::string &output() const { return output_; }
     std::string side() const;
@@ -107,6 +110,22 @@ class PtyHost {
     std::vector<Resize> resizes_; // where in the output the window changed size
 };
 
+using Lines = std::vector<std::string>;
+
+// Keys as xterm sends them.
+inline const std::string kUp = "\x1b[A", kDown = "\x1b[B", kRight = "\x1b[C", kLeft = "\x1b[D",
+                         kPageUp = "\x1b[5~", kPageDown = "\x1b[6~", kDelete = "\x1b[3~";
+
+inline HostOptions xterm(int cols = 20, int rows = 10) {
+    HostOptions o;
+    o.term = "xterm-256color";
+    o.cols = cols;
+    o.rows = rows;
+    return o;
+}
+
+// A fresh directory whose term.history holds content.
+std::string historyDir(const std::string &content);
 // Directory of the compiled test terminal descriptions.
 std::string terminfoDir();
 // A fresh empty directory under the system's temporary directory.

@@ -3,21 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "pty_harness.h"
 
-using qvtest::HostOptions;
-using qvtest::PtyHost;
+using namespace qvtest;
 
 namespace {
-
-using Lines = std::vector<std::string>;
-
-const std::string kUp = "\x1b[A", kDown = "\x1b[B", kLeft = "\x1b[D", kRight = "\x1b[C";
-const std::string kPageUp = "\x1b[5~", kPageDown = "\x1b[6~", kDelete = "\x1b[3~";
 
 std::string times(int n, const std::string &s) {
     std::string out;
@@ -25,26 +16,24 @@ std::string times(int n, const std::string &s) {
     return out;
 }
 
-HostOptions xterm(int cols = 20, const std::string &dir = "") {
-    HostOptions o;
-    o.term = "xterm-256color";
-    o.cols = cols;
-    o.rows = 10;
-    o.cwd = dir;
-    return o;
+int count(const std::string &s, const std::string &part) {
+    int n = 0;
+    for (size_t at = s.find(part); at != std::string::npos; at = s.find(part, at + 1)) n++;
+    return n;
 }
 
 // ---------------------------------------------------------------------------
 // Every key the default map binds, typed at least once
 
-// Each row: what is typed into a fresh read over the history "older" and
-// "newer", and the line that comes back. A binding lost or swapped changes
-// the line.
+// Each row: what is typed into a fresh read over the history "older",
+// "newer" and the rows before, and the line that comes back. A binding lost
+// or swapped changes the line.
 TEST(Keys, EveryDefaultKeyDoesItsWork) {
     struct Row {
         std::string keys, line;
     };
-    const std::string end = "\x05", home = "\x01";
+    const std::string end = "\x05", home = "\x01", alt_b = "\x1b" "b", alt_d = "\x1b" "d";
+    const std::string ctrl_left = "\x1b[1;5D", ctrl_right = "\x1b[1;5C";
     const Row rows[] = {
         {kUp + kUp + kDown, "newer"},                     // Up, Down (history first:
         {"\x10\x10\x0e", "newer"},                         // Ctrl-P, Ctrl-N  every line
@@ -63,80 +52,86 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
         {"one two\x17" "X", "one X"},                      // Ctrl-W
         {" \x17" "X", "X"},                                // over leading blanks too
         {"one two\x1b\x7f" "X", "one X"},                  // Alt-Backspace
-        {"one two" + home + "\x1b" "d" "X", "X two"},      // Alt-d
-        {"one two\x1b" "b" "X\x1b" "f" "Y", "one XtwoY"},  // Alt-b, Alt-f
-        {"one two\x1b[1;5D" "X\x1b[1;5C" "Y", "one XtwoY"}, // Ctrl-Left, Ctrl-Right
+        {"one two" + home + alt_d + "X", "X two"},         // Alt-d
+        {"one two" + alt_b + "X\x1b" "f" "Y", "one XtwoY"},  // Alt-b, Alt-f
+        {"one two" + ctrl_left + "X" + ctrl_right + "Y", "one XtwoY"}, // Ctrl-Left, Ctrl-Right
+        // Words are letters and digits in any script.
+        {"alpha beta.gamma" + ctrl_left + alt_b + alt_d + ctrl_right + "X", "alpha .gammaX"},
+        {"\xd0\xbf\xd1\x80\xd0\xb8 \xd0\xbc\xd0\xb8\xd1\x80" + alt_b + alt_b + alt_d + "X", "X \xd0\xbc\xd0\xb8\xd1\x80"},
+        // Kills go to the ring, and kills in a row make one entry.
         {"ab\x15" "c\x19\x19", "cabab"},                    // Ctrl-U, Ctrl-Y
         {"ab\x15" "cd\x15\x19\x1b" "y", "ab"},              // Alt-y
+        {"one two three\x17\x17\x19" "!", "one two three!"},
         {"ab\x14", "ba"},                                  // Ctrl-T
-        {"ab c\x1f", ""},                                  // Ctrl-_
+        {"ab c\x1f", ""},                                  // Ctrl-_: typing in a row is one step
+        {"hello world\x17\x1f\x1f" "z", "z"},
+        {"ab\x14" "c" + home + "\x1b[2~" "X", "Xac"},      // Insert; transposing is a step
+        {"ab" + home + "Y", "Yab"},                        // every read starts inserting
+        {kUp + "X\x1f\x1f", "Yab"},                        // a recall is as far back as undo goes
         {"a\x16\x01" "b", "a\x01" "b"},                     // Ctrl-V
-        {"abc" + home + "\x1b[2~" "XY", "XYc"},            // Insert
         {"a\x0c" "b\x1a" "c\x1d" "d", "abcd"},              // Ctrl-L, Ctrl-Z, unbound
+        // The buffer grows under the cursor and keeps the continuation's start.
+        {std::string(511, 'a') + kLeft + "bc", std::string(510, 'a') + "bca"},
+        {"(\n" + std::string(600, 'y') + home + "Z)", "(Z)" + std::string(600, 'y')},
     };
-    const std::string dir = qvtest::tempDir();
-    std::ofstream(dir + "/term.history") << "older\nnewer\n";
-    std::vector<std::string> commands{"init:dir=" + dir, "load"};
+    const std::string dir = historyDir("older\nnewer\n");
+    std::vector<std::string> commands{"init:dir=" + dir, "cb:complete=brackets", "load"};
     std::string keys;
     Lines want;
     for (const Row &r : rows) {
-        commands.push_back("line:");
+        commands.push_back("utf8:");
         keys += r.keys + "\n"; // Ctrl-J enters, as Return does
         want.push_back(r.line);
     }
     commands.push_back("line:");
-    keys += "last\r";
     want.push_back("last");
-    PtyHost h(commands, xterm(40, dir));
-    h.keys(keys);
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), want);
-}
-
-// ---------------------------------------------------------------------------
-// Wrapping, insertion and deletion on a real terminal's screen
-
-TEST(Screen, CtrlGKeepsTheTextAndStartsAFreshPrompt) {
-    PtyHost h({"init", "line:> ", "destroy"}, xterm());
-    h.keysSlowly(std::string(25, 'g') + times(5, kLeft) + "\x07" + "new\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"new"});
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> " + std::string(18, 'g'));
-    EXPECT_EQ(s.row(1), std::string(7, 'g'));
-    EXPECT_EQ(s.row(2), "> new");
-}
-
-TEST(Screen, KillDeleteInsertKeyAndSuspend) {
-    PtyHost h({"init", "line:", "destroy"}, xterm());
-    h.keysSlowly("abcd" + times(2, kLeft) + "\x0b" + "\x1a" + "\x1b[2~" + "Z" + "\x01" + kDelete +
-                 "\x04" + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"Z"});
-    EXPECT_EQ(h.screen().row(0), "Z");
+    PtyHost h(commands, xterm(40));
+    const Lines got = h.typed(keys + "last\r");
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i], want[i]) << PtyHost::visible(rows[std::min(i, std::size(rows) - 1)].keys);
 }
 
 // ---------------------------------------------------------------------------
 // The screen shows the text the host gets: edits that once drew one text and
 // returned another
 
-TEST(ScreenTruth, KillOnAWrappedRowKeepsTheRowsLinked) {
+TEST(Screen, CtrlGKeepsTheTextAndStartsAFreshPrompt) {
     PtyHost h({"init", "line:> ", "destroy"}, xterm());
-    h.keys("abcdefghijklmnopqrstuvwxy" + times(3, kLeft) + "\x0b" + "\x01" + "X\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"Xabcdefghijklmnopqrstuv"});
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> Xabcdefghijklmnopq");
-    EXPECT_EQ(s.row(1), "rstuv");
+    h.keysSlowly(std::string(25, 'g') + times(5, kLeft) + "\x07");
+    EXPECT_EQ(h.typed("new\r"), Lines{"new"});
+    const Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> " + std::string(18, 'g'));
+    EXPECT_EQ(s.row(1), std::string(7, 'g'));
+    EXPECT_EQ(s.row(2), "> new");
 }
 
-TEST(ScreenTruth, APromptAsWideAsTheTerminal) {
+// A key pushes text from three full rows into a fourth and pulls it back.
+TEST(Screen, RowsGrowAndShrink) {
+    PtyHost h({"init", "cb:idle=tick", "line:", "destroy"}, xterm());
+    h.keys(std::string(60, 'a') + "b" + times(61, kLeft) + "X");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "X" + std::string(19, 'a'));
+    EXPECT_EQ(h.screen().row(3), "ab");
+    h.keys(kLeft + kDelete);
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), std::string(20, 'a'));
+    EXPECT_EQ(h.screen().row(3), "b");
+    EXPECT_EQ(h.typed("\r"), Lines{std::string(60, 'a') + "b"});
+}
+
+TEST(Screen, KillOnAWrappedRowKeepsTheRowsLinked) {
+    PtyHost h({"init", "line:> ", "destroy"}, xterm());
+    EXPECT_EQ(h.typed("abcdefghijklmnopqrstuvwxy" + times(3, kLeft) + "\x0b" + "\x01" + "X\r"),
+              Lines{"Xabcdefghijklmnopqrstuv"});
+    EXPECT_EQ(h.screen().row(0), "> Xabcdefghijklmnopq");
+    EXPECT_EQ(h.screen().row(1), "rstuv");
+}
+
+TEST(Screen, APromptAsWideAsTheTerminal) {
     const std::string prompt(20, '%');
     PtyHost h({"init", "line:" + prompt, "line:" + prompt + "%%", "destroy"}, xterm());
-    h.keys("abc\x01XY\r" "de\x01Z\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"XYabc", "Zde"}));
-    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(h.typed("abc\x01XY\r" "de\x01Z\r"), (Lines{"XYabc", "Zde"}));
+    const Screen s = h.screen();
     EXPECT_EQ(s.row(0), prompt);
     EXPECT_EQ(s.row(1), "XYabc");
     // A wider prompt is cut one column short, and the text starts there.
@@ -144,84 +139,72 @@ TEST(ScreenTruth, APromptAsWideAsTheTerminal) {
     EXPECT_EQ(s.row(3), "de");
 }
 
-TEST(ScreenTruth, HistoryRecallReplacesEveryRowOfAContinuedInput) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"},
-              xterm());
-    h.keys("one\r(" + std::string(30, 'x') + "\r" + "more" + kUp + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"one", "one"}));
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(1), "> one");
-    for (int r = 2; r < 6; r++) EXPECT_EQ(s.row(r), "") << r;
+// Ctrl-L clears the screen and draws a three-row input at the top; Ctrl-V
+// puts a control key in as text.
+TEST(Screen, ClearScreenAndQuotedInsert) {
+    PtyHost h({"init", "cb:idle=tick", "putln:earlier output", "line:> ", "destroy"}, xterm());
+    std::string text;
+    for (int i = 0; i < 40; i++) text += static_cast<char>('a' + i % 26);
+    h.keys(text + "\x16\t" + kLeft + kLeft + "\x0c");
+    h.settle();
+    const Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> " + text.substr(0, 18));
+    EXPECT_EQ(s.row(1), text.substr(18, 20));
+    EXPECT_EQ(s.row(2), text.substr(38) + "^I");
+    EXPECT_EQ(s.row(3), "");
+    EXPECT_EQ(s.cursor_row, 2);
+    EXPECT_EQ(s.cursor_col, 1);
+    EXPECT_EQ(h.typed("\r"), Lines{text + "\t"});
 }
 
 // ---------------------------------------------------------------------------
 // Masked reads
 
 TEST(Mask, ShowsTheMaskAndNeverRecallsOrKeepsALine) {
-    const std::string dir = qvtest::tempDir();
-    std::ofstream(dir + "/term.history") << "hunter\n";
-    PtyHost h({"init:dir=" + dir, "load", "mask:*:pw: ", "destroy"}, xterm(20, dir));
-    h.keys("secret" + kUp + kDown + kPageUp + kPageDown + kUp + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"secret"});
+    const std::string dir = historyDir("hunter\n");
+    PtyHost h({"init:dir=" + dir, "load", "mask:*:pw: ", "destroy"}, xterm());
+    EXPECT_EQ(h.typed("secret" + kUp + kDown + kPageUp + kPageDown + kUp + "\r"), Lines{"secret"});
     EXPECT_EQ(h.screen().row(0), "pw: ******");
     // No byte of a masked line, typed or recalled, ever reaches the terminal:
     // the only lower-case letters xterm's motions never use are the prompt's.
     std::string shown = h.output();
     for (const std::string paste_mode : {"\x1b[?2004h", "\x1b[?2004l"})
         for (size_t at; (at = shown.find(paste_mode)) != std::string::npos;) shown.erase(at, paste_mode.size());
-    for (char ch : shown)
-        if (ch >= 'a' && ch <= 'z') {
-            EXPECT_TRUE(ch == 'p' || ch == 'w') << PtyHost::visible(h.output());
-        }
-    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "hunter\n");
+    for (char ch : shown) EXPECT_TRUE(ch < 'a' || ch > 'z' || ch == 'p' || ch == 'w') << PtyHost::visible(h.output());
+    EXPECT_EQ(readFile(dir + "/term.history"), "hunter\n");
 }
 
 // ---------------------------------------------------------------------------
 // History recall
 
 TEST(History, WalkingUpAndDownBringsTheTypedTextBack) {
-    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
-    h.keys("one\rtwo\r" + std::string("abc") + kUp + kUp + kDown + kDown + kDown + "!\r" +
-           // an edited recalled entry becomes the saved line
-           "xyz" + kUp + "2" + kUp + kDown + kDown + "\r" +
-           // Up at the oldest stays there
-           times(9, kUp) + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"one", "two", "abc!", "abc!2", "one"}));
-}
-
-TEST(History, PageUpAndPageDown) {
-    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
-    h.keys("first\rsecond\r" + kPageUp + "\r" + std::string("typed") + kPageDown + "x\r" +
-           kPageDown + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"first", "second", "first", "x", ""}));
+    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
+    EXPECT_EQ(h.typed("one\rtwo\r" + std::string("abc") + kUp + kUp + kDown + kDown + kDown + "!\r" +
+                      // an edited recalled entry becomes the saved line
+                      "xyz" + kUp + "2" + kUp + kDown + kDown + "\r" +
+                      // Up at the oldest stays there; Page Down from a typed line empties it
+                      times(9, kUp) + "\r" + "typed" + kPageDown + "x\r"),
+              (Lines{"one", "two", "abc!", "abc!2", "one", "x"}));
 }
 
 // The walk never loses the typed line and starts afresh after an abandoned
 // or empty read.
 TEST(History, TheWalkKeepsTheTypedLineAndStartsAfresh) {
     PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
-    h.keys("a\rb\r" + std::string("z") + kPageUp + kDown + kDown + "\r" + // Page Up keeps "z"
-           kUp + "\x07" + kUp + "\r" +                                    // afresh after Ctrl-G
-           kUp + kUp + "\x01\x0b\r" +                                     // an empty line...
-           kUp + "\r");                                                    // ...then afresh
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"a", "b", "z", "z", "", "z"}));
+    EXPECT_EQ(h.typed("a\rb\r" + std::string("z") + kPageUp + kDown + kDown + "\r" + // Page Up keeps "z"
+                      kUp + "\x07" + kUp + "\r" +                                    // afresh after Ctrl-G
+                      kUp + kUp + "\x01\x0b\r" +                                     // an empty line...
+                      kUp + "\r"),                                                    // ...then afresh
+              (Lines{"a", "b", "z", "z", "", "z"}));
 }
 
 // A repeat of the newest entry and an empty line are not kept; a line feed
 // ends a line as Return does.
 TEST(History, DuplicatesEmptyLinesAndFileContent) {
-    const std::string dir = qvtest::tempDir();
-    PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "line:", "destroy"},
-              xterm(20, dir));
-    h.keys("a\ra\rb\ra\r\rz\n");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"a", "a", "b", "a", "", "z"}));
-    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "a\nb\na\nz\n");
+    const std::string dir = tempDir();
+    PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
+    EXPECT_EQ(h.typed("a\ra\rb\ra\r\rz\n"), (Lines{"a", "a", "b", "a", "", "z"}));
+    EXPECT_EQ(readFile(dir + "/term.history"), "a\nb\na\nz\n");
 }
 
 // A recalled entry comes back encoded and is drawn as it reads: UTF-8 as
@@ -236,54 +219,96 @@ TEST(History, RecalledEntriesComeBackEncodedAndDrawnAsTheyRead) {
         {"a\tb\x1b[31mc", "a\tb\x1b[31mc", "> a^Ib^[[31mc"},
     };
     for (const Case &k : cases) {
-        const std::string dir = qvtest::tempDir();
-        std::ofstream(dir + "/term.history") << k.file << "\n";
-        PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm(20, dir));
-        h.keys(kUp + "\r");
-        ASSERT_EQ(h.finish(), 0);
-        EXPECT_EQ(h.lines(), Lines{k.line});
+        const std::string dir = historyDir(k.file + "\n");
+        PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm());
+        EXPECT_EQ(h.typed(kUp + "\r"), Lines{k.line});
         EXPECT_EQ(h.screen().row(0), k.row);
     }
+}
+
+// A hint shows the rest of the newest matching entry, dim; Right takes it,
+// other keys go on as if it were not there, and it is gone at Return. A
+// terminal without dim shows none.
+TEST(History, HintsAcceptedIgnoredAndGone) {
+    const std::string dir = historyDir("git commit\ngit status\n");
+    PtyHost h({"option:2=1", "init:dir=" + dir, "cb:idle=tick", "load", "line:> ", "line:> ", "line:> ", "destroy"},
+              xterm(30));
+    h.keys("git s");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "> git status");
+    EXPECT_EQ(h.screen().cursor_col, 7);
+    EXPECT_NE(h.output().find("\x1b[2m"), std::string::npos); // dim
+    h.keys(kRight + "\r" + "git cx\r" + "git co");
+    h.settle();
+    EXPECT_EQ(h.screen().row(2), "> git commit");
+    EXPECT_EQ(h.typed("\r"), (Lines{"git status", "git cx", "git co"}));
+    EXPECT_EQ(h.screen().row(2), "> git co");
+
+    HostOptions nodim = xterm(30);
+    nodim.term = "qv-xterm-nodim";
+    PtyHost plain({"option:2=1", "init:dir=" + dir, "load", "line:> ", "destroy"}, nodim);
+    EXPECT_EQ(plain.typed("git s\r"), Lines{"git s"});
+    EXPECT_EQ(plain.output().find("tatus"), std::string::npos);
+}
+
+// Ctrl-R narrows, repeats, fails and widens again; Return takes the match,
+// Ctrl-G gives the line back, and a motion key takes the match to edit it.
+TEST(History, SearchFindsTakesAndGivesBack) {
+    const std::string dir = historyDir("make test\ngit commit\nmake bench\nls \xe4\xb8\xad\xe6\x96\x87\n");
+    PtyHost h({"init:dir=" + dir, "cb:idle=tick", "load", "line:> ", "line:> ", "line:> ", "destroy"}, xterm(60));
+    h.keys("\x12make");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "(reverse-i-search)`make': make bench");
+    h.keys("\x12" "x");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "(failing reverse-i-search)`makex': make test");
+    h.keys("\x7f\r");
+    h.waitEnd(0);
+    h.keys("typed\x12git\x07!\r");
+    h.waitEnd(1);
+    EXPECT_EQ(h.typed("\x12\xe4\xb8\xad" + kRight + "!\r"), (Lines{"make test", "typed!", "ls \\:4E2D!\\:6587"}));
 }
 
 // ---------------------------------------------------------------------------
 // Return, completion and continuation lines
 
 TEST(Continuation, KeptLineBreaks) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "line:> ", "destroy"},
+    const std::string dir = tempDir();
+    PtyHost h({"init:dir=" + dir, "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "line:> ", "line:> ",
+               "destroy"},
               xterm());
     // Home on a continuation line goes to its start, after the line break.
-    h.keys("x(\ry" + std::string("\x01") + "Z" + "\x05" + ")\r" +
-           // Backspace reaches back across the line break into the first line,
-           "(ab\r\x7f\x7f)\r" +
-           // and Left into it, on screen too.
-           "(abc\r" + kLeft + kLeft + "X" + "\x05" + ")\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"x(\nZy)", "(a)", "(abXc\n)"}));
+    EXPECT_EQ(h.typed("x(\ry" + std::string("\x01") + "Z" + "\x05" + ")\r" +
+                      // Backspace reaches back across the line break into the first line,
+                      "(ab\r\x7f\x7f)\r" +
+                      // and Left into it, on screen too;
+                      "(abc\r" + kLeft + kLeft + "X" + "\x05" + ")\r" +
+                      // a kill reaches across it and comes back with it.
+                      "(ab\rcd" + times(3, kLeft) + "\x0b" "x\x19" ")\r"),
+              (Lines{"x(\nZy)", "(a)", "(abXc\n)", "(abx\ncd)"}));
     EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 2 78 28");
     EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 A 5A 79 29");
-    const qvtest::Screen s = h.screen();
+    const Screen s = h.screen();
     EXPECT_EQ(s.row(0), "> x(");
     EXPECT_EQ(s.row(1), "  Zy)");
     // The merged second input is drawn as the one line it became.
     EXPECT_EQ(s.row(2), "> (a)");
     EXPECT_EQ(s.row(3), "> (abXc");
     EXPECT_EQ(s.row(4), "  )");
+    EXPECT_EQ(s.row(5), "> (abx");
+    EXPECT_EQ(s.row(6), "  cd)");
+    // A history entry is one line.
+    EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\n");
 }
 
 TEST(Continuation, TrailingBackslashIsRemoved) {
-    const std::string dir = qvtest::tempDir();
-    PtyHost h({"init:dir=" + dir, "cb:complete=backslash", "cb:keep=backslash", "line:> ",
-               "destroy"},
-              xterm(20, dir));
-    h.keys("abc\\\rdef\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"abcdef"});
+    const std::string dir = tempDir();
+    PtyHost h({"init:dir=" + dir, "cb:complete=backslash", "cb:keep=backslash", "line:> ", "destroy"}, xterm());
+    EXPECT_EQ(h.typed("abc\\\rdef\r"), Lines{"abcdef"});
     EXPECT_EQ(h.records("KEEP"), Lines{"KEEP 0"});
-    EXPECT_EQ(qvtest::readFile(dir + "/term.history"), "abcdef\n");
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> abc\\");
-    EXPECT_EQ(s.row(1), "  def");
+    EXPECT_EQ(readFile(dir + "/term.history"), "abcdef\n");
+    EXPECT_EQ(h.screen().row(0), "> abc\\");
+    EXPECT_EQ(h.screen().row(1), "  def");
 }
 
 TEST(Continuation, WithoutAKeptLineBreakTheNextLineIsAppended) {
@@ -291,37 +316,104 @@ TEST(Continuation, WithoutAKeptLineBreakTheNextLineIsAppended) {
     // drop: either way the lines join, and the screen shows them apart.
     for (const char *keep : {"cb:none", "cb:keep=0"}) {
         PtyHost h({"init", "cb:complete=brackets", keep, "line:> ", "destroy"}, xterm());
-        h.keys("(x\ry)\r");
-        ASSERT_EQ(h.finish(), 0) << keep;
-        EXPECT_EQ(h.lines(), Lines{"(xy)"}) << keep;
+        EXPECT_EQ(h.typed("(x\ry)\r"), Lines{"(xy)"}) << keep;
         EXPECT_EQ(h.screen().row(0), "> (x") << keep;
         EXPECT_EQ(h.screen().row(1), "  y)") << keep;
     }
 }
 
 TEST(Continuation, RawReadsNeverAsk) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:", "destroy"},
-              xterm());
-    h.keys("(x\r(y\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"(x", "(y"}));
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:", "destroy"}, xterm());
+    EXPECT_EQ(h.typed("(x\r(y\r"), (Lines{"(x", "(y"}));
     EXPECT_TRUE(h.records("COMPLETE").empty());
     EXPECT_TRUE(h.records("KEEP").empty());
 }
 
-// ---------------------------------------------------------------------------
-// End of input
+// A continued input replaced by a recalled entry leaves no row behind, and
+// Home goes to the entry's start.
+TEST(Continuation, HistoryRecallReplacesEveryRow) {
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"}, xterm());
+    EXPECT_EQ(h.typed("one\r(" + std::string(30, 'x') + "\r" + "more" + kUp + "\x01X\r"), (Lines{"one", "Xone"}));
+    const Screen s = h.screen();
+    EXPECT_EQ(s.row(1), "> Xone");
+    for (int r = 2; r < 6; r++) EXPECT_EQ(s.row(r), "") << r;
+}
 
-TEST(EndOfInput, CtrlDOnAnEmptyLine) {
+// Ctrl-D deletes while there is text, ends the input once it is empty; the
+// read after that returns after one key and reports the end again.
+TEST(Continuation, CtrlDOnAnEmptyLine) {
     PtyHost h({"init", "cb:eoi", "lines:", "line:", "destroy"}, xterm());
     h.keys("ab\x04\x7f\x7f\x04");
     h.waitRead(1);
-    h.keys("q");
-    ASSERT_EQ(h.finish(), 0);
-    // Ctrl-D deletes while there is text, ends the input once it is empty;
-    // the read after that returns after one key and reports the end again.
-    EXPECT_EQ(h.lines(), (Lines{"", "q"}));
+    EXPECT_EQ(h.typed("q"), (Lines{"", "q"}));
     EXPECT_EQ(h.records("EOI").size(), 2u);
+}
+
+// ---------------------------------------------------------------------------
+// Tab completion
+
+// One candidate goes in; several give their common prefix and, on a second
+// Tab, a sorted list under the input with the input drawn again below it;
+// none changes nothing. UTF-8 candidates and prefixes work alike.
+TEST(Completion, OneSeveralAndNoCandidates) {
+    PtyHost h({"completer:words", "init", "line:> ", "line:> ", "line:> ", "line:> ", "destroy"}, xterm(30));
+    EXPECT_EQ(h.typed("pri\t\tv\t\r" "pr\tin\t\r" "zz\t\r" "\xc3\xa9t\t!\r"),
+              (Lines{"private", "print", "zz", "\\:00E9t\\:00E9!"}));
+    const Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> pri");
+    EXPECT_EQ(s.row(1), "print    printf   private");
+    EXPECT_EQ(s.row(2), "> private");
+}
+
+// Past 100 candidates the list waits for a yes; 10,000 leave the editor
+// working; a completer's bad arguments and invalid text are refused.
+TEST(Completion, ManyAndBadCandidates) {
+    PtyHost h({"completer:many=10000", "init", "line:> ", "completer:bad", "line:> ", "destroy"}, xterm(30, 12));
+    EXPECT_EQ(h.typed("it\t\tnx\t\t\r" "o\t\r"), (Lines{"itemx", "ok"}));
+    EXPECT_NE(h.output().find("Display all 10000 possibilities? (y or n)"), std::string::npos);
+    EXPECT_EQ(h.records("ADDS"), Lines{"ADDS 0 0 0 0"});
+
+    PtyHost listed({"completer:many=150", "init", "line:> ", "destroy"}, xterm(30, 12));
+    EXPECT_EQ(listed.typed("item\t\ty\r"), Lines{"item"});
+    const Screen s = listed.screen();
+    EXPECT_EQ(s.row(9), "item049  item099  item149"); // the last row of the list,
+    EXPECT_EQ(s.row(10), "> item");                    // then the input again
+}
+
+// ---------------------------------------------------------------------------
+// Bracketed paste and options
+
+// A bracketed paste of several lines is inserted, not run; one cut off by
+// the end of the input loses nothing; bracketing is turned off on every
+// path out of a read.
+TEST(Paste, MultiLinePastesAreInsertedNotRun) {
+    const std::string start = "\x1b[200~", end = "\x1b[201~";
+    PtyHost h({"init:sigint", "line:> ", "line:> ", "line:> ", "line:> ", "destroy"}, xterm(30));
+    EXPECT_EQ(h.typed(start + "echo one\recho \x1b[31mtwo\r" + end + "\r" + "a\r" + "\x03" + "\x04"),
+              (Lines{"echo one\necho two\n", "a", "", ""})); // the colour sequence is dropped
+    EXPECT_EQ(h.screen().row(0), "> echo one");
+    EXPECT_EQ(h.screen().row(1), "  echo two");
+    // On at the start of every read, off on every way out of it: Return,
+    // Ctrl-C with the sigint option, end of input.
+    const std::string out = h.output();
+    EXPECT_EQ(count(out, "\x1b[?2004h"), 4);
+    EXPECT_EQ(count(out, "\x1b[?2004l"), 4);
+    EXPECT_LT(out.rfind("\x1b[?2004h"), out.rfind("\x1b[?2004l"));
+
+    HostOptions piped = xterm(30);
+    piped.stdin_pipe = true;
+    PtyHost cut({"init", "line:> ", "destroy"}, piped);
+    cut.waitRead(0);
+    cut.keys(start + "abc\rdef");
+    cut.closeInput();
+    EXPECT_EQ(cut.typed(""), Lines{"abc\ndef"});
+}
+
+// With UTF-8 input off, bytes above 127 do nothing, as they once did.
+TEST(Options, Utf8InputCanBeTurnedOff) {
+    PtyHost h({"option:3=0", "option:3=0", "option:99=1", "init", "line:", "destroy"}, xterm(30));
+    EXPECT_EQ(h.typed("a\xc3\xa9" "b\r"), Lines{"ab"});
+    EXPECT_EQ(h.records("OPTION"), (Lines{"OPTION 1", "OPTION 0", "OPTION -1"}));
 }
 
 } // namespace

@@ -12,12 +12,9 @@
 
 #include "pty_harness.h"
 
-using qvtest::HostOptions;
-using qvtest::PtyHost;
+using namespace qvtest;
 
 namespace {
-
-const std::string kUp = "\x1b[A";
 
 HostOptions rlOptions(const std::string &host) {
     HostOptions o;
@@ -54,7 +51,7 @@ class ReadlineHost : public ::testing::TestWithParam<const char *> {};
 
 TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     HostOptions o = rlOptions(GetParam());
-    o.cwd = qvtest::tempDir();
+    o.cwd = tempDir();
     std::ofstream(o.cwd + "/notes.txt") << "x";
     PtyHost h({}, o);
     Session s{h};
@@ -80,7 +77,7 @@ INSTANTIATE_TEST_SUITE_P(Builds, ReadlineHost,
 // History calls and files, seen through Up and through the files.
 TEST(ReadlineHistory, FilesStifleAndRecall) {
     HostOptions o = rlOptions(QV_RL_HOST_SHARED);
-    o.cwd = qvtest::tempDir();
+    o.cwd = tempDir();
     const std::string dir = o.cwd;
     PtyHost h({}, o);
     Session s{h};
@@ -89,7 +86,7 @@ TEST(ReadlineHistory, FilesStifleAndRecall) {
     s.expect("two\r", "got[two]");
     s.expect("three\r", "got[three]");
     s.expect("!write h1\r", "= 0");
-    EXPECT_EQ(qvtest::readFile(dir + "/h1"), "one\ntwo\nthree\n");
+    EXPECT_EQ(readFile(dir + "/h1"), "one\ntwo\nthree\n");
     struct stat st;
     ASSERT_EQ(stat((dir + "/h1").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
@@ -97,7 +94,7 @@ TEST(ReadlineHistory, FilesStifleAndRecall) {
     s.expect("!stifle 2\r", "= 1");
     s.expect(kUp + kUp + kUp + "\r", "got[two]");
     s.expect("!write h2\r", "= 0");
-    EXPECT_EQ(qvtest::readFile(dir + "/h2"), "three\ntwo\n");
+    EXPECT_EQ(readFile(dir + "/h2"), "three\ntwo\n");
     s.expect("!unstifle\r", "= 2");
     s.expect("!clear\r", "= 0");
     s.expect(kUp + "\r", "got[]");
@@ -105,9 +102,9 @@ TEST(ReadlineHistory, FilesStifleAndRecall) {
     s.expect(kUp + "\r", "got[three]");
     s.expect("!append 1 h2\r", "= 0");
     s.expect("!append 1 nofile\r", "= 2");
-    EXPECT_EQ(qvtest::readFile(dir + "/h2"), "three\ntwo\nthree\n");
+    EXPECT_EQ(readFile(dir + "/h2"), "three\ntwo\nthree\n");
     s.expect("!trunc h2 2\r", "= 0");
-    EXPECT_EQ(qvtest::readFile(dir + "/h2"), "two\nthree\n");
+    EXPECT_EQ(readFile(dir + "/h2"), "two\nthree\n");
     s.expect("\x04", "EOF");
     EXPECT_EQ(h.finish(), 0);
 }
@@ -146,7 +143,7 @@ HostOptions preloaded(std::vector<std::string> program, const std::string &dir) 
 }
 
 bool loaded(const PtyHost &h) {
-    return qvtest::readFile("/proc/" + std::to_string(h.pid()) + "/maps").find("libquorvel-readline") !=
+    return readFile("/proc/" + std::to_string(h.pid()) + "/maps").find("libquorvel-readline") !=
            std::string::npos;
 }
 
@@ -155,7 +152,7 @@ bool loaded(const PtyHost &h) {
 
 TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
     SKIP_UNLESS_NATIVE("/usr/bin/sqlite3");
-    const std::string dir = qvtest::tempDir();
+    const std::string dir = tempDir();
     {
         PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
         Session s{h};
@@ -168,7 +165,7 @@ TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
         h.keys("\x04");
         EXPECT_EQ(h.finish(), 0) << PtyHost::visible(h.output());
     }
-    EXPECT_EQ(qvtest::readFile(dir + "/history"), "select 6*7;\nSELECT 2*5;\nSELECT 2*5;\n");
+    EXPECT_EQ(readFile(dir + "/history"), "select 6*7;\nSELECT 2*5;\nSELECT 2*5;\n");
     PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
     Session s{h};
     h.waitOutput("sqlite> ");
@@ -179,7 +176,7 @@ TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
 
 TEST(RealPrograms, BcCalculatesAndRecalls) {
     SKIP_UNLESS_NATIVE("/usr/bin/bc");
-    PtyHost h({}, preloaded({"/usr/bin/bc", "-q"}, qvtest::tempDir()));
+    PtyHost h({}, preloaded({"/usr/bin/bc", "-q"}, tempDir()));
     Session s{h};
     h.keys("");
     SKIP_UNLESS_PRELOADED(h);

@@ -1,20 +1,23 @@
-// The terminal instance and the input loop, driven through the public calls
-// in a pseudo-terminal.
+// The terminal instance, the input loop, the session around a read, the
+// output calls and the history file, driven through the public calls in a
+// pseudo-terminal.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
-#include <string>
-#include <vector>
+#include <memory>
+#include <sstream>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "pty_harness.h"
 
-using qvtest::HostOptions;
-using qvtest::PtyHost;
+using namespace qvtest;
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
 
@@ -25,44 +28,25 @@ void expectModesRestored(const PtyHost &h) {
 
 TEST(Instance, InitReadsTheSizeAndALineComesBackExactly) {
     PtyHost h({"setcb-before", "init", "cb:eoi", "size", "line:> ", "destroy"});
-    h.keysSlowly("hi\r"); // typed one key at a time: each key is painted on its own
-    ASSERT_EQ(h.finish(), 0);
+    h.keysSlowly("hi");
+    EXPECT_EQ(h.typed("\r"), Lines{"hi"}); // typed one key at a time: each key is painted on its own
     EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});
     EXPECT_EQ(h.records("CB"), (Lines{"CB 0", "CB 1"})); // callbacks need an instance
     EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 20"});
     EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 10"});
-    EXPECT_EQ(h.lines(), Lines{"hi"});
+    EXPECT_EQ(h.records("LOCALE"), Lines{"LOCALE C"}); // the host's locale is its own
     expectModesRestored(h);
     EXPECT_EQ(PtyHost::visible(h.output()),
               PtyHost::visible("<hpa 0>> " + spaces(18) + "<hpa 0><cuf 2>" +
                                "<hpa 2>h<hpa 2><cuf 1>" + "<hpa 3>i<hpa 3><cuf 1>" + "<cr>\n"));
 }
 
-TEST(Instance, TheScreenShowsPromptAndTextWithTheCursorBelow) {
-    HostOptions o;
-    o.term = "xterm-256color";
-    o.cols = 30;
-    PtyHost h({"init", "line:prompt> ", "destroy"}, o);
-    h.keys("hello\r");
-    ASSERT_EQ(h.finish(), 0);
-    const qvtest::Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "prompt> hello");
-    EXPECT_EQ(s.cursor_row, 1);
-    EXPECT_EQ(s.cursor_col, 0);
-}
-
 TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
-    const std::string first = qvtest::tempDir(), second = qvtest::tempDir();
-    PtyHost h({"init:dir=" + first, "init:dir=" + second, "line:", "destroy", "init:null",
-               "line:", "destroy"},
-              HostOptions{});
-    h.keys("one\rtwo\r");
-    ASSERT_EQ(h.finish(), 0); // AddressSanitizer's leak check runs at exit
+    const std::string first = tempDir(), second = tempDir();
+    PtyHost h({"init:dir=" + first, "init:dir=" + second, "line:", "destroy", "init:null", "line:", "destroy"});
+    EXPECT_EQ(h.typed("one\rtwo\r"), (Lines{"one", "two"})); // AddressSanitizer's leak check runs at exit
     EXPECT_EQ(h.records("INIT"), (Lines{"INIT 1", "INIT 1", "INIT 1"}));
-    EXPECT_EQ(h.lines(), (Lines{"one", "two"}));
-    std::ifstream in(first + "/term.history");
-    std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(content, "one\n");
+    EXPECT_EQ(readFile(first + "/term.history"), "one\n");
     EXPECT_FALSE(std::ifstream(second + "/term.history").good());
 }
 
@@ -75,12 +59,11 @@ TEST(PlainTerminal, EditsWithBackspacesAndReturnsExactlyWhatWasTyped) {
         o.term = term;
         PtyHost h({"init", "size", "line:> ", "destroy"}, o);
         h.keysSlowly("ab");
-        h.keys("\x1b[D"); // one key: its three bytes come together
-        h.keysSlowly("c\x7f\r");
-        ASSERT_EQ(h.finish(), 0) << term;
+        h.keys(kLeft); // one key: its three bytes come together
+        h.keysSlowly("c\x7f");
+        EXPECT_EQ(h.typed("\r"), Lines{"ab"}) << term;
         EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 20"}) << term;
         EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 10"}) << term;
-        EXPECT_EQ(h.lines(), Lines{"ab"}) << term;
         EXPECT_EQ(PtyHost::visible(h.output()), PtyHost::visible("> ab\bcb\b\bb \b\bb\r\n")) << term;
         expectModesRestored(h);
     }
@@ -100,156 +83,116 @@ TEST(PlainTerminal, ALongLineScrollsSideways) {
     h.settle();
     EXPECT_EQ(h.screen().row(0), "> abcdefghijklmnopq");
     EXPECT_EQ(h.screen().cursor_col, 2);
-    h.keys("\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{letters});
+    EXPECT_EQ(h.typed("\r"), Lines{letters});
     EXPECT_EQ(h.output().find("<cuu"), std::string::npos);
 }
 
 // A window of 0 by 0 whose description also says 0: terminfo falls back to
 // 24 by 80, so the editor starts with a usable size rather than none.
-TEST(Instance, ATerminalReportingZeroColumnsGetsAUsableSize) {
+// Standard output elsewhere: the size and the drawing come from the
+// description.
+TEST(Instance, ZeroSizesAndAnOutputThatIsNoTerminal) {
     HostOptions o;
     o.term = "qv-zero";
-    o.rows = 0;
-    o.cols = 0;
+    o.rows = o.cols = 0;
     PtyHost h({"init", "size", "line:", "destroy"}, o);
-    h.keys("ok\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});
+    EXPECT_EQ(h.typed("ok\r"), Lines{"ok"});
     EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 80"});
     EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 24"});
-    EXPECT_EQ(h.lines(), Lines{"ok"});
-}
 
-TEST(Instance, StandardOutputNotATerminal) {
-    HostOptions o;
-    o.stdout_pipe = true;
-    PtyHost h({"init", "size", "line:> ", "destroy"}, o);
-    h.waitRead(0);
-    h.keys("hi\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 20"}); // from the description
-    EXPECT_EQ(h.lines(), Lines{"hi"});
-    EXPECT_NE(h.output().find("<hpa 0>> "), std::string::npos); // drawn with the description
+    HostOptions piped;
+    piped.stdout_pipe = true;
+    PtyHost p({"init", "size", "line:> ", "destroy"}, piped);
+    p.waitRead(0);
+    EXPECT_EQ(p.typed("hi\r"), Lines{"hi"});
+    EXPECT_EQ(p.records("WIDTH"), Lines{"WIDTH 20"});
+    EXPECT_NE(p.output().find("<hpa 0>> "), std::string::npos);
 }
 
 // ---------------------------------------------------------------------------
-// Input that runs out
+// Input that runs out, and the host's idle callback
 
-TEST(InputEnd, AFileOnStandardInputIsReadToItsEnd) {
-    const std::string dir = qvtest::tempDir();
+TEST(InputEnd, AFileIsReadToItsEndAndAPipeGivesTheTextSoFar) {
+    const std::string dir = tempDir();
     std::ofstream(dir + "/in") << "abc\ndef";
     HostOptions o;
     o.stdin_file = dir + "/in";
-    o.cwd = dir;
     PtyHost h({"init", "line:", "line:", "line:", "getchar:0", "destroy"}, o);
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"abc", "def", ""}));
+    EXPECT_EQ(h.typed(""), (Lines{"abc", "def", ""}));
     EXPECT_EQ(h.records("CHAR"), Lines{"CHAR 0"});
     EXPECT_TRUE(h.records("EOI").empty());
+
+    HostOptions piped;
+    piped.stdin_pipe = true;
+    PtyHost p({"init", "line:", "line:", "destroy"}, piped);
+    p.waitRead(0);
+    p.keys("xy");
+    p.closeInput();
+    EXPECT_EQ(p.typed(""), (Lines{"xy", ""}));
 }
 
-TEST(InputEnd, TheEndOfAPipeGivesTheTextSoFar) {
-    HostOptions o;
-    o.stdin_pipe = true;
-    PtyHost h({"init", "line:", "line:", "destroy"}, o);
-    h.waitRead(0);
-    h.keys("xy");
-    h.closeInput();
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"xy", ""}));
-}
-
-// ---------------------------------------------------------------------------
-// The host's idle callback
-
-TEST(Idle, AnswerOneEndsThisReadAndEveryLaterOne) {
-    PtyHost h({"init", "cb:idle=1@4", "line:", "line:", "getchar:1", "destroy"},
-              HostOptions{});
-    h.keys("ab");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"ab", ""}));
+TEST(Idle, OneEndsEveryReadTwoCancelsZeroWaits) {
+    PtyHost h({"init", "cb:idle=1@4", "line:", "line:", "getchar:1", "destroy"});
+    EXPECT_EQ(h.typed("ab"), (Lines{"ab", ""}));
     EXPECT_EQ(h.records("IDLE"), Lines{"IDLE 4"}); // never asked again once stopped
     EXPECT_EQ(h.records("CHAR"), Lines{"CHAR 0"});
     expectModesRestored(h);
-}
 
-TEST(Idle, AnswerTwoCancelsAndAnswerZeroKeepsWaiting) {
-    PtyHost a({"init", "cb:idle=2@2", "line:", "destroy"});
-    ASSERT_EQ(a.finish(), 0);
-    EXPECT_EQ(a.lines(), Lines{""});
+    PtyHost cancel({"init", "cb:idle=2@2", "line:", "destroy"});
+    EXPECT_EQ(cancel.typed(""), Lines{""});
 
-    PtyHost b({"init", "cb:idle=0", "line:", "destroy"});
-    b.waitRead(0);
+    PtyHost wait({"init", "cb:idle=0", "line:", "destroy"});
+    wait.waitRead(0);
     usleep(300 * 1000); // several idle slices pass without a stop
-    b.keys("late\r");
-    ASSERT_EQ(b.finish(), 0);
-    EXPECT_EQ(b.lines(), Lines{"late"});
+    EXPECT_EQ(wait.typed("late\r"), Lines{"late"});
 }
 
 // ---------------------------------------------------------------------------
 // Key sequences
 
 // An unknown sequence is swallowed whole, up to its final byte; NUL inside a
-// sequence drops just the sequence.
+// sequence drops just the sequence. Keys that arrive together are never
+// stranded behind an escape sequence.
 TEST(Keys, SequencesAndTheirFailureModes) {
-    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "destroy"});
-    const std::string left = "\x1b[D", f10 = "\x1b[21~", shift_up = "\x1b[1;2A";
-    h.keys(std::string("a\x1b[Zb\r") + "\x1bxc\r" + "d\t\xff" + "e\r" + "f\x1b" +
-           std::string(1, '\0') + "g\r" + "abcd" + left + left + f10 + "z" + shift_up + "\x1bOx\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"ab", "c", "de", "fg", "abzcd"}));
+    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "line:", "line:", "destroy"});
+    const std::string f10 = "\x1b[21~", shift_up = "\x1b[1;2A";
+    std::string ups;
+    for (int i = 0; i < 10; i++) ups += kUp;
+    EXPECT_EQ(h.typed(std::string("a\x1b[Zb\r") + "\x1bxc\r" + "d\t\xff" + "e\r" + "f\x1b" + std::string(1, '\0') +
+                      "g\r" + "abcd" + kLeft + kLeft + f10 + "z" + shift_up + "\x1bOx\r" + "two" + kLeft +
+                      kLeft + "abc\r" + ups + "!\r"),
+              (Lines{"ab", "c", "de", "fg", "abzcd", "tabcwo", "ab!"}));
     expectModesRestored(h);
 }
 
 // A lone Escape never hangs the read: after a pause the sequence is over,
-// and the key that follows later is a key of its own.
-TEST(Keys, ALoneEscapeEndsAfterAPause) {
+// and the key that follows later is a key of its own. A terminal whose Left
+// key is a lone backspace byte moves left with it.
+TEST(Keys, ALoneEscapeAndAOneByteLeftKey) {
     PtyHost h({"init", "line:", "destroy"});
     h.keysSlowly("a\x1b");
     usleep(200 * 1000);
-    h.keys("[Db\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"a[Db"});
-}
+    EXPECT_EQ(h.typed("[Db\r"), Lines{"a[Db"});
 
-// Keys that arrive together (a paste, a scripted driver) are never stranded
-// behind an escape sequence.
-TEST(Keys, ABurstSpellsExactlyItsLine) {
-    PtyHost h({"init", "line:", "line:", "line:", "destroy"});
-    std::string ups;
-    for (int i = 0; i < 10; i++) ups += "\x1b[A";
-    h.keys("one\rtwo\x1b[D\x1b[Dabc\r" + ups + "!\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"one", "tabcwo", "one!"}));
+    HostOptions o;
+    o.term = "qv-leftbs";
+    PtyHost bs({"init", "line:", "destroy"}, o);
+    EXPECT_EQ(bs.typed("ab\x08X\x7fY\r"), Lines{"aYb"});
 }
 
 TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
-    PtyHost h({"init", "getchar:0", "getchar:0", "getchar:1", "destroy"},
-              HostOptions{});
-    h.keys("\x1b[A");
-    ASSERT_EQ(h.finish(), 0);
+    PtyHost h({"init", "getchar:0", "getchar:0", "getchar:1", "destroy"});
+    h.typed(kUp);
     EXPECT_EQ(h.records("CHAR"), (Lines{"CHAR 27", "CHAR 91", "CHAR 65"}));
     EXPECT_EQ(h.output(), "A"); // only the echoed key
     expectModesRestored(h);
-}
-
-TEST(Keys, CtrlCWithoutTheOptionStartsAFreshLine) {
-    PtyHost h({"init", "line:> ", "destroy"});
-    h.keys("abc\x03xyz\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"xyz"});
-    EXPECT_TRUE(h.records("SIGINT").empty());
 }
 
 // ---------------------------------------------------------------------------
 // Signals: only the user ends a line, and the terminal is always given back
 
 TEST(Session, CaughtSignalsAndFlowControlNeverEndOrFreezeARead) {
-    HostOptions o;
-    o.term = "xterm-256color";
-    PtyHost h({"init", "catch", "line:> ", "destroy"}, o);
+    PtyHost h({"init", "catch", "line:> ", "destroy"}, xterm());
     h.keys("abc");
     h.waitRead(0);
     usleep(100 * 1000);
@@ -258,9 +201,7 @@ TEST(Session, CaughtSignalsAndFlowControlNeverEndOrFreezeARead) {
         usleep(50 * 1000);
     }
     // Ctrl-S starts a search (given up with Ctrl-G); Ctrl-Q does nothing.
-    h.keys("d\x13\x07" "e\x11" "f\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"abcdef"});
+    EXPECT_EQ(h.typed("d\x13\x07" "e\x11" "f\r"), Lines{"abcdef"});
     EXPECT_EQ(h.records("SIGINT").size(), 1u);
     EXPECT_EQ(h.records("CAUGHT"),
               (Lines{"CAUGHT WINCH", "CAUGHT USR1", "CAUGHT TERM", "CAUGHT HUP", "CAUGHT QUIT"}));
@@ -287,8 +228,7 @@ TEST(Session, ADyingProcessGivesTheTerminalBackFirst) {
 }
 
 TEST(Session, AStopGivesTheTerminalBackAndContinuingRedrawsTheLine) {
-    HostOptions o;
-    o.term = "xterm-256color";
+    HostOptions o = xterm();
     o.job = true;
     PtyHost h({"init", "cb:idle=tick", "line:> ", "destroy"}, o);
     h.keys("abc");
@@ -297,28 +237,136 @@ TEST(Session, AStopGivesTheTerminalBackAndContinuingRedrawsTheLine) {
     h.waitCooked();
     const size_t before = h.output().size();
     h.signal(SIGCONT);
-    h.keys("def\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"abcdef"});
+    EXPECT_EQ(h.typed("def\r"), Lines{"abcdef"});
     EXPECT_NE(h.output().find("> abc", before), std::string::npos) << PtyHost::visible(h.output());
     EXPECT_EQ(h.screen().row(0), "> abcdef");
     expectModesRestored(h);
 }
 
+// Without the sigint option Ctrl-C starts a fresh line; with it, the read
+// ends and the signal is raised once the mode is back.
 TEST(Session, TheStatusSaysHowEachReadEnded) {
+    PtyHost plain({"init", "line:> ", "destroy"});
+    EXPECT_EQ(plain.typed("abc\x03xyz\r"), Lines{"xyz"});
+    EXPECT_TRUE(plain.records("SIGINT").empty());
+
     PtyHost h({"init:sigint", "line:", "line:", "line:", "destroy"});
-    h.keys("ok\r" "x\x03" "\x04");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"ok", "", ""}));
+    EXPECT_EQ(h.typed("ok\r" "x\x03" "\x04"), (Lines{"ok", "", ""}));
     EXPECT_EQ(h.records("STATUS"), (Lines{"STATUS 0 10", "STATUS 1 2", "STATUS 2 11"}));
-    EXPECT_EQ(h.records("SIGINT").size(), 1u); // raised once the mode was back
+    EXPECT_EQ(h.records("SIGINT").size(), 1u);
     expectModesRestored(h);
     // onIdle's stop ends a read even while a key sequence is unfinished.
     PtyHost idle({"init", "cb:idle=1@4", "line:", "destroy"});
-    idle.keys("ab\x1b");
-    ASSERT_EQ(idle.finish(), 0);
-    EXPECT_EQ(idle.lines(), Lines{"ab"});
+    EXPECT_EQ(idle.typed("ab\x1b"), Lines{"ab"});
     EXPECT_EQ(idle.records("STATUS"), Lines{"STATUS 0 6"});
+}
+
+// ---------------------------------------------------------------------------
+// The output calls. Outside a read the terminal is in the host's mode, whose
+// output processing turns the line feed into CR LF.
+
+TEST(Output, StringsLineEndsAndBlanks) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"put:"}, ""},
+        {{"putln:"}, "<cr>\r\n"},
+        {{"put:h\xc3\xa9llo"}, "h\xc3\xa9llo"},
+        {{"putln:ok"}, "ok<cr>\r\n"},
+        {{"putln:bad \xe9", "put:\xff"}, ""}, // invalid UTF-8 writes nothing
+        {{"putchar:321"}, "A"},                // the low byte only
+        {{"blanks:3"}, "<cuf 3>"},             // blanks over blank cells: only the cursor moves
+        {{"blanks:0"}, ""},
+    };
+    for (const auto &k : cases) {
+        std::vector<std::string> commands{"init"};
+        commands.insert(commands.end(), k.first.begin(), k.first.end());
+        commands.push_back("destroy");
+        PtyHost h(commands);
+        h.typed("");
+        EXPECT_EQ(h.output(), k.second) << k.first[0];
+    }
+    PtyHost h({"init", "line:> ", "putln:result", "line:> ", "destroy"}, xterm(30));
+    h.typed("one\rtwo\r");
+    const Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> one");
+    EXPECT_EQ(s.row(1), "result");
+    EXPECT_EQ(s.row(2), "> two");
+    EXPECT_EQ(s.cursor_row, 3);
+    EXPECT_EQ(s.cursor_col, 0);
+}
+
+// ---------------------------------------------------------------------------
+// The history file
+
+TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {
+    std::string file;
+    for (int i = 0; i < 1500; i++) file += "line " + std::to_string(i) + "\r\n";
+    const std::string dir = historyDir(file + std::string("nul\0rest", 8));
+    PtyHost h({"init:dir=" + dir, "load", "line:", "line:", "line:", "destroy"}, xterm());
+    // Page Up: the oldest kept entry. The entry holding a NUL is skipped, so
+    // after read 0 added its line, two Ups reach the last one before it.
+    EXPECT_EQ(h.typed(kPageUp + "\r" + kUp + kUp + "\rnew\r"), (Lines{"line 500\r", "line 1499\r", "new"}));
+    // Restart: the saved file has the newest 1000 entries and the new line.
+    const std::string saved = readFile(dir + "/term.history");
+    EXPECT_EQ(saved.substr(saved.size() - 4), "new\n");
+    PtyHost again({"init:dir=" + dir, "load", "line:", "destroy"}, xterm());
+    EXPECT_EQ(again.typed(kUp + "\r"), Lines{"new"});
+}
+
+// A directory or a FIFO in place of the file is left alone and never blocks;
+// a new file takes the mode the umask gives; a full disk leaves the old
+// file as it was.
+TEST(HistoryFile, SpecialFilesTheUmaskAndAFullDisk) {
+    const std::string in_dir = tempDir(), fifo = tempDir(), fresh = tempDir(), full = historyDir("keep me\n");
+    ASSERT_EQ(mkdir((in_dir + "/term.history").c_str(), 0700), 0);
+    ASSERT_EQ(mkfifo((fifo + "/term.history").c_str(), 0600), 0);
+    for (const std::string &dir : {in_dir, fifo}) {
+        PtyHost h({"init:dir=" + dir, "load", "line:", "destroy"});
+        EXPECT_EQ(h.typed("x\r"), Lines{"x"}) << dir;
+    }
+    const mode_t umask_before = umask(027);
+    PtyHost h({"init:dir=" + fresh, "line:", "destroy"});
+    umask(umask_before);
+    h.typed("one\r");
+    struct stat st;
+    ASSERT_EQ(stat((fresh + "/term.history").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+    // The host inherits a file size limit of 0 and ignores the signal for it.
+    struct rlimit old, none;
+    getrlimit(RLIMIT_FSIZE, &old);
+    none = old;
+    none.rlim_cur = 0;
+    const auto xfsz = signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &none);
+    PtyHost f({"init:dir=" + full, "line:", "destroy"});
+    setrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, xfsz);
+    f.keys("lost\r");
+    EXPECT_EQ(f.finish(), 0);
+    EXPECT_EQ(readFile(full + "/term.history"), "keep me\n");
+}
+
+// A password read before the load leaves nothing behind that could keep
+// the file's entries out.
+TEST(HistoryFile, APasswordReadBeforeTheLoadCostsNothing) {
+    const std::string dir = historyDir("alpha\nbeta\ngamma\n");
+    PtyHost h({"init:dir=" + dir, "mask:*:pw: ", "load", "line:", "destroy"});
+    EXPECT_EQ(h.typed("secret\r" + kUp + "!\r"), (Lines{"secret", "gamma!"}));
+    EXPECT_EQ(readFile(dir + "/term.history"), "alpha\nbeta\ngamma\ngamma!\n");
+}
+
+TEST(HistoryFile, SessionsSavingAtOnceLoseNothing) {
+    const std::string dir = historyDir("seed\n");
+    std::vector<std::unique_ptr<PtyHost>> hosts;
+    for (int i = 0; i < 20; i++) hosts.emplace_back(new PtyHost({"init:dir=" + dir, "line:", "destroy"}));
+    for (int i = 0; i < 20; i++) hosts[static_cast<size_t>(i)]->keys("entry " + std::to_string(i) + "\r");
+    for (auto &h : hosts) ASSERT_EQ(h->finish(), 0);
+    std::istringstream saved(readFile(dir + "/term.history"));
+    Lines lines;
+    for (std::string line; std::getline(saved, line);) lines.push_back(line);
+    ASSERT_EQ(lines.size(), 21u);
+    EXPECT_EQ(lines[0], "seed");
+    for (int i = 0; i < 20; i++)
+        EXPECT_NE(std::find(lines.begin(), lines.end(), "entry " + std::to_string(i)), lines.end()) << i;
 }
 
 } // namespace

@@ -2,27 +2,11 @@
 // the line that comes back and the screen a real emulator renders.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <string>
-#include <vector>
-
 #include "pty_harness.h"
 
-using qvtest::HostOptions;
-using qvtest::PtyHost;
+using namespace qvtest;
 
 namespace {
-
-using Lines = std::vector<std::string>;
-
-const std::string kLeft = "\x1b[D", kUp = "\x1b[A", kDown = "\x1b[B";
-
-HostOptions xterm(int cols = 20) {
-    HostOptions o;
-    o.term = "xterm-256color";
-    o.cols = cols;
-    return o;
-}
 
 // é, я, 中 and an emoji, typed key by key and in one burst, under the C
 // locale: they come back as typed and each takes its cells on screen.
@@ -36,9 +20,7 @@ TEST(Utf8, TypedTextComesBackAndTakesItsCells) {
             h.keysSlowly(text + "!\r");
         else
             h.keys(text + "!\r");
-        h.keys("\xe4\xb8\xad\r");
-        ASSERT_EQ(h.finish(), 0);
-        EXPECT_EQ(h.lines(), (Lines{text + "!", "\\:4E2D"}));
+        EXPECT_EQ(h.typed("\xe4\xb8\xad\r"), (Lines{text + "!", "\\:4E2D"}));
         EXPECT_EQ(h.screen().row(0), "> " + text + "!");
     }
 }
@@ -46,10 +28,9 @@ TEST(Utf8, TypedTextComesBackAndTakesItsCells) {
 // A broken sequence inserts nothing, and the byte that broke it is a key.
 TEST(Utf8, InvalidSequencesLoseNoKey) {
     PtyHost h({"init", "utf8:", "utf8:", "destroy"}, xterm());
-    h.keys(std::string("a\xc3x") + "\xe0\x81\x81" + "\xed\xa0\x80" + "\xf4\x90\x80\x80" +
-           "\xff\x80" + "b" + "\xe4\xb8" + kLeft + "c\r" + "d\xc3\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), (Lines{"axcb", "d"}));
+    EXPECT_EQ(h.typed(std::string("a\xc3x") + "\xe0\x81\x81" + "\xed\xa0\x80" + "\xf4\x90\x80\x80" + "\xff\x80" +
+                      "b" + "\xe4\xb8" + kLeft + "c\r" + "d\xc3\r"),
+              (Lines{"axcb", "d"}));
 }
 
 // Wide characters at the right margin, and Backspace and Left across them.
@@ -61,7 +42,7 @@ TEST(Utf8, WideCharactersAtTheMarginAndUnderTheCursor) {
     EXPECT_EQ(h.screen().cursor_row, 1);
     h.keys(kLeft + "x");          // 中 no longer fits and starts the next row
     h.settle();
-    qvtest::Screen s = h.screen();
+    Screen s = h.screen();
     EXPECT_EQ(s.row(0), "> abcdefx");
     EXPECT_EQ(s.row(1), "\xe4\xb8\xad");
     EXPECT_EQ(s.cursor_row, 1);
@@ -71,9 +52,7 @@ TEST(Utf8, WideCharactersAtTheMarginAndUnderTheCursor) {
     s = h.screen();
     EXPECT_EQ(s.row(0), "> abcdefxy");
     EXPECT_EQ(s.row(1), "");
-    h.keys("\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"abcdefxy"});
+    EXPECT_EQ(h.typed("\r"), Lines{"abcdefxy"});
 }
 
 // A combining mark is drawn into its character's cell, and one key moves
@@ -84,21 +63,16 @@ TEST(Utf8, CombiningMarksAndWidePrompts) {
     h.settle();
     EXPECT_EQ(h.screen().row(0), "\xe4\xb8\xad> e\xcc\x81x");
     EXPECT_NE(h.output().find("e\xcc\x81"), std::string::npos); // drawn together
-    h.keys(kLeft + kLeft + "a" + "\x05" + kLeft + "\x7f\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"ax"});
+    EXPECT_EQ(h.typed(kLeft + kLeft + "a" + "\x05" + kLeft + "\x7f\r"), Lines{"ax"});
     EXPECT_EQ(h.screen().row(0), "\xe4\xb8\xad> ax");
 }
 
 // A long entry replaced by a short wide one leaves no stale cell or row.
 TEST(Utf8, RecallingAShorterWideEntryLeavesNothingBehind) {
-    const std::string dir = qvtest::tempDir();
-    std::ofstream(dir + "/term.history") << std::string(30, 'a') << "\n\xe4\xb8\xad\xe4\xb8\xad\n";
+    const std::string dir = historyDir(std::string(30, 'a') + "\n\xe4\xb8\xad\xe4\xb8\xad\n");
     PtyHost h({"init:dir=" + dir, "load", "utf8:> ", "destroy"}, xterm());
-    h.keys(kUp + kUp + kDown + "\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{"\xe4\xb8\xad\xe4\xb8\xad"});
-    const qvtest::Screen s = h.screen();
+    EXPECT_EQ(h.typed(kUp + kUp + kDown + "\r"), Lines{"\xe4\xb8\xad\xe4\xb8\xad"});
+    const Screen s = h.screen();
     EXPECT_EQ(s.row(0), "> \xe4\xb8\xad\xe4\xb8\xad");
     EXPECT_EQ(s.row(1), "");
 }
@@ -112,7 +86,7 @@ TEST(Resize, TheInputIsDrawnAgainAtTheNewWidth) {
     h.keys(text);
     h.settle();
     auto expect_rows = [&](const std::string &all, int cols) {
-        const qvtest::Screen s = h.screen();
+        const Screen s = h.screen();
         size_t r = 0;
         for (size_t at = 0; at < all.size(); at += static_cast<size_t>(cols), r++)
             EXPECT_EQ(s.row(static_cast<int>(r)), all.substr(at, static_cast<size_t>(cols))) << cols;
@@ -128,9 +102,7 @@ TEST(Resize, TheInputIsDrawnAgainAtTheNewWidth) {
     h.resize(10, 30);
     h.settle();
     expect_rows("> " + text + "!", 30);
-    h.keys("\r");
-    ASSERT_EQ(h.finish(), 0);
-    EXPECT_EQ(h.lines(), Lines{text + "!"});
+    EXPECT_EQ(h.typed("\r"), Lines{text + "!"});
     EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 30"});
 }
 
@@ -150,12 +122,9 @@ TEST(Paste, ABurstEndsWhereTheSameKeysOneByOneEnd) {
     };
     for (const Variant &v : variants) {
         PtyHost burst(v.commands, xterm()), slow(v.commands, xterm());
-        burst.keys(keys);
         slow.keysSlowly(keys);
-        ASSERT_EQ(burst.finish(), 0);
-        ASSERT_EQ(slow.finish(), 0);
-        EXPECT_EQ(burst.lines(), v.lines);
-        EXPECT_EQ(slow.lines(), v.lines);
+        EXPECT_EQ(burst.typed(keys), v.lines);
+        EXPECT_EQ(slow.typed(""), v.lines);
         EXPECT_EQ(burst.records("CHAR"), Lines{"CHAR 90"});
         EXPECT_EQ(burst.records("SIGINT").size(), v.lines.size() == 3 ? 1u : 0u);
         EXPECT_EQ(burst.screen().rows, slow.screen().rows);

@@ -31,6 +31,7 @@
  */
 #include <quorvel.h>
 
+#include <locale.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -301,7 +302,7 @@ int main(int argc, char **argv) {
             fprintf(side, "UNKNOWN %s\n", a);
                 }
     }
-    fprintf(side, "EXIT\n");
+    fprintf(side, "LOCALE %s\nEXIT\n", setlocale(LC_CTYPE, NULL));
     fclose(side);
     return 0;
 }
