@@ -1,14 +1,9 @@
-// Key maps and the default bindings.
+// Key maps, through the public key-map calls.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 
-#include "completion.h"
-#include "console.h"
-#include "paste.h"
-#include "search.h"
-#include "console_fixture.h"
-#include "os-unix.h"
+#include "keymap.h"
 
 namespace {
 
@@ -65,16 +60,6 @@ TEST(Keymap, CopiesShareSubMapsAndFreeThemOnce) {
         EXPECT_EQ(get_action_for_key_sequence(order ? b : a, "\033[A"), act_a);
         keymap_delete(order ? b : a);
     }
-}
-
-// ---------------------------------------------------------------------------
-
-using DefaultBindings = ConsoleTest;
-
-TEST_F(DefaultBindings, AOneByteTerminalKeyRebindsThatByte) {
-    start("qv-leftbs");
-    EXPECT_EQ(get_action_for_key(c.keymaps[0], 8), action_key_left);
-    EXPECT_EQ(get_action_for_key(c.keymaps[0], 127), action_key_backspace);
 }
 
 } // namespace

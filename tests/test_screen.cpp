@@ -1,18 +1,17 @@
-// Cells and rows, the model of the input area, and the exact bytes the
-// painter and the cursor motions write on the readable test terminal
-// (20 columns: standard output is a file here, so the description's size).
+// The layout of prompt, text and continuation lines into rows, and what a
+// key costs the painter.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "console.h"
 #include "layout.h"
-
-#include "console_fixture.h"
+#include "os-unix.h"
+#include "pty_harness.h"
 
 namespace {
-
-std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
 
 // ---------------------------------------------------------------------------
 // The layout on its own: prompt, text and continuation lines to rows
@@ -95,150 +94,40 @@ TEST(Layout, RowsAndCursor) {
     }
 }
 
-class Paint : public ConsoleTest {
-  protected:
-    // Starts a read's model with a prompt, as the input loop does.
-    void prompt(const wchar_t *p) {
-        c.prompt = p;
-        screen_buffer_reset(&c);
-        console_put_prompt(&c);
-    }
-};
-
-TEST_F(Paint, PromptPaintWritesTheWholeFirstRow) {
-    prompt(L"> ");
-    EXPECT_EQ(take(), "<hpa 0>> " + spaces(18) + "<hpa 0><cuf 2>");
-}
-
-TEST_F(Paint, TypingAtTheEndWritesOneCellAndMovesRight) {
-    prompt(L"> ");
-    take();
-    type(L"a");
-    EXPECT_EQ(take(), "<hpa 2>a<hpa 2><cuf 1>");
-    repaint(&c, 1);
-    EXPECT_EQ(take(), ""); // nothing changed, nothing moves
-}
-
 // A key at the end of a long input lays out and compares the rows it can
-// change, not all of them: its cost does not grow with the input.
-TEST_F(Paint, AKeyAtTheEndOfAThousandRowsTouchesOnlyItsRows) {
-    prompt(L"> ");
+// change, not all of them: its cost does not grow with the input. The
+// painter writes into memory here, on the readable test terminal.
+TEST(Paint, AKeyAtTheEndOfAThousandRowsTouchesOnlyItsRows) {
+    setenv("TERMINFO", qvtest::terminfoDir().c_str(), 1);
+    setenv("TERM", "qv-readable", 1);
+    char *buf = nullptr;
+    size_t len = 0;
+    FILE *real = stdout;
+    stdout = open_memstream(&buf, &len);
+    console c{};
+    ASSERT_EQ(console_init(&c), 1);
+    ASSERT_EQ(console_init_editor(&c), 1);
+    c.prompt = L"> ";
+    screen_buffer_reset(&c);
+    console_put_prompt(&c);
     for (int i = 0; i < 1000 * 20 - 6; i++) buffer_insert_char(&c, L'a');
     action_key_end(&c, 0);
-    take();
+    fflush(stdout);
+    const size_t before_len = len;
     const console_state before = *c.state;
-    type(L"xy");
-    EXPECT_EQ(take(), "<hpa 16>x<hpa 16><cuf 1><hpa 17>y<hpa 17><cuf 1>");
-    EXPECT_LE(c.state->rows_laid_out - before.rows_laid_out, 4u);
-    EXPECT_LE(c.state->rows_compared - before.rows_compared, 4u);
-}
-
-TEST_F(Paint, MarkedCellsAreWrittenAsSeparateRuns) {
-    prompt(L"");
-    type(L"abcdef");
-    take();
-    invalidate_rectangle(&c, 3, 0, 3, 0);
-    invalidate_rectangle(&c, 5, 0, 5, 0);
-    repaint(&c, 1);
-    EXPECT_EQ(take(), "<hpa 3>d<hpa 6><hpa 5>f<hpa 6>");
-}
-
-TEST_F(Paint, AFullRowGetsItsContinuationRowWrittenWhole) {
-    prompt(L"> ");
-    type(std::wstring(17, L'x'));
-    take();
-    type(L"y");
-    EXPECT_EQ(row(0), "> xxxxxxxxxxxxxxxxxy");
-    EXPECT_EQ(c.screen.input.numlines, 2);
-    EXPECT_EQ(c.screen.input.cur.pos.y, 1);
-    EXPECT_EQ(c.screen.input.cur.pos.x, 0);
-    EXPECT_EQ(take(), "<hpa 19>y<hpa 19>\n<hpa 0>" + spaces(20) + "<hpa 19><cub 19>");
-}
-
-TEST_F(Paint, HomeAndEndMoveTheCursorAtOnce) {
-    prompt(L"> ");
-    type(L"abc");
-    take();
-    action_key_home(&c, 1);
-    EXPECT_EQ(take(), "<cub 3>");
-    action_key_end(&c, 5);
-    EXPECT_EQ(take(), "<cuf 3>");
-}
-
-TEST_F(Paint, WithoutHpaColumnsAreReachedFromTheLineStart) {
-    start("qv-nohpa");
-    prompt(L"> ");
-    take();
-    type(L"a");
-    EXPECT_EQ(take(), "<cr><cuf 2>a<cr><cuf 2><cuf 1>");
-}
-
-TEST_F(Paint, HomeGoesUpAcrossWrappedRows) {
-    prompt(L"");
-    type(std::wstring(45, L'x')); // three rows
-    take();
-    action_key_home(&c, 1);
-    EXPECT_EQ(take(), "<cuu 2><cub 5>");
-}
-
-TEST_F(Paint, CursorMotionPrimitives) {
-    screen_cursor_move_y(&c, 0);
-    screen_cursor_move_x(&c, 0);
-    EXPECT_EQ(take(), "");
-    screen_cursor_move_y(&c, -3);
-    screen_cursor_move_y(&c, 2);
-    console_newline(&c);
-    console_put_wchar(&c, 0x141); // only the low byte
-    screen_cursor_backspace(&c, 2);
-    c.screen.input.cur.pos.x = 2;
-    screen_draw_string(&c, 4, "xyz", nullptr);
-    EXPECT_EQ(take(), "<cuu 3>\n\n<cr>\nA<cub 2><hpa 4>xyz<hpa 2>");
-    start("qv-nocuu");
-    screen_cursor_move_y(&c, -2);
-    EXPECT_EQ(take(), "");
-    start("qv-nocr");
-    console_newline(&c);
-    screen_cursor_move_to_col(&c, 0);
-    EXPECT_EQ(take(), "\n<hpa 0>");
-    start("qv-nohpa");
-    screen_cursor_move_to_col(&c, 0);
-    console_put_wstring(&c, nullptr, 3);
-    cursor_pos p{};
-    p.pos.x = 3;
-    p.pos.y = 1;
-    screen_set_cursor(&c, p);
-    EXPECT_EQ(take(), "<cr><cup 1 3>");
-}
-
-// ---------------------------------------------------------------------------
-// The model: wrapping, push-down, pull-back
-
-class Model : public Paint {};
-
-TEST_F(Model, InsertingIntoThreeFullRowsPushesIntoAFourth) {
-    prompt(L"");
-    type(std::wstring(60, L'a') + L"b");
-    EXPECT_EQ(c.screen.input.numlines, 4); // 3 full rows + the cursor's row
-    for (int i = 0; i < 61; i++) action_key_left(&c, 0);
-    type(L"X");
-    EXPECT_EQ(row(0), "X" + std::string(19, 'a'));
-    EXPECT_EQ(row(3), "ab");
-    EXPECT_TRUE(c.screen.input.lines[2]->lflags & LINE_WRAPS);
-    EXPECT_TRUE(c.screen.input.lines[3]->lflags & LINE_CONTINUED);
-    action_key_left(&c, 0);
-    action_key_delete(&c, 0);
-    EXPECT_EQ(row(3), "b");
-    EXPECT_EQ(row(0), std::string(20, 'a'));
-}
-
-TEST_F(Model, SecondaryPromptIsAsWideAsThePrompt) {
-    prompt(L"abcdef");
-    screen_buffer_reset(&c);
-    take();
-    console_put_secondary_prompt(&c);
-    EXPECT_EQ(c.screen.input.lines[0]->firstcol, 6);
-    EXPECT_EQ(c.screen.input.newcur.pos.x, 6);
-    EXPECT_EQ(take(), "<hpa 0>" + spaces(20) + "<hpa 0><cuf 6>");
+    action_insert_char(&c, 'x');
+    action_insert_char(&c, 'y');
+    fflush(stdout);
+    const std::string written(buf + before_len, len - before_len);
+    const unsigned long laid_out = c.state->rows_laid_out - before.rows_laid_out;
+    const unsigned long compared = c.state->rows_compared - before.rows_compared;
+    console_free(&c);
+    fclose(stdout);
+    stdout = real;
+    free(buf);
+    EXPECT_EQ(written, "<hpa 16>x<hpa 16><cuf 1><hpa 17>y<hpa 17><cuf 1>");
+    EXPECT_LE(laid_out, 4u);
+    EXPECT_LE(compared, 4u);
 }
 
 } // namespace

@@ -50,6 +50,40 @@ TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
     EXPECT_FALSE(std::ifstream(second + "/term.history").good());
 }
 
+// The exact bytes one key writes after the keys before it were drawn, on the
+// readable test terminals, over the history entry "abXdeY".
+TEST(Instance, EachKeyWritesExactlyItsCells) {
+    struct Case {
+        const char *term;
+        std::string prompt, before, key, bytes;
+    };
+    const Case cases[] = {
+        {"qv-readable", "> ", std::string(17, 'x'), "y", "<hpa 19>y<hpa 19>\n<hpa 0>" + spaces(20) + "<hpa 19><cub 19>"},
+        {"qv-readable", "> ", "abc", "\x01", "<cub 3>"},
+        {"qv-readable", "> ", "abc\x01", "\x05", "<cuf 3>"},
+        {"qv-readable", "", std::string(45, 'x'), "\x01", "<cuu 2><cub 5>"},
+        {"qv-readable", "> ", "abc" + kLeft + kLeft, "X", "<hpa 3>Xbc<hpa 3><cuf 1>"},
+        {"qv-readable", "> ", "abc", "\x7f", "<cub 1><hpa 4> <hpa 4>"},
+        {"qv-readable", "> ", "abc" + kLeft + kLeft, "\x7f", "<cub 1><hpa 2>bc <hpa 2>"},
+        {"qv-readable", "> ", "abcdef", kUp, "<hpa 4>X<hpa 7>Y"}, // only the cells that changed
+        {"qv-nohpa", "> ", "", "a", "<cr><cuf 2>a<cr><cuf 2><cuf 1>"},
+        {"qv-nohpa", "", std::string(25, 'x'), kUp, "<cuu 1><cr>abXdeY" + spaces(19) + "<cuu 1><cuf 1>"},
+        {"qv-nocr", "> ", "abc", "\r", "\n"},
+    };
+    for (const Case &k : cases) {
+        HostOptions o;
+        o.term = k.term;
+        PtyHost h({"init:dir=" + historyDir("abXdeY\n"), "load", "cb:idle=tick", "line:" + k.prompt, "destroy"}, o);
+        h.keys(k.before);
+        h.settle();
+        const size_t mark = h.output().size();
+        h.keys(k.key);
+        k.key == "\r" ? (void)h.finish() : h.settle();
+        EXPECT_EQ(PtyHost::visible(h.output().substr(mark)), PtyHost::visible(k.bytes))
+            << k.term << " " << PtyHost::visible(k.before + k.key);
+    }
+}
+
 // Without cursor addressing (no description, an unknown one, "dumb", or one
 // that cannot move up) the line is edited on one row with backspaces and
 // plain characters, and the size comes from the kernel.
