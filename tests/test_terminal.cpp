@@ -27,7 +27,7 @@ void expectModesRestored(const PtyHost &h) {
 }
 
 TEST(Instance, InitReadsTheSizeAndALineComesBackExactly) {
-    PtyHost h({"setcb-before", "init", "cb:eoi", "size", "line:> ", "destroy"});
+    PtyHost h({"cb:none", "init", "cb:eoi", "size", "line:> ", "destroy"});
     h.keysSlowly("hi");
     EXPECT_EQ(h.typed("\r"), Lines{"hi"}); // typed one key at a time: each key is painted on its own
     EXPECT_EQ(h.records("INIT"), Lines{"INIT 1"});

@@ -1,33 +1,29 @@
 /*
  * Test host: a C99 program that links libquorvel.so and performs the library
  * calls named on its command line, one argument per call. What it gets back
- * (lines byte for byte, callback calls, the terminal mode around each read)
  * goes to the side file named by QV_SIDE, one record a line:
  *
- *   BEGIN n / END n      around read n
+ *   BEGIN n / END n      around read n;  STATUS n <code>  term_getStatus after it
  *   LINE n <len> <bytes> a returned line; NULL n when NULL came back
  *   MODE n same|changed  terminal mode after the read compared with before
  *   COMPLETE <len> <hex> isInputComplete: length and the text's code points
- *   KEEP <answer>        keepNewline;  IDLE <count>  onIdle answering non-zero
- *   TICK <count>         onIdle in tick mode (the host has consumed all input)
- *   EOI                  onEndOfInput; SIGINT  the signal arrived
- *   STATUS n <code>      term_getStatus after read n
- *   CAUGHT <signal>      a signal the catch handlers counted, once per arrival
- *   CHAR <n>             term_getChar; INIT <r>  WIDTH <w>  HEIGHT <h>
+ *   KEEP <answer>  IDLE <count>  TICK <count>  EOI  SIGINT  CAUGHT <signal>
+ *   CHAR <n>  INIT <r>  CB <r>  OPTION <previous>  WIDTH <w>  HEIGHT <h>
+ *   ADDS <answers>       what term_addCompletion answered to bad arguments
+ *   LOCALE <name>        the host's own LC_CTYPE at exit
  *
  * Commands:
- *   init | init:sigint | init:dir=PATH | init:null     term_init
- *   cb:complete=brackets|never|backslash|marker  cb:keep=1|0|backslash
+ *   init  init:sigint  init:dir=PATH  init:null          term_init
+ *   cb:complete=brackets|backslash|marker  cb:keep=1|0|backslash  cb:none
  *   cb:idle=ANSWER@CALLS  cb:idle=tick  cb:idle=exit  cb:eoi  term_setCallbacks
- *   (marker: read n is complete once its text holds the letter 'A' + n)
+ *     (tick: TICK records show the host has consumed all input; marker: read
+ *     n is complete once its text holds the letter 'A' + n)
  *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT  utf8:PROMPT
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
- *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  setcb-before
- *   sleep:MS  catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
+ *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
+ *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
  *   sigint:default (no SIGINT handler)
- *   completer:words  completer:many=N  completer:bad  completer:off
- *   option:ID=VALUE (term_setOption; records OPTION <previous>)
- *   ADDS <answers>       what term_addCompletion answered to bad arguments
+ *   completer:words  completer:many=N  completer:bad
  */
 #include <quorvel.h>
 
@@ -37,14 +33,13 @@
 #include <stdlib.h>
 #include <string.h>
 #include <termios.h>
-#include <time.h>
 #include <unistd.h>
 
 static FILE *side;
 static int reads;
 static int idle_answer, idle_after, idle_calls;
 static int keep_mode; /* the fixed answer of keepNewline */
-static int complete_mode; /* 0 brackets, 1 never, 2 backslash */
+static int complete_mode; /* 0 brackets, 1 backslash, 2 marker */
 static int eoi_seen;
 static volatile sig_atomic_t got_sigint;
 static const int caught_signals[] = {SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT};
@@ -57,9 +52,11 @@ static void on_caught(int sig) {
         if (caught_signals[i] == sig) caught[i]++;
 }
 
-/* Completes the word before the cursor from a fixed list. */
+/* Completes the word before the cursor from a fixed list, or from item000
+   on when many_count is set. */
 static const char *const words[] = {"print", "printf", "private", "prompt", "\xc3\xa9t\xc3\xa9",
                                     "\xe4\xb8\xad\xe6\x96\x87"};
+static long many_count;
 
 static int word_start(const char *text, int cursor) {
     int start = cursor;
@@ -69,23 +66,13 @@ static int word_start(const char *text, int cursor) {
 
 static void complete_words(const char *text, int cursor, term_completions *out, void *user) {
     int start = word_start(text, cursor);
-    size_t i;
-    (void)user;
-    for (i = 0; i < sizeof words / sizeof words[0]; i++)
-        if (strncmp(words[i], text + start, (size_t)(cursor - start)) == 0)
-            term_addCompletion(out, start, words[i]);
-}
-
-static long many_count;
-static void complete_many(const char *text, int cursor, term_completions *out, void *user) {
+    long i, n = many_count ? many_count : (long)(sizeof words / sizeof words[0]);
     char item[32];
-    long i;
-    int start = word_start(text, cursor);
     (void)user;
-    for (i = 0; i < many_count; i++) {
-        snprintf(item, sizeof item, "item%03ld", i);
-        if (strncmp(item, text + start, (size_t)(cursor - start)) == 0)
-            term_addCompletion(out, start, item);
+    for (i = 0; i < n; i++) {
+        if (many_count) snprintf(item, sizeof item, "item%03ld", i);
+        if (strncmp(many_count ? item : words[i], text + start, (size_t)(cursor - start)) == 0)
+            term_addCompletion(out, start, many_count ? item : words[i]);
     }
 }
 
@@ -112,7 +99,7 @@ static int on_idle(void) {
     idle_calls++;
     if (idle_calls >= idle_after && idle_answer != 0) {
         fprintf(side, "IDLE %d\n", idle_calls);
-            return idle_answer;
+        return idle_answer;
     }
     return 0;
 }
@@ -126,14 +113,13 @@ static int is_complete(const wchar_t *text, int length) {
     fprintf(side, "COMPLETE %d", length);
     for (i = 0; i < length; i++) fprintf(side, " %X", (unsigned)text[i]);
     fprintf(side, "\n");
-    if (complete_mode == 1) return 0;
-    if (complete_mode == 3) {
+    if (complete_mode == 2) {
         for (i = 0; i < length; i++)
             if (text[i] == (wchar_t)('A' + reads - 1)) return 1;
         return 0;
     }
     if (ends_in_backslash(text, length)) return 0;
-    if (complete_mode == 2) return 1;
+    if (complete_mode == 1) return 1;
     for (i = 0; i < length; i++) {
         if (text[i] == L'(' || text[i] == L'[' || text[i] == L'{') depth++;
         if (text[i] == L')' || text[i] == L']' || text[i] == L'}') depth--;
@@ -201,10 +187,10 @@ static void do_read(int kind, char mask, const char *prompt) {
 static void set_callbacks(const char *setting) {
     term_callbacks cb;
     memset(&cb, 0, sizeof cb);
-    static const char *const complete_modes[] = {"brackets", "never", "backslash", "marker"};
+    static const char *const complete_modes[] = {"brackets", "backslash", "marker"};
     int k;
     if (strncmp(setting, "complete=", 9) == 0) {
-        for (k = 0; k < 4; k++)
+        for (k = 0; k < 3; k++)
             if (strcmp(setting + 9, complete_modes[k]) == 0) complete_mode = k;
         cb.isInputComplete = is_complete_tracking;
     } else if (strncmp(setting, "keep=", 5) == 0) {
@@ -233,15 +219,13 @@ int main(int argc, char **argv) {
     signal(SIGINT, on_sigint);
     for (i = 1; i < argc; i++) {
         const char *a = argv[i];
-        if (strcmp(a, "init") == 0 || strcmp(a, "init:sigint") == 0 || strncmp(a, "init:dir=", 9) == 0) {
+        if (strncmp(a, "init", 4) == 0) {
             term_options o;
             memset(&o, 0, sizeof o);
             o.sigint = strcmp(a, "init:sigint") == 0;
             if (strncmp(a, "init:dir=", 9) == 0) o.historydir = a + 9;
-            fprintf(side, "INIT %d\n", term_init(&o));
-                } else if (strcmp(a, "init:null") == 0) {
-            fprintf(side, "INIT %d\n", term_init(NULL));
-                } else if (strncmp(a, "cb:", 3) == 0) {
+            fprintf(side, "INIT %d\n", term_init(strcmp(a, "init:null") == 0 ? NULL : &o));
+        } else if (strncmp(a, "cb:", 3) == 0) {
             set_callbacks(a + 3);
         } else if (strncmp(a, "line:", 5) == 0) {
             do_read(0, 0, a + 5);
@@ -257,8 +241,8 @@ int main(int argc, char **argv) {
             while (!eoi_seen && reads < 100) do_read(0, 0, a + 6);
         } else if (strncmp(a, "getchar:", 8) == 0) {
             fprintf(side, "BEGIN %d\n", reads);
-                    fprintf(side, "CHAR %d\nEND %d\n", term_getChar(atoi(a + 8)), reads++);
-                } else if (strncmp(a, "put:", 4) == 0) {
+            fprintf(side, "CHAR %d\nEND %d\n", term_getChar(atoi(a + 8)), reads++);
+        } else if (strncmp(a, "put:", 4) == 0) {
             term_putString(a + 4);
         } else if (strncmp(a, "putln:", 6) == 0) {
             term_putStringLn(a + 6);
@@ -273,34 +257,23 @@ int main(int argc, char **argv) {
             term_destroy();
         } else if (strcmp(a, "size") == 0) {
             fprintf(side, "WIDTH %d\nHEIGHT %d\n", term_getConsoleWidth(), term_getConsoleHeight());
-                } else if (strcmp(a, "setcb-before") == 0) {
-            term_callbacks cb;
-            memset(&cb, 0, sizeof cb);
-            fprintf(side, "CB %d\n", term_setCallbacks(&cb));
-                } else if (strcmp(a, "catch") == 0) {
+        } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
         } else if (strcmp(a, "completer:words") == 0) {
             term_setCompleter(complete_words, NULL);
         } else if (strncmp(a, "completer:many=", 15) == 0) {
             many_count = atol(a + 15);
-            term_setCompleter(complete_many, NULL);
+            term_setCompleter(complete_words, NULL);
         } else if (strcmp(a, "completer:bad") == 0) {
             term_setCompleter(complete_bad, NULL);
-        } else if (strcmp(a, "completer:off") == 0) {
-            term_setCompleter(NULL, NULL);
         } else if (strncmp(a, "option:", 7) == 0 && strchr(a, '=')) {
             fprintf(side, "OPTION %d\n", term_setOption(atoi(a + 7), atoi(strchr(a, '=') + 1)));
-                } else if (strcmp(a, "sigint:default") == 0) {
+        } else if (strcmp(a, "sigint:default") == 0) {
             signal(SIGINT, SIG_DFL);
-        } else if (strncmp(a, "sleep:", 6) == 0) {
-            struct timespec ts;
-            ts.tv_sec = atoi(a + 6) / 1000;
-            ts.tv_nsec = (atoi(a + 6) % 1000) * 1000000L;
-            nanosleep(&ts, NULL);
         } else {
             fprintf(side, "UNKNOWN %s\n", a);
-                }
+        }
     }
     fprintf(side, "LOCALE %s\nEXIT\n", setlocale(LC_CTYPE, NULL));
     fclose(side);
