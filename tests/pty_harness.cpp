@@ -126,12 +126,6 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
         unsetenv("COLUMNS");
         for (const std::string &e : options_.env) putenv(strdup(e.c_str()));
         if (!options_.cwd.empty() && chdir(options_.cwd.c_str()) != 0) _exit(126);
-        if (!options_.stdin_file.empty()) {
-            const int fd = open(options_.stdin_file.c_str(), O_RDONLY);
-            if (fd < 0) _exit(126);
-            dup2(fd, 0);
-            close(fd);
-        }
         if (options_.stdin_pipe) {
             dup2(in_fds[0], 0);
             close(in_fds[0]);
@@ -283,7 +277,7 @@ void PtyHost::waitScreen(const std::string &text) {
 
 void PtyHost::waitRead(int n) {
     waitSide("BEGIN " + std::to_string(n) + "\n");
-    if (in_pipe_ < 0 && options_.stdin_file.empty() && !options_.stdout_pipe) waitRaw();
+    if (in_pipe_ < 0 && !options_.stdout_pipe) waitRaw();
 }
 
 void PtyHost::waitEnd(int n) {

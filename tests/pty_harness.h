@@ -20,7 +20,6 @@ struct HostOptions {
     std::string term = "qv-readable"; // empty: TERM unset
     int rows = 10;
     int cols = 20;
-    std::string stdin_file;          // non-empty: standard input comes from this file
     bool stdin_pipe = false;         // standard input is a pipe the test writes
     bool stdout_pipe = false;        // standard output is a pipe, not the terminal
     std::string cwd;                 // working directory; empty: a fresh scratch one

@@ -43,34 +43,31 @@ struct Shared {
     std::atomic<int> answer{-1};
 };
 
+// Runs body(shared) on a new thread of the given priority code and waits.
+void on_thread(Shared &s, void *(*body)(void *), int priority = 1) {
+    KThread t = KThreadCreate(body, &s, priority);
+    ASSERT_NE(t, nullptr);
+    KThreadWaitForExit(t);
+    Delete_KThread(t);
+}
+
+void *try_lock(void *p) {
+    auto *s = static_cast<Shared *>(p);
+    s->answer = KMutexTryLock(s->mutex);
+    if (s->answer == 1) KMutexUnlock(s->mutex);
+    return nullptr;
+}
+
 TEST(Threads, RecursiveMutexAndTryLockFromAnotherThread) {
     Shared s;
     s.mutex = New_KMutex();
     KMutexLock(s.mutex);
     KMutexLock(s.mutex); // the owner may lock again
-    KThread t = KThreadCreate(
-        [](void *p) -> void * {
-            static_cast<Shared *>(p)->answer = KMutexTryLock(static_cast<Shared *>(p)->mutex);
-            return nullptr;
-        },
-        &s, 1);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(KThreadWaitForExit(t), 1);
-    Delete_KThread(t);
+    on_thread(s, try_lock);
     EXPECT_EQ(s.answer, 0);
     KMutexUnlock(s.mutex);
     KMutexUnlock(s.mutex);
-    t = KThreadCreate(
-        [](void *p) -> void * {
-            auto *sh = static_cast<Shared *>(p);
-            sh->answer = KMutexTryLock(sh->mutex);
-            if (sh->answer == 1) KMutexUnlock(sh->mutex);
-            return nullptr;
-        },
-        &s, 7); // an unknown priority code runs at the default priority
-    ASSERT_NE(t, nullptr);
-    KThreadWaitForExit(t);
-    Delete_KThread(t);
+    on_thread(s, try_lock, 7); // an unknown priority code runs at the default priority
     EXPECT_EQ(s.answer, 1);
     Delete_KMutex(s.mutex);
 
@@ -110,27 +107,18 @@ TEST(Threads, TimedWaitTellsATimeOutFromASignal) {
 }
 
 TEST(Threads, LocalStorageIsPerThreadAndSleepsReturn) {
-    KThreadLocalStorage tls = New_KThreadLocalStorage();
+    static KThreadLocalStorage tls = New_KThreadLocalStorage();
+    static unsigned long other_id = 0;
     int mine = 5;
     KThreadLocalStorageSet(tls, &mine);
-    std::atomic<bool> unset_in_thread{false};
-    struct Arg {
-        KThreadLocalStorage tls;
-        std::atomic<bool> *unset;
-        unsigned long id;
-    } arg{tls, &unset_in_thread, 0};
-    KThread t = KThreadCreate(
-        [](void *p) -> void * {
-            auto *a = static_cast<Arg *>(p);
-            *a->unset = KThreadLocalStorageGet(a->tls) == nullptr;
-            a->id = KThreadID();
-            return nullptr;
-        },
-        &arg, 2);
-    KThreadWaitForExit(t);
-    Delete_KThread(t);
-    EXPECT_TRUE(unset_in_thread);
-    EXPECT_NE(arg.id, KThreadID());
+    Shared s;
+    on_thread(s, [](void *p) -> void * {
+        static_cast<Shared *>(p)->answer = KThreadLocalStorageGet(tls) == nullptr;
+        other_id = KThreadID();
+        return nullptr;
+    }, 2);
+    EXPECT_EQ(s.answer, 1);
+    EXPECT_NE(other_id, KThreadID());
     EXPECT_EQ(KThreadLocalStorageGet(tls), &mine);
     Delete_KThreadLocalStorage(tls);
     const auto start = std::chrono::steady_clock::now();
