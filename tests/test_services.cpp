@@ -261,36 +261,31 @@ TEST_F(Logger, StopStartAndFinish) {
 
 TEST_F(Logger, ConcurrentLinesStayWhole) {
     const std::string a = file_of("qvtest-many-a"), b = file_of("qvtest-many-b");
-    struct Arg {
-        int n;
-    };
-    static Arg args[4] = {{0}, {1}, {2}, {3}};
+    static int ids[4] = {0, 1, 2, 3};
     std::vector<KThread> threads;
-    for (Arg &arg : args)
+    for (int &id : ids)
         threads.push_back(KThreadCreate(
             [](void *p) -> void * {
-                const int n = static_cast<Arg *>(p)->n;
-                const char *name = n % 2 ? "qvtest-many-a" : "qvtest-many-b";
+                const int n = *static_cast<int *>(p);
                 for (int i = 0; i < 200; i++) {
-                    logger_write_fmt(name, "src/t.c", static_cast<unsigned>(i), "thread %d line %d %s",
-                                     n, i, "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx");
+                    logger_write_fmt(n % 2 ? "qvtest-many-a" : "qvtest-many-b", "src/t.c", static_cast<unsigned>(i),
+                                     "thread %d line %d %s", n, i, std::string(50, 'x').c_str());
                     logger_write_fmt("qvtest-many-shared", nullptr, 0, "thread %d %d", n, i);
                 }
                 return nullptr;
             },
-            &arg, 1));
+            &id, 1));
     for (KThread t : threads) {
         KThreadWaitForExit(t);
         Delete_KThread(t);
     }
-    const std::string shared = file_of("qvtest-many-shared");
     const std::regex line("[0-9:.]{12}\tt\\.c:[0-9]+\tthread [0-3] line [0-9]+ x{50}");
     for (const std::string &path : {a, b}) {
         const std::vector<std::string> lines = split_lines(qvtest::readFile(path));
         EXPECT_EQ(lines.size(), 400u);
         for (const std::string &l : lines) ASSERT_TRUE(std::regex_match(l, line)) << l;
     }
-    EXPECT_EQ(split_lines(qvtest::readFile(shared)).size(), 800u);
+    EXPECT_EQ(split_lines(qvtest::readFile(file_of("qvtest-many-shared"))).size(), 800u);
 }
 
 // ---------------------------------------------------------------------------
