@@ -33,28 +33,6 @@ TEST(Utf8, InvalidSequencesLoseNoKey) {
               (Lines{"axcb", "d"}));
 }
 
-// Wide characters at the right margin, and Backspace and Left across them.
-TEST(Utf8, WideCharactersAtTheMarginAndUnderTheCursor) {
-    PtyHost h({"init", "cb:idle=tick", "utf8:> ", "destroy"}, xterm(10));
-    h.keys("abcdef\xe4\xb8\xad");  // "> abcdef" is 8 cells: 中 just fits
-    h.settle();
-    EXPECT_EQ(h.screen().row(0), "> abcdef\xe4\xb8\xad");
-    EXPECT_EQ(h.screen().cursor_row, 1);
-    h.keys(kLeft + "x");          // 中 no longer fits and starts the next row
-    h.settle();
-    Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> abcdefx");
-    EXPECT_EQ(s.row(1), "\xe4\xb8\xad");
-    EXPECT_EQ(s.cursor_row, 1);
-    EXPECT_EQ(s.cursor_col, 0);
-    h.keys("\x05\x7f" "y");       // End, Backspace takes the whole 中
-    h.settle();
-    s = h.screen();
-    EXPECT_EQ(s.row(0), "> abcdefxy");
-    EXPECT_EQ(s.row(1), "");
-    EXPECT_EQ(h.typed("\r"), Lines{"abcdefxy"});
-}
-
 // A combining mark is drawn into its character's cell, and one key moves
 // over or deletes both; a wide prompt puts the text after its cells.
 TEST(Utf8, CombiningMarksAndWidePrompts) {
