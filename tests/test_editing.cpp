@@ -275,7 +275,7 @@ TEST(History, SearchFindsTakesAndGivesBack) {
 TEST(Continuation, KeptLineBreaks) {
     const std::string dir = tempDir();
     PtyHost h({"init:dir=" + dir, "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "line:> ", "line:> ",
-               "destroy"},
+               "line:> ", "destroy"},
               xterm());
     // Home on a continuation line goes to its start, after the line break.
     EXPECT_EQ(h.typed("x(\ry" + std::string("\x01") + "Z" + "\x05" + ")\r" +
@@ -284,8 +284,8 @@ TEST(Continuation, KeptLineBreaks) {
                       // and Left into it, on screen too;
                       "(abc\r" + kLeft + kLeft + "X" + "\x05" + ")\r" +
                       // a kill reaches across it and comes back with it.
-                      "(ab\rcd" + times(3, kLeft) + "\x0b" "x\x19" ")\r"),
-              (Lines{"x(\nZy)", "(a)", "(abXc\n)", "(abx\ncd)"}));
+                      "(ab\rcd" + times(3, kLeft) + "\x0b" "x\x19" ")\r" + "ab\\\rcd\r"),
+              (Lines{"x(\nZy)", "(a)", "(abXc\n)", "(abx\ncd)", "ab\\\ncd"}));
     EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 2 78 28");
     EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 A 5A 79 29");
     const Screen s = h.screen();
@@ -297,8 +297,8 @@ TEST(Continuation, KeptLineBreaks) {
     EXPECT_EQ(s.row(4), "  )");
     EXPECT_EQ(s.row(5), "> (abx");
     EXPECT_EQ(s.row(6), "  cd)");
-    // A history entry is one line.
-    EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\n");
+    // A history entry is one line; a backslash before a break joins.
+    EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\nabcd\n");
 }
 
 TEST(Continuation, TrailingBackslashIsRemoved) {
