@@ -2,7 +2,8 @@
 // the line the host gets back, and the screen xterm would show.
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <algorithm>
+#include <iterator>
 
 #include "pty_harness.h"
 
