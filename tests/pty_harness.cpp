@@ -319,20 +319,15 @@ void PtyHost::closeInput() {
 }
 
 int PtyHost::finish() {
-    const auto deadline = Clock::now() + kTimeout;
-    while (!exited_ && waitpid(pid_, &status_, WNOHANG) != pid_) {
-        if (Clock::now() > deadline) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-            status_ = -1;
-            break;
-        }
-        drain(10);
+    try {
+        until([this] { return exited_; }, [] { return "the host to exit"; });
+    } catch (const std::runtime_error &) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        exited_ = true;
+        return -1;
     }
-    exited_ = true;
-    while (drain(0)) {
-    }
-    return status_ < 0 ? -1 : WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
+    return WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
 }
 
 Lines PtyHost::typed(const std::string &bytes) {
@@ -406,19 +401,6 @@ Screen PtyHost::screen() const {
     screen.cursor_col = pos.col;
     vterm_free(vt);
     return screen;
-}
-
-std::string PtyHost::visible(const std::string &bytes) {
-    std::string out;
-    for (unsigned char ch : bytes) {
-        if (ch == 27)
-            out += "\\e";
-        else if (ch < 32 || ch == 127)
-            out += "^" + std::string(1, static_cast<char>(ch ^ 64));
-        else
-            out += static_cast<char>(ch);
-    }
-    return out;
 }
 
 } // namespace qvtest

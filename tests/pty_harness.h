@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace qvtest {
 
 struct Screen {
@@ -83,8 +85,6 @@ class PtyHost {
     // The lines the reads returned, in order ("<NULL>" for a NULL result).
     std::vector<std::string> lines() const;
     Screen screen() const;
-    // The output with every byte below 32 (and 127) shown as ^X, for messages.
-    static std::string visible(const std::string &bytes);
 
   private:
     bool drain(int timeout_ms);
@@ -110,6 +110,9 @@ class PtyHost {
 };
 
 using Lines = std::vector<std::string>;
+
+// Bytes with control characters escaped, for messages.
+inline std::string visible(const std::string &bytes) { return ::testing::PrintToString(bytes); }
 
 // Keys as xterm sends them.
 inline const std::string kUp = "\x1b[A", kDown = "\x1b[B", kRight = "\x1b[C", kLeft = "\x1b[D",

@@ -89,7 +89,7 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
     PtyHost h(commands, xterm(40));
     const Lines got = h.typed(keys + "last\r");
     ASSERT_EQ(got.size(), want.size());
-    for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i], want[i]) << PtyHost::visible(rows[std::min(i, std::size(rows) - 1)].keys);
+    for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i], want[i]) << visible(rows[std::min(i, std::size(rows) - 1)].keys);
 }
 
 // ---------------------------------------------------------------------------
@@ -171,7 +171,7 @@ TEST(Mask, ShowsTheMaskAndNeverRecallsOrKeepsALine) {
     std::string shown = h.output();
     for (const std::string paste_mode : {"\x1b[?2004h", "\x1b[?2004l"})
         for (size_t at; (at = shown.find(paste_mode)) != std::string::npos;) shown.erase(at, paste_mode.size());
-    for (char ch : shown) EXPECT_TRUE(ch < 'a' || ch > 'z' || ch == 'p' || ch == 'w') << PtyHost::visible(h.output());
+    for (char ch : shown) EXPECT_TRUE(ch < 'a' || ch > 'z' || ch == 'p' || ch == 'w') << visible(h.output());
     EXPECT_EQ(readFile(dir + "/term.history"), "hunter\n");
 }
 

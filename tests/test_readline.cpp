@@ -68,7 +68,7 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     EXPECT_EQ(words[4], "WORD sel 2 5 5 5 x sel");
     s.expect("\x04", "EOF");
     // Under AddressSanitizer a match left unfreed, or freed twice, fails here.
-    EXPECT_EQ(h.finish(), 0) << PtyHost::visible(h.output());
+    EXPECT_EQ(h.finish(), 0) << visible(h.output());
 }
 
 INSTANTIATE_TEST_SUITE_P(Builds, ReadlineHost,
@@ -163,7 +163,7 @@ TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
         s.expect("2*5;\r", "10");
         s.expect(kUp + "\r", "10");
         h.keys("\x04");
-        EXPECT_EQ(h.finish(), 0) << PtyHost::visible(h.output());
+        EXPECT_EQ(h.finish(), 0) << visible(h.output());
     }
     EXPECT_EQ(readFile(dir + "/history"), "select 6*7;\nSELECT 2*5;\nSELECT 2*5;\n");
     PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
@@ -184,7 +184,7 @@ TEST(RealPrograms, BcCalculatesAndRecalls) {
     s.expect("2^10\r", "1024");
     s.expect(kUp + kUp + "\r", "42");
     h.keys("\x04");
-    EXPECT_EQ(h.finish(), 0) << PtyHost::visible(h.output());
+    EXPECT_EQ(h.finish(), 0) << visible(h.output());
 }
 
 } // namespace

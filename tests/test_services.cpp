@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <regex>
 #include <sstream>
@@ -37,39 +38,40 @@ template <typename F> int in_child(F body) {
 // ---------------------------------------------------------------------------
 // Threads and synchronisation
 
-struct Shared {
-    KMutex mutex;
-    KCondition cond;
-    std::atomic<int> answer{-1};
-};
+// Starts body on a thread of its own with the given priority code.
+KThread start(std::function<void()> &body, int priority = 1) {
+    return KThreadCreate(
+        [](void *p) -> void * {
+            (*static_cast<std::function<void()> *>(p))();
+            return nullptr;
+        },
+        &body, priority);
+}
 
-// Runs body(shared) on a new thread of the given priority code and waits.
-void on_thread(Shared &s, void *(*body)(void *), int priority = 1) {
-    KThread t = KThreadCreate(body, &s, priority);
+void join(KThread t) {
     ASSERT_NE(t, nullptr);
     KThreadWaitForExit(t);
     Delete_KThread(t);
 }
 
-void *try_lock(void *p) {
-    auto *s = static_cast<Shared *>(p);
-    s->answer = KMutexTryLock(s->mutex);
-    if (s->answer == 1) KMutexUnlock(s->mutex);
-    return nullptr;
-}
+void run(std::function<void()> body, int priority = 1) { join(start(body, priority)); }
 
 TEST(Threads, RecursiveMutexAndTryLockFromAnotherThread) {
-    Shared s;
-    s.mutex = New_KMutex();
-    KMutexLock(s.mutex);
-    KMutexLock(s.mutex); // the owner may lock again
-    on_thread(s, try_lock);
-    EXPECT_EQ(s.answer, 0);
-    KMutexUnlock(s.mutex);
-    KMutexUnlock(s.mutex);
-    on_thread(s, try_lock, 7); // an unknown priority code runs at the default priority
-    EXPECT_EQ(s.answer, 1);
-    Delete_KMutex(s.mutex);
+    KMutex m = New_KMutex();
+    int answer = -1;
+    auto try_lock = [&] {
+        answer = KMutexTryLock(m);
+        if (answer == 1) KMutexUnlock(m);
+    };
+    KMutexLock(m);
+    KMutexLock(m); // the owner may lock again
+    run(try_lock);
+    EXPECT_EQ(answer, 0);
+    KMutexUnlock(m);
+    KMutexUnlock(m);
+    run(try_lock, 7); // an unknown priority code runs at the default priority
+    EXPECT_EQ(answer, 1);
+    Delete_KMutex(m);
 
     KMutex plain = New_KMutex_NonRecursive();
     EXPECT_EQ(KMutexTryLock(plain), 1);
@@ -79,53 +81,48 @@ TEST(Threads, RecursiveMutexAndTryLockFromAnotherThread) {
 }
 
 TEST(Threads, TimedWaitTellsATimeOutFromASignal) {
-    Shared s;
-    s.mutex = New_KMutexTryable();
-    s.cond = New_KCondition();
-    KMutexLock(s.mutex);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(KConditionTimedWait(s.cond, s.mutex, 120), 1);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
-    KThread t = KThreadCreate(
-        [](void *p) -> void * {
-            auto *sh = static_cast<Shared *>(p);
-            KMutexLock(sh->mutex);
-            sh->answer = 1;
-            KConditionSignal(sh->cond);
-            KMutexUnlock(sh->mutex);
-            return nullptr;
-        },
-        &s, 0);
+    KMutex m = New_KMutexTryable();
+    KCondition cond = New_KCondition();
+    std::atomic<int> flag{0};
+    KMutexLock(m);
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(KConditionTimedWait(cond, m, 120), 1);
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(100));
+    std::function<void()> signaller = [&] {
+        KMutexLock(m);
+        flag = 1;
+        KConditionSignal(cond);
+        KMutexUnlock(m);
+    };
+    KThread t = start(signaller, 0);
     int woke = 1;
-    while (s.answer != 1) woke = KConditionTimedWait(s.cond, s.mutex, 10000);
+    while (flag != 1) woke = KConditionTimedWait(cond, m, 10000);
     EXPECT_EQ(woke, 0);
-    KMutexUnlock(s.mutex);
-    KThreadWaitForExit(t);
-    Delete_KThread(t);
-    Delete_KCondition(s.cond);
-    Delete_KMutex(s.mutex);
+    KMutexUnlock(m);
+    join(t);
+    Delete_KCondition(cond);
+    Delete_KMutex(m);
 }
 
 TEST(Threads, LocalStorageIsPerThreadAndSleepsReturn) {
-    static KThreadLocalStorage tls = New_KThreadLocalStorage();
-    static unsigned long other_id = 0;
+    KThreadLocalStorage tls = New_KThreadLocalStorage();
     int mine = 5;
+    void *theirs = &mine;
+    unsigned long their_id = 0;
     KThreadLocalStorageSet(tls, &mine);
-    Shared s;
-    on_thread(s, [](void *p) -> void * {
-        static_cast<Shared *>(p)->answer = KThreadLocalStorageGet(tls) == nullptr;
-        other_id = KThreadID();
-        return nullptr;
+    run([&] {
+        theirs = KThreadLocalStorageGet(tls);
+        their_id = KThreadID();
     }, 2);
-    EXPECT_EQ(s.answer, 1);
-    EXPECT_NE(other_id, KThreadID());
+    EXPECT_EQ(theirs, nullptr);
+    EXPECT_NE(their_id, KThreadID());
     EXPECT_EQ(KThreadLocalStorageGet(tls), &mine);
     Delete_KThreadLocalStorage(tls);
-    const auto start = std::chrono::steady_clock::now();
+    const auto begun = std::chrono::steady_clock::now();
     KThread_Sleep(0);
     KThread_Sleep(-5);
     KThread_Sleep(30);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(30));
 }
 
 TEST(Priority, ClassesReadBackAfterSetting) {
