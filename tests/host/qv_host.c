@@ -86,39 +86,37 @@ static void complete_bad(const char *text, int cursor, term_completions *out, vo
     term_addCompletion(out, start, "ok");
 }
 
-static int on_idle_exit(void) {
-    exit(3);
-}
-
-static int on_tick(void) {
-    fprintf(side, "TICK %d\n", ++idle_calls);
-    return 0;
-}
-
+/* idle_answer: what onIdle answers from call idle_after on; -1 records a
+   TICK and answers 0; -2 exits. */
 static int on_idle(void) {
     idle_calls++;
-    if (idle_calls >= idle_after && idle_answer != 0) {
-        fprintf(side, "IDLE %d\n", idle_calls);
-        return idle_answer;
-    }
-    return 0;
+    if (idle_answer == -2) exit(3);
+    if (idle_answer == -1) fprintf(side, "TICK %d\n", idle_calls);
+    if (idle_answer <= 0 || idle_calls < idle_after) return 0;
+    fprintf(side, "IDLE %d\n", idle_calls);
+    return idle_answer;
 }
 
 static int ends_in_backslash(const wchar_t *text, int length) {
     return length > 0 && text[length - 1] == L'\\';
 }
 
+/* keepNewline has no arguments; in "backslash" mode (keep_mode -1) the host
+   answers from the text it was last asked about, as a real REPL would. */
+static int last_ended_in_backslash;
+
 static int is_complete(const wchar_t *text, int length) {
     int depth = 0, i;
     fprintf(side, "COMPLETE %d", length);
     for (i = 0; i < length; i++) fprintf(side, " %X", (unsigned)text[i]);
     fprintf(side, "\n");
+    last_ended_in_backslash = ends_in_backslash(text, length);
     if (complete_mode == 2) {
         for (i = 0; i < length; i++)
             if (text[i] == (wchar_t)('A' + reads - 1)) return 1;
         return 0;
     }
-    if (ends_in_backslash(text, length)) return 0;
+    if (last_ended_in_backslash) return 0;
     if (complete_mode == 1) return 1;
     for (i = 0; i < length; i++) {
         if (text[i] == L'(' || text[i] == L'[' || text[i] == L'{') depth++;
@@ -127,13 +125,6 @@ static int is_complete(const wchar_t *text, int length) {
     return depth <= 0;
 }
 
-/* keepNewline has no arguments; in "backslash" mode (keep_mode -1) the host
-   answers from the text it was last asked about, as a real REPL would. */
-static int last_ended_in_backslash;
-static int is_complete_tracking(const wchar_t *text, int length) {
-    last_ended_in_backslash = ends_in_backslash(text, length);
-    return is_complete(text, length);
-}
 static int keep_newline(void) {
     int answer = keep_mode >= 0 ? keep_mode : !last_ended_in_backslash;
     fprintf(side, "KEEP %d\n", answer);
@@ -192,16 +183,14 @@ static void set_callbacks(const char *setting) {
     if (strncmp(setting, "complete=", 9) == 0) {
         for (k = 0; k < 3; k++)
             if (strcmp(setting + 9, complete_modes[k]) == 0) complete_mode = k;
-        cb.isInputComplete = is_complete_tracking;
+        cb.isInputComplete = is_complete;
     } else if (strncmp(setting, "keep=", 5) == 0) {
         keep_mode = strcmp(setting + 5, "backslash") == 0 ? -1 : atoi(setting + 5);
         cb.keepNewline = keep_newline;
-    } else if (strcmp(setting, "idle=exit") == 0) {
-        cb.onIdle = on_idle_exit;
-    } else if (strcmp(setting, "idle=tick") == 0) {
-        cb.onIdle = on_tick;
     } else if (strncmp(setting, "idle=", 5) == 0) {
-        idle_answer = atoi(setting + 5);
+        idle_answer = strcmp(setting + 5, "tick") == 0   ? -1
+                      : strcmp(setting + 5, "exit") == 0 ? -2
+                                                         : atoi(setting + 5);
         idle_after = strchr(setting, '@') ? atoi(strchr(setting, '@') + 1) : 1;
         cb.onIdle = on_idle;
     } else if (strcmp(setting, "eoi") == 0) {
@@ -227,16 +216,11 @@ int main(int argc, char **argv) {
             fprintf(side, "INIT %d\n", term_init(strcmp(a, "init:null") == 0 ? NULL : &o));
         } else if (strncmp(a, "cb:", 3) == 0) {
             set_callbacks(a + 3);
-        } else if (strncmp(a, "line:", 5) == 0) {
-            do_read(0, 0, a + 5);
-        } else if (strncmp(a, "utf8:", 5) == 0) {
-            do_read(2, 0, a + 5);
-        } else if (strncmp(a, "raw:", 4) == 0) {
-            do_read(1, 0, a + 4);
-        } else if (strncmp(a, "mask:", 5) == 0 && a[5] && a[6] == ':') {
-            do_read(0, a[5], a + 7);
-        } else if (strncmp(a, "rawmask:", 8) == 0 && a[8] && a[9] == ':') {
-            do_read(1, a[8], a + 10);
+        } else if (strncmp(a, "line:", 5) == 0 || strncmp(a, "utf8:", 5) == 0 || strncmp(a, "raw:", 4) == 0) {
+            do_read(a[0] == 'u' ? 2 : a[0] == 'r', 0, strchr(a, ':') + 1);
+        } else if (strncmp(a, "mask:", 5) == 0 || strncmp(a, "rawmask:", 8) == 0) {
+            const char *m = strchr(a, ':') + 1; /* the mask character, then ':' and the prompt */
+            do_read(a[0] == 'r', m[0], m + 2);
         } else if (strncmp(a, "lines:", 6) == 0) {
             while (!eoi_seen && reads < 100) do_read(0, 0, a + 6);
         } else if (strncmp(a, "getchar:", 8) == 0) {
