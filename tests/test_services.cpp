@@ -179,11 +179,21 @@ class Logger : public ::testing::Test {
     std::vector<std::string> files;
 };
 
-TEST_F(Logger, FileNameAndLineFormat) {
-    char pid[16];
-    snprintf(pid, sizeof pid, "%05d", getPID());
+// The whole process id always makes it into the name, so two processes never
+// share a file; a long name gives way to it.
+TEST_F(Logger, FileNamesAndLineFormat) {
+    auto name = [](const char *n, int pid) {
+        std::unique_ptr<char, decltype(&free)> p(qv::log_file_name(n, pid), &free);
+        return std::string(p.get());
+    };
+    EXPECT_EQ(name("x", 812), "/tmp/x-00812.log");
+    EXPECT_EQ(name("x", 123456), "/tmp/x-123456.log");
+    const std::string long_name = name(std::string(300, 'n').c_str(), 1234567);
+    EXPECT_EQ(long_name.size(), 260u);
+    EXPECT_EQ(long_name.substr(long_name.size() - 13), "n-1234567.log");
+
     const std::string path = file_of("qvtest-format");
-    EXPECT_EQ(path, "/tmp/qvtest-format-" + std::string(pid) + ".log");
+    EXPECT_EQ(path, name("qvtest-format", getPID()));
     logger_write_fmt("qvtest-format", "/home/u/src/screen", 42, "value %d", 7);
     logger_write_fmt("qvtest-format", nullptr, 0, "plain");
     logger_write_fmt("qvtest-format", "/x", 9, "root");
@@ -194,47 +204,29 @@ TEST_F(Logger, FileNameAndLineFormat) {
     EXPECT_TRUE(std::regex_match(lines[1], std::regex(stamp + "\tplain"))) << lines[1];
     EXPECT_TRUE(std::regex_match(lines[2], std::regex(stamp + "/x:9\troot"))) << lines[2];
     // Another pointer to the same text reaches the same appender.
-    const std::string copy = "qvtest-format";
-    EXPECT_EQ(logger_get_appender(copy.c_str()), logger_get_appender("qvtest-format"));
-}
-
-// The whole process id always makes it into the name, so two processes never
-// share a file; a long name gives way to it.
-TEST_F(Logger, FileNamesKeepTheWholeProcessId) {
-    auto name = [](const char *n, int pid) {
-        std::unique_ptr<char, decltype(&free)> p(qv::log_file_name(n, pid), &free);
-        return std::string(p.get());
-    };
-    EXPECT_EQ(name("x", 812), "/tmp/x-00812.log");
-    EXPECT_EQ(name("x", 123456), "/tmp/x-123456.log");
-    EXPECT_NE(name("x", 123456), name("x", 123457));
-    const std::string long_name = name(std::string(300, 'n').c_str(), 1234567);
-    EXPECT_EQ(long_name.size(), 260u);
-    EXPECT_EQ(long_name.substr(long_name.size() - 13), "n-1234567.log");
+    EXPECT_EQ(logger_get_appender(std::string("qvtest-format").c_str()), logger_get_appender("qvtest-format"));
 }
 
 // A link or another user's file planted at the appender's path gets nothing.
 TEST_F(Logger, PlantedFilesAreRefused) {
-    const std::string target = qvtest::tempDir() + "/victim";
-    appender *probe = logger_get_appender("qvtest-planted");
-    const std::string path = probe->filename;
-    logger_finish_all();
-    unlink(path.c_str());
+    const std::string target = qvtest::tempDir() + "/victim", path = file_of("qvtest-planted");
+    auto afresh = [&] {
+        logger_finish_all();
+        unlink(path.c_str());
+    };
+    afresh();
     ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
-    files.push_back(path);
     logger_write_fmt("qvtest-planted", nullptr, 0, "secret");
     EXPECT_NE(access(target.c_str(), F_OK), 0);
-    logger_finish_all();
-    unlink(path.c_str());
+    afresh();
     std::ofstream(path) << "theirs\n";
     if (chown(path.c_str(), 65534, 65534) == 0) { // only root can plant for another user
         logger_write_fmt("qvtest-planted", nullptr, 0, "secret");
         EXPECT_EQ(qvtest::readFile(path), "theirs\n");
     }
-    struct stat st;
-    logger_finish_all();
-    unlink(path.c_str());
+    afresh();
     logger_write_fmt("qvtest-planted", nullptr, 0, "mine");
+    struct stat st;
     ASSERT_EQ(stat(path.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
@@ -258,24 +250,18 @@ TEST_F(Logger, StopStartAndFinish) {
 
 TEST_F(Logger, ConcurrentLinesStayWhole) {
     const std::string a = file_of("qvtest-many-a"), b = file_of("qvtest-many-b");
-    static int ids[4] = {0, 1, 2, 3};
+    std::vector<std::function<void()>> bodies;
+    for (int n = 0; n < 4; n++)
+        bodies.emplace_back([n] {
+            for (int i = 0; i < 200; i++) {
+                logger_write_fmt(n % 2 ? "qvtest-many-a" : "qvtest-many-b", "src/t.c", static_cast<unsigned>(i),
+                                 "thread %d line %d %s", n, i, std::string(50, 'x').c_str());
+                logger_write_fmt("qvtest-many-shared", nullptr, 0, "thread %d %d", n, i);
+            }
+        });
     std::vector<KThread> threads;
-    for (int &id : ids)
-        threads.push_back(KThreadCreate(
-            [](void *p) -> void * {
-                const int n = *static_cast<int *>(p);
-                for (int i = 0; i < 200; i++) {
-                    logger_write_fmt(n % 2 ? "qvtest-many-a" : "qvtest-many-b", "src/t.c", static_cast<unsigned>(i),
-                                     "thread %d line %d %s", n, i, std::string(50, 'x').c_str());
-                    logger_write_fmt("qvtest-many-shared", nullptr, 0, "thread %d %d", n, i);
-                }
-                return nullptr;
-            },
-            &id, 1));
-    for (KThread t : threads) {
-        KThreadWaitForExit(t);
-        Delete_KThread(t);
-    }
+    for (auto &body : bodies) threads.push_back(start(body));
+    for (KThread t : threads) join(t);
     const std::regex line("[0-9:.]{12}\tt\\.c:[0-9]+\tthread [0-3] line [0-9]+ x{50}");
     for (const std::string &path : {a, b}) {
         const std::vector<std::string> lines = split_lines(qvtest::readFile(path));
