@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 #include <dlfcn.h>
@@ -31,13 +33,6 @@ bool tracking = false;
 constexpr size_t kSlots = 1 << 14;
 void *live[kSlots]; // blocks allocated while tracking, in no order
 size_t live_count = 0;
-
-bool fail_now() {
-    if (fail_from < 0) return false;
-    if (fail_from == 0) return true;
-    fail_from--;
-    return false;
-}
 
 // ncurses keeps its loaded description on purpose; only blocks that the
 // library (or libc on its behalf) allocated are tracked.
@@ -69,30 +64,28 @@ void start_tracking() {
 // only allocations outside libtinfo, and outside setupterm, are made to fail.
 bool in_setupterm = false;
 bool fail_for(void *caller) {
-    return fail_from >= 0 && !in_setupterm && !from_terminfo(caller) && fail_now();
+    if (fail_from < 0 || in_setupterm || from_terminfo(caller)) return false;
+    return fail_from == 0 || (fail_from--, false);
+}
+
+template <class F> void *tracked(void *caller, F allocate) {
+    if (fail_for(caller)) return nullptr;
+    void *p = allocate();
+    remember(p, caller);
+    return p;
 }
 
 extern "C" {
-void *malloc(size_t n) {
-    if (fail_for(__builtin_return_address(0))) return nullptr;
-    void *p = __libc_malloc(n);
-    remember(p, __builtin_return_address(0));
-    return p;
-}
+void *malloc(size_t n) { return tracked(__builtin_return_address(0), [&] { return __libc_malloc(n); }); }
 void *calloc(size_t n, size_t size) {
-    if (fail_for(__builtin_return_address(0))) return nullptr;
-    void *p = __libc_calloc(n, size);
-    remember(p, __builtin_return_address(0));
-    return p;
+    return tracked(__builtin_return_address(0), [&] { return __libc_calloc(n, size); });
 }
 void *realloc(void *p, size_t n) {
-    if (fail_for(__builtin_return_address(0))) return nullptr;
-    void *q = __libc_realloc(p, n);
-    if (q) {
-        forget(p);
-        remember(q, __builtin_return_address(0));
-    }
-    return q;
+    return tracked(__builtin_return_address(0), [&] {
+        void *q = __libc_realloc(p, n);
+        if (q) forget(p);
+        return q;
+    });
 }
 void free(void *p) {
     forget(p);
@@ -124,7 +117,6 @@ class AllocationFailure : public ::testing::Test {
         const int null = open("/dev/null", O_WRONLY);
         dup2(null, 1);
         close(null);
-        dir_ = "/tmp";
     }
     void TearDown() override {
         fail_from = -1;
@@ -134,7 +126,6 @@ class AllocationFailure : public ::testing::Test {
         close(saved_);
     }
     int saved_ = -1;
-    std::string dir_;
 };
 
 // How many allocations f makes that could be made to fail.
@@ -149,7 +140,7 @@ template <class F> long allocations_of(F f) {
 // All or nothing: whichever allocation fails, term_init answers 0 and leaves
 // nothing behind; only when every one succeeds does it answer 1.
 TEST_F(AllocationFailure, TermInitFailsAtEveryPointAndLeavesNothingBehind) {
-    term_options opts = {dir_.c_str(), 0};
+    term_options opts = {"/tmp", 0};
     // Warm-up: one-time state (the terminal description) exists before counting.
     ASSERT_EQ(term_init(&opts), 1);
     term_destroy();
@@ -179,7 +170,7 @@ TEST_F(AllocationFailure, AFailedLoadNeverCostsTheFileAnEntry) {
     const std::string before = "alpha\nbeta\ngamma\n";
     console c{};
     ASSERT_EQ(console_init(&c), 1);
-    auto write = [&] { FILE *f = fopen(path.c_str(), "w"); fputs(before.c_str(), f); fclose(f); };
+    auto write = [&] { std::ofstream(path) << before; };
     write();
     const long needed = allocations_of([&] { history_load(&c, path.c_str()); });
     for (long n = 0; n < needed; n++) {
@@ -190,11 +181,9 @@ TEST_F(AllocationFailure, AFailedLoadNeverCostsTheFileAnEntry) {
         fail_from = -1;
         history_add(&c, L"new", 3);
         history_save(&c, path.c_str());
-        char buf[64] = {0};
-        FILE *f = fopen(path.c_str(), "r");
-        const size_t got = fread(buf, 1, sizeof buf - 1, f);
-        fclose(f);
-        EXPECT_EQ(std::string(buf, got), before + "new\n") << "allocation " << n;
+        std::stringstream saved;
+        saved << std::ifstream(path).rdbuf();
+        EXPECT_EQ(saved.str(), before + "new\n") << "allocation " << n;
     }
     console_free(&c);
 }
