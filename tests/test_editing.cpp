@@ -96,14 +96,63 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
 // The screen shows the text the host gets: edits that once drew one text and
 // returned another
 
-TEST(Screen, CtrlGKeepsTheTextAndStartsAFreshPrompt) {
-    PtyHost h({"init", "line:> ", "destroy"}, xterm());
-    h.keysSlowly(std::string(25, 'g') + times(5, kLeft) + "\x07");
-    EXPECT_EQ(h.typed("new\r"), Lines{"new"});
-    const Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> " + std::string(18, 'g'));
-    EXPECT_EQ(s.row(1), std::string(7, 'g'));
-    EXPECT_EQ(s.row(2), "> new");
+// Each case: the host's calls, the keys typed, the lines that come back and
+// the whole screen afterwards (every row below the ones given is blank).
+TEST(Screen, ShowsWhatTheHostGets) {
+    struct Case {
+        std::vector<std::string> commands;
+        std::string keys;
+        Lines lines, rows;
+        int cols = 20;
+    };
+    const std::string wide = "\xe4\xb8\xad\xe4\xb8\xad";
+    const Case cases[] = {
+        // Ctrl-G keeps the text and starts a fresh prompt.
+        {{"init", "line:> "}, std::string(25, 'g') + times(5, kLeft) + "\x07new\r", {"new"},
+         {"> " + std::string(18, 'g'), std::string(7, 'g'), "> new"}},
+        // A kill on a wrapped row keeps the rows linked.
+        {{"init", "line:> "}, "abcdefghijklmnopqrstuvwxy" + times(3, kLeft) + "\x0b\x01X\r",
+         {"Xabcdefghijklmnopqrstuv"}, {"> Xabcdefghijklmnopq", "rstuv"}},
+        // A prompt as wide as the terminal; a wider one is cut a column short.
+        {{"init", "line:" + std::string(20, '%'), "line:" + std::string(22, '%')}, "abc\x01XY\r" "de\x01Z\r",
+         {"XYabc", "Zde"}, {std::string(20, '%'), "XYabc", std::string(19, '%') + "Z", "de"}},
+        // A trailing backslash before a declined line break is removed.
+        {{"init", "cb:complete=backslash", "cb:keep=backslash", "line:> "}, "abc\\\rdef\r", {"abcdef"},
+         {"> abc\\", "  def"}},
+        // Without a kept line break the next line is appended, shown apart.
+        {{"init", "cb:complete=brackets", "line:> "}, "(x\ry)\r", {"(xy)"}, {"> (x", "  y)"}},
+        {{"init", "cb:complete=brackets", "cb:keep=0", "line:> "}, "(x\ry)\r", {"(xy)"}, {"> (x", "  y)"}},
+        // Raw reads never ask whether the input is complete.
+        {{"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:"}, "(x\r(y\r", {"(x", "(y"},
+         {"> (x", "##"}},
+        // A recall replaces every row of a continued input; Home goes to its start.
+        {{"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> "},
+         "one\r(" + std::string(30, 'x') + "\rmore" + kUp + "\x01X\r", {"one", "Xone"}, {"> one", "> Xone"}},
+        // Recalled entries come back encoded and drawn as they read: UTF-8 as
+        // itself, control characters in caret notation.
+        {{"init:dir=" + historyDir("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\n"), "load", "line:> "}, kUp + "\r",
+         {"\\:00E9\\:20AC\\:D83D\\:DE00"}, {"> \xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"}},
+        {{"init:dir=" + historyDir("a\tb\x1b[31mc\n"), "load", "line:> "}, kUp + "\r", {"a\tb\x1b[31mc"},
+         {"> a^Ib^[[31mc"}},
+        // A long entry replaced by a short wide one leaves no stale cell or row.
+        {{"init:dir=" + historyDir(std::string(30, 'a') + "\n" + wide + "\n"), "load", "utf8:> "},
+         kUp + kUp + kDown + "\r", {wide}, {"> " + wide}},
+        // Completion: one candidate goes in; several give their common prefix
+        // and, on a second Tab, a sorted list with the input again below it;
+        // none changes nothing; UTF-8 candidates work alike.
+        {{"completer:words", "init", "line:> ", "line:> ", "line:> ", "line:> "},
+         "pri\t\tv\t\r" "pr\tin\t\r" "zz\t\r" "\xc3\xa9t\t!\r", {"private", "print", "zz", "\\:00E9t\\:00E9!"},
+         {"> pri", "print    printf   private", "> private", "> print", "> zz", "> \xc3\xa9t\xc3\xa9!"}, 30},
+    };
+    for (const Case &k : cases) {
+        std::vector<std::string> commands = k.commands;
+        commands.push_back("destroy");
+        PtyHost h(commands, xterm(k.cols));
+        EXPECT_EQ(h.typed(k.keys), k.lines) << visible(k.keys);
+        const Screen s = h.screen();
+        for (size_t r = 0; r < s.rows.size(); r++)
+            EXPECT_EQ(s.row(static_cast<int>(r)), r < k.rows.size() ? k.rows[r] : "") << visible(k.keys);
+    }
 }
 
 // A key pushes text from three full rows into a fourth and pulls it back.
@@ -118,26 +167,6 @@ TEST(Screen, RowsGrowAndShrink) {
     EXPECT_EQ(h.screen().row(0), std::string(20, 'a'));
     EXPECT_EQ(h.screen().row(3), "b");
     EXPECT_EQ(h.typed("\r"), Lines{std::string(60, 'a') + "b"});
-}
-
-TEST(Screen, KillOnAWrappedRowKeepsTheRowsLinked) {
-    PtyHost h({"init", "line:> ", "destroy"}, xterm());
-    EXPECT_EQ(h.typed("abcdefghijklmnopqrstuvwxy" + times(3, kLeft) + "\x0b" + "\x01" + "X\r"),
-              Lines{"Xabcdefghijklmnopqrstuv"});
-    EXPECT_EQ(h.screen().row(0), "> Xabcdefghijklmnopq");
-    EXPECT_EQ(h.screen().row(1), "rstuv");
-}
-
-TEST(Screen, APromptAsWideAsTheTerminal) {
-    const std::string prompt(20, '%');
-    PtyHost h({"init", "line:" + prompt, "line:" + prompt + "%%", "destroy"}, xterm());
-    EXPECT_EQ(h.typed("abc\x01XY\r" "de\x01Z\r"), (Lines{"XYabc", "Zde"}));
-    const Screen s = h.screen();
-    EXPECT_EQ(s.row(0), prompt);
-    EXPECT_EQ(s.row(1), "XYabc");
-    // A wider prompt is cut one column short, and the text starts there.
-    EXPECT_EQ(s.row(2), std::string(19, '%') + "Z");
-    EXPECT_EQ(s.row(3), "de");
 }
 
 // Ctrl-L clears the screen and draws a three-row input at the top; Ctrl-V
@@ -206,25 +235,6 @@ TEST(History, DuplicatesEmptyLinesAndFileContent) {
     PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
     EXPECT_EQ(h.typed("a\ra\rb\ra\r\rz\n"), (Lines{"a", "a", "b", "a", "", "z"}));
     EXPECT_EQ(readFile(dir + "/term.history"), "a\nb\na\nz\n");
-}
-
-// A recalled entry comes back encoded and is drawn as it reads: UTF-8 as
-// itself, control characters in caret notation.
-TEST(History, RecalledEntriesComeBackEncodedAndDrawnAsTheyRead) {
-    struct Case {
-        std::string file, line, row;
-    };
-    const Case cases[] = {
-        {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", "\\:00E9\\:20AC\\:D83D\\:DE00",
-         "> \xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"},
-        {"a\tb\x1b[31mc", "a\tb\x1b[31mc", "> a^Ib^[[31mc"},
-    };
-    for (const Case &k : cases) {
-        const std::string dir = historyDir(k.file + "\n");
-        PtyHost h({"init:dir=" + dir, "load", "line:> ", "destroy"}, xterm());
-        EXPECT_EQ(h.typed(kUp + "\r"), Lines{k.line});
-        EXPECT_EQ(h.screen().row(0), k.row);
-    }
 }
 
 // A hint shows the rest of the newest matching entry, dim; Right takes it,
@@ -302,44 +312,6 @@ TEST(Continuation, KeptLineBreaks) {
     EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\nabcd\n");
 }
 
-TEST(Continuation, TrailingBackslashIsRemoved) {
-    const std::string dir = tempDir();
-    PtyHost h({"init:dir=" + dir, "cb:complete=backslash", "cb:keep=backslash", "line:> ", "destroy"}, xterm());
-    EXPECT_EQ(h.typed("abc\\\rdef\r"), Lines{"abcdef"});
-    EXPECT_EQ(h.records("KEEP"), Lines{"KEEP 0"});
-    EXPECT_EQ(readFile(dir + "/term.history"), "abcdef\n");
-    EXPECT_EQ(h.screen().row(0), "> abc\\");
-    EXPECT_EQ(h.screen().row(1), "  def");
-}
-
-TEST(Continuation, WithoutAKeptLineBreakTheNextLineIsAppended) {
-    // No keepNewline, and a keepNewline that declines without a backslash to
-    // drop: either way the lines join, and the screen shows them apart.
-    for (const char *keep : {"cb:none", "cb:keep=0"}) {
-        PtyHost h({"init", "cb:complete=brackets", keep, "line:> ", "destroy"}, xterm());
-        EXPECT_EQ(h.typed("(x\ry)\r"), Lines{"(xy)"}) << keep;
-        EXPECT_EQ(h.screen().row(0), "> (x") << keep;
-        EXPECT_EQ(h.screen().row(1), "  y)") << keep;
-    }
-}
-
-TEST(Continuation, RawReadsNeverAsk) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:", "destroy"}, xterm());
-    EXPECT_EQ(h.typed("(x\r(y\r"), (Lines{"(x", "(y"}));
-    EXPECT_TRUE(h.records("COMPLETE").empty());
-    EXPECT_TRUE(h.records("KEEP").empty());
-}
-
-// A continued input replaced by a recalled entry leaves no row behind, and
-// Home goes to the entry's start.
-TEST(Continuation, HistoryRecallReplacesEveryRow) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "destroy"}, xterm());
-    EXPECT_EQ(h.typed("one\r(" + std::string(30, 'x') + "\r" + "more" + kUp + "\x01X\r"), (Lines{"one", "Xone"}));
-    const Screen s = h.screen();
-    EXPECT_EQ(s.row(1), "> Xone");
-    for (int r = 2; r < 6; r++) EXPECT_EQ(s.row(r), "") << r;
-}
-
 // Ctrl-D deletes while there is text, ends the input once it is empty; the
 // read after that returns after one key and reports the end again.
 TEST(Continuation, CtrlDOnAnEmptyLine) {
@@ -352,19 +324,6 @@ TEST(Continuation, CtrlDOnAnEmptyLine) {
 
 // ---------------------------------------------------------------------------
 // Tab completion
-
-// One candidate goes in; several give their common prefix and, on a second
-// Tab, a sorted list under the input with the input drawn again below it;
-// none changes nothing. UTF-8 candidates and prefixes work alike.
-TEST(Completion, OneSeveralAndNoCandidates) {
-    PtyHost h({"completer:words", "init", "line:> ", "line:> ", "line:> ", "line:> ", "destroy"}, xterm(30));
-    EXPECT_EQ(h.typed("pri\t\tv\t\r" "pr\tin\t\r" "zz\t\r" "\xc3\xa9t\t!\r"),
-              (Lines{"private", "print", "zz", "\\:00E9t\\:00E9!"}));
-    const Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> pri");
-    EXPECT_EQ(s.row(1), "print    printf   private");
-    EXPECT_EQ(s.row(2), "> private");
-}
 
 // Past 100 candidates the list waits for a yes; 10,000 leave the editor
 // working; a completer's bad arguments and invalid text are refused.

@@ -45,16 +45,6 @@ TEST(Utf8, CombiningMarksAndWidePrompts) {
     EXPECT_EQ(h.screen().row(0), "\xe4\xb8\xad> ax");
 }
 
-// A long entry replaced by a short wide one leaves no stale cell or row.
-TEST(Utf8, RecallingAShorterWideEntryLeavesNothingBehind) {
-    const std::string dir = historyDir(std::string(30, 'a') + "\n\xe4\xb8\xad\xe4\xb8\xad\n");
-    PtyHost h({"init:dir=" + dir, "load", "utf8:> ", "destroy"}, xterm());
-    EXPECT_EQ(h.typed(kUp + kUp + kDown + "\r"), Lines{"\xe4\xb8\xad\xe4\xb8\xad"});
-    const Screen s = h.screen();
-    EXPECT_EQ(s.row(0), "> \xe4\xb8\xad\xe4\xb8\xad");
-    EXPECT_EQ(s.row(1), "");
-}
-
 // The window narrows, then widens, while a three-row input is edited: the
 // input is drawn once at each width, and the host learns the new size.
 TEST(Resize, TheInputIsDrawnAgainAtTheNewWidth) {
