@@ -207,34 +207,26 @@ TEST(Mask, ShowsTheMaskAndNeverRecallsOrKeepsALine) {
 // ---------------------------------------------------------------------------
 // History recall
 
-TEST(History, WalkingUpAndDownBringsTheTypedTextBack) {
-    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
-    EXPECT_EQ(h.typed("one\rtwo\r" + std::string("abc") + kUp + kUp + kDown + kDown + kDown + "!\r" +
-                      // an edited recalled entry becomes the saved line
-                      "xyz" + kUp + "2" + kUp + kDown + kDown + "\r" +
-                      // Up at the oldest stays there; Page Down from a typed line empties it
-                      times(9, kUp) + "\r" + "typed" + kPageDown + "x\r"),
-              (Lines{"one", "two", "abc!", "abc!2", "one", "x"}));
-}
-
 // The walk never loses the typed line and starts afresh after an abandoned
-// or empty read.
-TEST(History, TheWalkKeepsTheTypedLineAndStartsAfresh) {
-    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
+// or empty read; an edited recall becomes the saved line. A repeat of the
+// newest entry and an empty line are not kept; a line feed ends a line as
+// Return does.
+TEST(History, TheWalkKeepsTheTypedLineAndTheFileKeepsEachEntryOnce) {
+    const std::string dir = tempDir();
+    std::vector<std::string> commands{"init:dir=" + dir};
+    for (int i = 0; i < 16; i++) commands.push_back("line:");
+    commands.push_back("destroy");
+    PtyHost h(commands, xterm());
     EXPECT_EQ(h.typed("a\rb\r" + std::string("z") + kPageUp + kDown + kDown + "\r" + // Page Up keeps "z"
                       kUp + "\x07" + kUp + "\r" +                                    // afresh after Ctrl-G
                       kUp + kUp + "\x01\x0b\r" +                                     // an empty line...
-                      kUp + "\r"),                                                    // ...then afresh
-              (Lines{"a", "b", "z", "z", "", "z"}));
-}
-
-// A repeat of the newest entry and an empty line are not kept; a line feed
-// ends a line as Return does.
-TEST(History, DuplicatesEmptyLinesAndFileContent) {
-    const std::string dir = tempDir();
-    PtyHost h({"init:dir=" + dir, "line:", "line:", "line:", "line:", "line:", "line:", "destroy"}, xterm());
-    EXPECT_EQ(h.typed("a\ra\rb\ra\r\rz\n"), (Lines{"a", "a", "b", "a", "", "z"}));
-    EXPECT_EQ(readFile(dir + "/term.history"), "a\nb\na\nz\n");
+                      kUp + "\r" +                                                   // ...then afresh
+                      "a\ra\rb\ra\r\rz\n" + "abc" + kUp + kUp + kDown + kDown + kDown + "!\r" +
+                      "xyz" + kUp + "2" + kUp + kDown + kDown + "\r" +
+                      // Up at the oldest stays there; Page Down from a typed line empties it
+                      times(12, kUp) + "\r" + "typed" + kPageDown + "x\r"),
+              (Lines{"a", "b", "z", "z", "", "z", "a", "a", "b", "a", "", "z", "abc!", "abc!2", "a", "x"}));
+    EXPECT_EQ(readFile(dir + "/term.history"), "a\nb\nz\na\nb\na\nz\nabc!\nabc!2\na\nx\n");
 }
 
 // A hint shows the rest of the newest matching entry, dim; Right takes it,
