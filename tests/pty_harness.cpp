@@ -17,23 +17,12 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <vterm.h>
-
 namespace qvtest {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr auto kTimeout = std::chrono::seconds(15);
-
-std::string to_utf8(uint32_t cp) {
-    if (cp < 0x80) return std::string(1, static_cast<char>(cp));
-    const size_t n = cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
-    std::string s(n, '\0');
-    for (size_t i = n - 1; i > 0; i--, cp >>= 6) s[i] = static_cast<char>(0x80 | (cp & 0x3F));
-    s[0] = static_cast<char>((0xF00 >> n) | cp); // 110xxxxx, 1110xxxx or 11110xxx
-    return s;
-}
 
 void write_all(int fd, const char *p, size_t n) {
     while (n > 0) {
@@ -72,34 +61,6 @@ void become_job() {
 } // namespace
 
 std::string terminfoDir() { return QV_TERMINFO_DIR; }
-
-std::string tempDir() {
-    std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp");
-    pattern += "/quorvel-test-XXXXXX";
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back(0);
-    if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
-    return buf.data();
-}
-
-std::string historyDir(const std::string &content) {
-    const std::string dir = tempDir();
-    std::ofstream(dir + "/term.history", std::ios::binary) << content;
-    return dir;
-}
-
-std::string readFile(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-std::string Screen::row(int r) const {
-    std::string s = rows.at(static_cast<size_t>(r));
-    while (!s.empty() && s.back() == ' ') s.pop_back();
-    return s;
-}
 
 PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
     : options_(std::move(options)) {
@@ -366,41 +327,6 @@ std::vector<std::string> PtyHost::lines() const {
     return out;
 }
 
-Screen PtyHost::screen() const {
-    int rows = options_.rows, cols = options_.cols;
-    VTerm *vt = vterm_new(rows, cols);
-    vterm_set_utf8(vt, 1);
-    VTermScreen *vs = vterm_obtain_screen(vt);
-    vterm_screen_reset(vs, 1);
-    size_t done = 0;
-    for (const Resize &r : resizes_) {
-        vterm_input_write(vt, output_.data() + done, r.at - done);
-        done = r.at;
-        rows = r.rows;
-        cols = r.cols;
-        vterm_set_size(vt, rows, cols);
-    }
-    vterm_input_write(vt, output_.data() + done, output_.size() - done);
-    Screen screen;
-    for (int r = 0; r < rows; r++) {
-        std::string row;
-        for (int c = 0; c < cols; c++) {
-            VTermScreenCell cell;
-            vterm_screen_get_cell(vs, VTermPos{r, c}, &cell);
-            // The second cell of a double-width character holds (uint32_t)-1.
-            if (cell.chars[0] == static_cast<uint32_t>(-1)) continue;
-            if (!cell.chars[0]) row += ' ';
-            // A character and the combining marks drawn into its cell.
-            for (int k = 0; k < VTERM_MAX_CHARS_PER_CELL && cell.chars[k]; k++) row += to_utf8(cell.chars[k]);
-        }
-        screen.rows.push_back(row);
-    }
-    VTermPos pos;
-    vterm_state_get_cursorpos(vterm_obtain_state(vt), &pos);
-    screen.cursor_row = pos.row;
-    screen.cursor_col = pos.col;
-    vterm_free(vt);
-    return screen;
-}
+Screen PtyHost::screen() const { return render(output_, options_.rows, options_.cols, resizes_); }
 
 } // namespace qvtest

@@ -8,15 +8,9 @@
 
 #include <gtest/gtest.h>
 
-namespace qvtest {
+#include "support.h"
 
-struct Screen {
-    std::vector<std::string> rows; // UTF-8, trailing blanks kept
-    int cursor_row = 0;
-    int cursor_col = 0;
-    // Row r with trailing blanks removed.
-    std::string row(int r) const;
-};
+namespace qvtest {
 
 struct HostOptions {
     std::string term = "qv-readable"; // empty: TERM unset
@@ -102,11 +96,7 @@ class PtyHost {
     bool exited_ = false;
     std::string side_path_;
     std::string output_;
-    struct Resize {
-        size_t at;
-        int rows, cols;
-    };
-    std::vector<Resize> resizes_; // where in the output the window changed size
+    std::vector<Resize> resizes_;
 };
 
 using Lines = std::vector<std::string>;
@@ -126,13 +116,7 @@ inline HostOptions xterm(int cols = 20, int rows = 10) {
     return o;
 }
 
-// A fresh directory whose term.history holds content.
-std::string historyDir(const std::string &content);
 // Directory of the compiled test terminal descriptions.
 std::string terminfoDir();
-// A fresh empty directory under the system's temporary directory.
-std::string tempDir();
-// The whole content of a file; empty when it cannot be read.
-std::string readFile(const std::string &path);
 
 } // namespace qvtest

@@ -4,44 +4,29 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
 #include "console.h"
 #include "os-unix.h"
+#include "support.h"
 
 namespace {
 
 std::string path;
 constexpr int kMax = 50;
 
-std::string read_file() {
-    std::string s;
-    FILE *f = fopen(path.c_str(), "rb");
-    if (!f) return s;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
-    fclose(f);
-    return s;
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    char dir[] = "/tmp/quorvel-fuzz-XXXXXX";
-    if (!mkdtemp(dir)) abort();
-    path = std::string(dir) + "/term.history";
+    path = qvtest::tempDir() + "/term.history";
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string in(reinterpret_cast<const char *>(data), size);
-    FILE *f = fopen(path.c_str(), "wb");
-    fwrite(in.data(), 1, in.size(), f);
-    fclose(f);
+    std::ofstream(path, std::ios::binary) << in;
 
     console c{};
     c.history = history_new();
@@ -75,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         for (size_t i = lines.size() > kMax ? lines.size() - kMax : 0; i < lines.size(); i++)
             want += lines[i] + "\n";
     }
-    if (read_file() != want) {
+    if (qvtest::readFile(path) != want) {
         fprintf(stderr, "fuzz_history: the saved file lost or changed a line\n");
         abort();
     }

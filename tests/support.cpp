@@ -1,0 +1,154 @@
+#include "support.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <vterm.h>
+
+namespace qvtest {
+
+namespace {
+
+std::string to_utf8(uint32_t cp) {
+    if (cp < 0x80) return std::string(1, static_cast<char>(cp));
+    const size_t n = cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+    std::string s(n, '\0');
+    for (size_t i = n - 1; i > 0; i--, cp >>= 6) s[i] = static_cast<char>(0x80 | (cp & 0x3F));
+    s[0] = static_cast<char>((0xF00 >> n) | cp); // 110xxxxx, 1110xxxx or 11110xxx
+    return s;
+}
+
+// The glyphs and cells of s[i]: 0 cells for a mark that joins the character
+// before it, -1 for a line break.
+int unit(const std::wstring &s, size_t i, std::string *glyphs) {
+    const auto ch = static_cast<uint32_t>(s[i]);
+    const bool mark = ch >= 0x300 && ch <= 0x36F;
+    if (ch == '\n') return -1;
+    if (ch < 32 || ch == 127) {
+        *glyphs = {'^', static_cast<char>(ch ^ 0x40)};
+        return 2;
+    }
+    const bool joins = mark && i > 0 && s[i - 1] >= 32 && s[i - 1] != 127;
+    *glyphs = (mark && !joins ? " " : "") + to_utf8(ch);
+    if (joins) return 0;
+    const bool wide = (ch >= 0x1100 && ch <= 0x115F) || (ch >= 0x2E80 && ch <= 0xA4CF) ||
+                      (ch >= 0xAC00 && ch <= 0xD7A3) || (ch >= 0xF900 && ch <= 0xFAFF) ||
+                      (ch >= 0xFF00 && ch <= 0xFF60) || (ch >= 0x1F300 && ch <= 0x1FAFF);
+    return wide ? 2 : 1;
+}
+
+} // namespace
+
+Expected expectedScreen(const std::wstring &prompt, const std::wstring &text, size_t cursor, int cols) {
+    Expected e;
+    e.rows.emplace_back();
+    int used = 0;         // cells taken on the last row
+    size_t last_row = 0;  // where the last character went, for a mark to join
+    int in_cell = 0;      // characters in that cell; the emulator keeps only so many
+    auto put = [&](const std::string &glyphs, int cells) {
+        if (cells == 0 && in_cell < VTERM_MAX_CHARS_PER_CELL) in_cell++, e.rows[last_row] += glyphs;
+        if (cells == 0) return;
+        if (used + cells > cols) e.rows.emplace_back(), used = 0;
+        last_row = e.rows.size() - 1;
+        in_cell = glyphs[0] == ' ' && glyphs.size() > 1 ? 2 : 1; // a lone mark shares a blank's cell
+        e.rows.back() += glyphs;
+        if ((used += cells) == cols) e.rows.emplace_back(), used = 0;
+    };
+    std::string glyphs;
+    int prompt_cells = 0;
+    for (size_t i = 0; i < prompt.size(); i++) {
+        const int cells = unit(prompt, i, &glyphs);
+        put(glyphs, cells);
+        prompt_cells += cells;
+    }
+    for (size_t i = 0; i <= text.size(); i++) {
+        const int cells = i < text.size() ? unit(text, i, &glyphs) : -1;
+        if (i == cursor) {
+            // Before a mark that joined its cell, the cursor stands after the cell.
+            std::string later;
+            int next = cells;
+            for (size_t k = i + 1; next == 0 && k < text.size(); k++) next = unit(text, k, &later);
+            e.cursor_row = static_cast<int>(e.rows.size()) - 1;
+            e.cursor_col = used;
+            if (used + next > cols) e.cursor_row++, e.cursor_col = 0;
+        }
+        if (i == text.size()) break;
+        if (cells < 0) {
+            e.rows.emplace_back();
+            used = 0;
+            put(std::string(static_cast<size_t>(prompt_cells), ' '), prompt_cells);
+        } else {
+            put(glyphs, cells);
+        }
+    }
+    for (std::string &row : e.rows)
+        while (!row.empty() && row.back() == ' ') row.pop_back();
+    return e;
+}
+
+std::string Screen::row(int r) const {
+    std::string s = rows.at(static_cast<size_t>(r));
+    while (!s.empty() && s.back() == ' ') s.pop_back();
+    return s;
+}
+
+Screen render(const std::string &bytes, int rows, int cols, const std::vector<Resize> &resizes) {
+    VTerm *vt = vterm_new(rows, cols);
+    vterm_set_utf8(vt, 1);
+    VTermScreen *vs = vterm_obtain_screen(vt);
+    vterm_screen_reset(vs, 1);
+    size_t done = 0;
+    for (const Resize &r : resizes) {
+        vterm_input_write(vt, bytes.data() + done, r.at - done);
+        done = r.at;
+        rows = r.rows;
+        cols = r.cols;
+        vterm_set_size(vt, rows, cols);
+    }
+    vterm_input_write(vt, bytes.data() + done, bytes.size() - done);
+    Screen screen;
+    for (int r = 0; r < rows; r++) {
+        std::string row;
+        for (int c = 0; c < cols; c++) {
+            VTermScreenCell cell;
+            vterm_screen_get_cell(vs, VTermPos{r, c}, &cell);
+            // The second cell of a double-width character holds (uint32_t)-1.
+            if (cell.chars[0] == static_cast<uint32_t>(-1)) continue;
+            if (!cell.chars[0]) row += ' ';
+            // A character and the combining marks drawn into its cell.
+            for (int k = 0; k < VTERM_MAX_CHARS_PER_CELL && cell.chars[k]; k++) row += to_utf8(cell.chars[k]);
+        }
+        screen.rows.push_back(row);
+    }
+    VTermPos pos;
+    vterm_state_get_cursorpos(vterm_obtain_state(vt), &pos);
+    screen.cursor_row = pos.row;
+    screen.cursor_col = pos.col;
+    vterm_free(vt);
+    return screen;
+}
+
+std::string tempDir() {
+    std::string pattern = (getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp");
+    pattern += "/quorvel-test-XXXXXX";
+    if (!mkdtemp(&pattern[0])) throw std::runtime_error("mkdtemp failed");
+    return pattern;
+}
+
+std::string historyDir(const std::string &content) {
+    const std::string dir = tempDir();
+    std::ofstream(dir + "/term.history", std::ios::binary) << content;
+    return dir;
+}
+
+std::string readFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+} // namespace qvtest

@@ -1,0 +1,49 @@
+// What every test program shares, the fuzz targets included: scratch files,
+// the screen libvterm renders from a terminal's output, and an oracle for
+// the screen a prompt and a text must give.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace qvtest {
+
+struct Screen {
+    std::vector<std::string> rows; // UTF-8, trailing blanks kept
+    int cursor_row = 0;
+    int cursor_col = 0;
+    // Row r with trailing blanks removed.
+    std::string row(int r) const;
+};
+
+// Where in the output the window changed to a new size.
+struct Resize {
+    size_t at;
+    int rows, cols;
+};
+
+// The screen an xterm-like emulator shows after the bytes.
+Screen render(const std::string &bytes, int rows, int cols, const std::vector<Resize> &resizes = {});
+
+// The rows a prompt and a text must take at a width, trailing blanks
+// removed, built without the library: a unit (a character, a wide one, a
+// control character as ^X) never splits across rows; a combining mark joins
+// the character before it, or takes a blank cell of its own; each line after
+// a line break starts with a blank indent as wide as the prompt; a row that
+// fills up exactly is followed by a fresh one. The cursor stands where
+// text[cursor] goes.
+struct Expected {
+    std::vector<std::string> rows;
+    int cursor_row = 0, cursor_col = 0;
+};
+Expected expectedScreen(const std::wstring &prompt, const std::wstring &text, size_t cursor, int cols);
+
+// A fresh empty directory under the system's temporary directory.
+std::string tempDir();
+// A fresh directory whose term.history holds content.
+std::string historyDir(const std::string &content);
+// The whole content of a file; empty when it cannot be read.
+std::string readFile(const std::string &path);
+
+} // namespace qvtest
