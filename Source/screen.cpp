@@ -568,8 +568,10 @@ void do_paint(console *c, bool compact = false) {
     if (compact) {
         r->input.cur.pos.x = pen.x;
         r->input.cur.pos.y = pen.y;
-        // From a pending wrap, a line feed keeps the column; any other motion
-        // (and the absolute ones) starts from the last column as well.
+        // After the last column the terminal waits to wrap: the next
+        // character would go to the next row, even with the cursor already
+        // where it belongs. An explicit move to the column ends the wait.
+        if (pen.wrap_pending) screen_cursor_move_to_col(c, pen.x);
     }
     cursor_update(c, r->input.newcur);
     in_paint = false;

@@ -156,9 +156,16 @@ TEST(Screen, ShowsWhatTheHostGets) {
 }
 
 // A key pushes text from three full rows into a fourth and pulls it back.
+// The first burst ends in the last column, where the terminal waits to wrap;
+// the next key still goes there.
 TEST(Screen, RowsGrowAndShrink) {
     PtyHost h({"init", "cb:idle=tick", "line:", "destroy"}, xterm());
-    h.keys(std::string(60, 'a') + "b" + times(61, kLeft) + "X");
+    h.keys(std::string(39, 'a'));
+    h.settle();
+    h.keys(std::string(21, 'a') + "b");
+    h.settle();
+    EXPECT_EQ(h.screen().row(1), std::string(20, 'a'));
+    h.keys(times(61, kLeft) + "X");
     h.settle();
     EXPECT_EQ(h.screen().row(0), "X" + std::string(19, 'a'));
     EXPECT_EQ(h.screen().row(3), "ab");
