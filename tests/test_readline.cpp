@@ -16,12 +16,13 @@ using namespace qvtest;
 
 namespace {
 
-HostOptions rlOptions(const std::string &host) {
-    HostOptions o;
-    o.rows = 24;
-    o.cols = 60;
-    o.term = "xterm-256color";
-    o.program = {host};
+// A program on an xterm of its own, in a scratch directory that is also its
+// home.
+HostOptions programOptions(std::vector<std::string> program, int cols = 60) {
+    HostOptions o = xterm(cols, 24);
+    o.cwd = tempDir();
+    o.program = std::move(program);
+    o.env = {"HOME=" + o.cwd};
     return o;
 }
 
@@ -50,8 +51,7 @@ struct Session {
 class ReadlineHost : public ::testing::TestWithParam<const char *> {};
 
 TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
-    HostOptions o = rlOptions(GetParam());
-    o.cwd = tempDir();
+    HostOptions o = programOptions({GetParam()});
     std::ofstream(o.cwd + "/notes.txt") << "x";
     PtyHost h({}, o);
     Session s{h};
@@ -76,8 +76,7 @@ INSTANTIATE_TEST_SUITE_P(Builds, ReadlineHost,
 
 // History calls and files, seen through Up and through the files.
 TEST(ReadlineHistory, FilesStifleAndRecall) {
-    HostOptions o = rlOptions(QV_RL_HOST_SHARED);
-    o.cwd = tempDir();
+    HostOptions o = programOptions({QV_RL_HOST_SHARED});
     const std::string dir = o.cwd;
     PtyHost h({}, o);
     Session s{h};
@@ -129,16 +128,12 @@ std::string sanitizerRuntime() {
     if (getenv("QV_HOST_EMULATOR") && *getenv("QV_HOST_EMULATOR"))                                  \
     GTEST_SKIP() << "the host runs under " << getenv("QV_HOST_EMULATOR")
 
-HostOptions preloaded(std::vector<std::string> program, const std::string &dir) {
-    HostOptions o;
-    o.rows = 24;
-    o.cols = 80;
-    o.term = "xterm-256color";
-    o.cwd = dir;
-    o.program = std::move(program);
+HostOptions preloaded(std::vector<std::string> program, const std::string &dir = "") {
+    HostOptions o = programOptions(std::move(program), 80);
+    if (!dir.empty()) o.cwd = dir;
     const std::string asan = sanitizerRuntime();
-    o.env = {"LD_PRELOAD=" + (asan.empty() ? "" : asan + ":") + QV_RL_LIBRARY,
-             "ASAN_OPTIONS=detect_leaks=0", "HOME=" + dir, "SQLITE_HISTORY=" + dir + "/history"};
+    o.env = {"LD_PRELOAD=" + (asan.empty() ? "" : asan + ":") + QV_RL_LIBRARY, "ASAN_OPTIONS=detect_leaks=0",
+             "HOME=" + o.cwd, "SQLITE_HISTORY=" + o.cwd + "/history"};
     return o;
 }
 
@@ -176,7 +171,7 @@ TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
 
 TEST(RealPrograms, BcCalculatesAndRecalls) {
     SKIP_UNLESS_NATIVE("/usr/bin/bc");
-    PtyHost h({}, preloaded({"/usr/bin/bc", "-q"}, tempDir()));
+    PtyHost h({}, preloaded({"/usr/bin/bc", "-q"}));
     Session s{h};
     h.keys("");
     SKIP_UNLESS_PRELOADED(h);
