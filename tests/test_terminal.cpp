@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <csignal>
 #include <fstream>
 #include <memory>
@@ -142,7 +143,7 @@ TEST(Instance, ZeroSizesAndAnOutputThatIsNoTerminal) {
 }
 
 // ---------------------------------------------------------------------------
-// Input that runs out, and the host's idle callback
+// Input that runs out
 
 // A pipe is read to its end: a line without a line break ends there, and
 // the reads after it get an empty line and a 0 key.
@@ -158,61 +159,72 @@ TEST(InputEnd, APipeIsReadToItsEnd) {
     EXPECT_TRUE(p.records("EOI").empty());
 }
 
-TEST(Idle, OneEndsEveryReadTwoCancelsZeroWaits) {
-    PtyHost h({"init", "cb:idle=1@4", "line:", "line:", "getchar:1", "destroy"});
-    EXPECT_EQ(h.typed("ab"), (Lines{"ab", ""}));
-    EXPECT_EQ(h.records("IDLE"), Lines{"IDLE 4"}); // never asked again once stopped
-    EXPECT_EQ(h.records("CHAR"), Lines{"CHAR 0"});
-    expectModesRestored(h);
-
-    PtyHost cancel({"init", "cb:idle=2@2", "line:", "destroy"});
-    EXPECT_EQ(cancel.typed(""), Lines{""});
-
-    PtyHost wait({"init", "cb:idle=0", "line:", "destroy"});
-    wait.waitRead(0);
-    usleep(300 * 1000); // several idle slices pass without a stop
-    EXPECT_EQ(wait.typed("late\r"), Lines{"late"});
-}
-
 // ---------------------------------------------------------------------------
 // Key sequences
 
-// An unknown sequence is swallowed whole, up to its final byte; NUL inside a
-// sequence drops just the sequence. Keys that arrive together are never
-// stranded behind an escape sequence.
-TEST(Keys, SequencesAndTheirFailureModes) {
-    PtyHost h({"init", "line:", "line:", "line:", "line:", "line:", "line:", "line:", "destroy"});
-    const std::string f10 = "\x1b[21~", shift_up = "\x1b[1;2A";
-    std::string ups;
-    for (int i = 0; i < 10; i++) ups += kUp;
-    EXPECT_EQ(h.typed(std::string("a\x1b[Zb\r") + "\x1bxc\r" + "d\t\xff" + "e\r" + "f\x1b" + std::string(1, '\0') +
-                      "g\r" + "abcd" + kLeft + kLeft + f10 + "z" + shift_up + "\x1bOx\r" + "two" + kLeft +
-                      kLeft + "abc\r" + ups + "!\r"),
-              (Lines{"ab", "c", "de", "fg", "abzcd", "tabcwo", "ab!"}));
-    expectModesRestored(h);
-}
-
 // A lone Escape never hangs the read: after a pause the sequence is over,
-// and the key that follows later is a key of its own. A terminal whose Left
-// key is a lone backspace byte moves left with it.
-TEST(Keys, ALoneEscapeAndAOneByteLeftKey) {
-    PtyHost h({"init", "line:", "destroy"});
+// and the key that follows later is a key of its own. onIdle answering 0
+// stops nothing however long the wait.
+TEST(Keys, ALoneEscapeAndALongIdleWait) {
+    PtyHost h({"init", "cb:idle=0", "line:", "destroy"});
     h.keysSlowly("a\x1b");
-    usleep(200 * 1000);
+    usleep(300 * 1000);
     EXPECT_EQ(h.typed("[Db\r"), Lines{"a[Db"});
-
-    HostOptions o;
-    o.term = "qv-leftbs";
-    PtyHost bs({"init", "line:", "destroy"}, o);
-    EXPECT_EQ(bs.typed("ab\x08X\x7fY\r"), Lines{"aYb"});
 }
 
-TEST(Keys, SingleKeyReadsGiveTheBytesOfASequenceOneByOne) {
-    PtyHost h({"init", "getchar:0", "getchar:0", "getchar:1", "destroy"});
-    h.typed(kUp);
-    EXPECT_EQ(h.records("CHAR"), (Lines{"CHAR 27", "CHAR 91", "CHAR 65"}));
-    EXPECT_EQ(h.output(), "A"); // only the echoed key
-    expectModesRestored(h);
+// Each case: the host's calls, the keys typed in one burst, the lines that
+// come back, and the host's records of signals, idle calls, single keys and
+// (where a case names them) statuses. Every read leaves the mode as it was.
+TEST(Keys, ReadsEndAsTheKeysAndTheHostSay) {
+    struct Case {
+        std::vector<std::string> commands;
+        std::string keys;
+        Lines lines, records;
+        const char *term;
+    };
+    const std::string f10 = "\x1b[21~", shift_up = "\x1b[1;2A";
+    std::string ups; // more than there are entries: the oldest stays
+    for (int i = 0; i < 9; i++) ups += kUp;
+    const Case cases[] = {
+        // An unknown sequence is swallowed whole, up to its final byte; NUL
+        // inside a sequence drops just the sequence. Keys that arrive together
+        // are never stranded behind an escape sequence.
+        {{"init", "line:", "line:", "line:", "line:", "line:", "line:", "line:"},
+         std::string("a\x1b[Zb\r") + "\x1bxc\r" + "d\t\xff" + "e\r" + "f\x1b" + std::string(1, '\0') + "g\r" + "abcd" +
+             kLeft + kLeft + f10 + "z" + shift_up + "\x1bOx\r" + "two" + kLeft + kLeft + "abc\r" + ups + "!\r",
+         {"ab", "c", "de", "fg", "abzcd", "tabcwo", "ab!"}, {}, "qv-readable"},
+        // A terminal whose Left key is a lone backspace byte moves left with it.
+        {{"init", "line:"}, "ab\x08X\x7fY\r", {"aYb"}, {}, "qv-leftbs"},
+        // Single-key reads give the bytes of a sequence one by one.
+        {{"init", "getchar:0", "getchar:0", "getchar:1"}, kUp, {}, {"CHAR 27", "CHAR 91", "CHAR 65"}, "qv-readable"},
+        // Without the sigint option Ctrl-C starts a fresh line; with it, the
+        // read ends and the signal is raised once the mode is back.
+        {{"init", "line:> "}, "abc\x03xyz\r", {"xyz"}, {}, "qv-readable"},
+        {{"init:sigint", "line:", "line:", "line:"}, "ok\r" "x\x03" "\x04", {"ok", "", ""},
+         {"STATUS 0 10", "SIGINT", "STATUS 1 2", "STATUS 2 11"}, "qv-readable"},
+        // onIdle answering 1 ends every read, even inside a key sequence, and
+        // is never asked again; 2 cancels the read.
+        {{"init", "cb:idle=1@4", "line:", "line:", "getchar:1"}, "ab\x1b", {"ab", ""},
+         {"IDLE 4", "STATUS 0 6", "STATUS 1 6", "CHAR 0"}, "qv-readable"},
+        {{"init", "cb:idle=2@2", "line:"}, "", {""}, {"IDLE 2"}, "qv-readable"},
+    };
+    for (const Case &k : cases) {
+        std::vector<std::string> commands = k.commands;
+        commands.push_back("destroy");
+        HostOptions o;
+        o.term = k.term;
+        PtyHost h(commands, o);
+        EXPECT_EQ(h.typed(k.keys), k.lines) << visible(k.keys);
+        for (const std::string tag : {"SIGINT", "IDLE", "CHAR", "STATUS"}) {
+            Lines want;
+            std::copy_if(k.records.begin(), k.records.end(), std::back_inserter(want),
+                         [&](const std::string &r) { return r.compare(0, tag.size(), tag) == 0; });
+            if (tag != "STATUS" || !want.empty()) {
+                EXPECT_EQ(h.records(tag), want) << visible(k.keys);
+            }
+        }
+        expectModesRestored(h);
+    }
 }
 
 // ---------------------------------------------------------------------------
@@ -270,46 +282,33 @@ TEST(Session, AStopGivesTheTerminalBackAndContinuingRedrawsTheLine) {
     expectModesRestored(h);
 }
 
-// Without the sigint option Ctrl-C starts a fresh line; with it, the read
-// ends and the signal is raised once the mode is back.
-TEST(Session, TheStatusSaysHowEachReadEnded) {
-    PtyHost plain({"init", "line:> ", "destroy"});
-    EXPECT_EQ(plain.typed("abc\x03xyz\r"), Lines{"xyz"});
-    EXPECT_TRUE(plain.records("SIGINT").empty());
-
-    PtyHost h({"init:sigint", "line:", "line:", "line:", "destroy"});
-    EXPECT_EQ(h.typed("ok\r" "x\x03" "\x04"), (Lines{"ok", "", ""}));
-    EXPECT_EQ(h.records("STATUS"), (Lines{"STATUS 0 10", "STATUS 1 2", "STATUS 2 11"}));
-    EXPECT_EQ(h.records("SIGINT").size(), 1u);
-    expectModesRestored(h);
-    // onIdle's stop ends a read even while a key sequence is unfinished.
-    PtyHost idle({"init", "cb:idle=1@4", "line:", "destroy"});
-    EXPECT_EQ(idle.typed("ab\x1b"), Lines{"ab"});
-    EXPECT_EQ(idle.records("STATUS"), Lines{"STATUS 0 6"});
-}
-
 // ---------------------------------------------------------------------------
 // The output calls. Outside a read the terminal is in the host's mode, whose
 // output processing turns the line feed into CR LF.
 
 TEST(Output, StringsLineEndsAndBlanks) {
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"put:"}, ""},
-        {{"putln:"}, "<cr>\r\n"},
-        {{"put:h\xc3\xa9llo"}, "h\xc3\xa9llo"},
-        {{"putln:ok"}, "ok<cr>\r\n"},
-        {{"putln:bad \xe9", "put:\xff"}, ""}, // invalid UTF-8 writes nothing
-        {{"putchar:321"}, "A"},                // the low byte only
-        {{"blanks:3"}, "<cuf 3>"},             // blanks over blank cells: only the cursor moves
-        {{"blanks:0"}, ""},
+    struct Case {
+        std::vector<std::string> commands;
+        std::string output, keys;
     };
-    for (const auto &k : cases) {
+    const Case cases[] = {
+        {{"put:"}, "", ""},
+        {{"putln:"}, "<cr>\r\n", ""},
+        {{"put:h\xc3\xa9llo"}, "h\xc3\xa9llo", ""},
+        {{"putln:ok"}, "ok<cr>\r\n", ""},
+        {{"putln:bad \xe9", "put:\xff"}, "", ""}, // invalid UTF-8 writes nothing
+        {{"putchar:321"}, "A", ""},                // the low byte only
+        {{"blanks:3"}, "<cuf 3>", ""},             // blanks over blank cells: only the cursor moves
+        {{"blanks:0"}, "", ""},
+        {{"getchar:0", "getchar:1"}, "y", "xy"}, // only the echoed key
+    };
+    for (const Case &k : cases) {
         std::vector<std::string> commands{"init"};
-        commands.insert(commands.end(), k.first.begin(), k.first.end());
+        commands.insert(commands.end(), k.commands.begin(), k.commands.end());
         commands.push_back("destroy");
         PtyHost h(commands);
-        h.typed("");
-        EXPECT_EQ(h.output(), k.second) << k.first[0];
+        h.typed(k.keys);
+        EXPECT_EQ(h.output(), k.output) << k.commands[0];
     }
     PtyHost h({"init", "line:> ", "putln:result", "line:> ", "destroy"}, xterm(30));
     h.typed("one\rtwo\r");
