@@ -77,10 +77,7 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
     pid_ = forkpty(&master_, nullptr, nullptr, &ws);
     if (pid_ < 0) throw std::runtime_error("forkpty failed");
     if (pid_ == 0) {
-        if (options_.term.empty())
-            unsetenv("TERM");
-        else
-            setenv("TERM", options_.term.c_str(), 1);
+        options_.term.empty() ? unsetenv("TERM") : setenv("TERM", options_.term.c_str(), 1);
         setenv("TERMINFO", terminfoDir().c_str(), 1);
         setenv("QV_SIDE", side_path_.c_str(), 1);
         unsetenv("LINES");
@@ -100,17 +97,14 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
         if (options_.job) become_job();
         // The host may run under a command: an emulator for a host built for
         // another machine, or valgrind. Words are separated by spaces.
-        std::vector<std::string> runner;
-        std::istringstream words(getenv("QV_HOST_EMULATOR") ? getenv("QV_HOST_EMULATOR") : "");
-        for (std::string w; words >> w;) runner.push_back(w);
+        std::vector<std::string> words;
+        std::istringstream runner(getenv("QV_HOST_EMULATOR") ? getenv("QV_HOST_EMULATOR") : "");
+        for (std::string w; runner >> w;) words.push_back(w);
+        if (options_.program.empty()) words.push_back(QV_HOST_PATH);
+        words.insert(words.end(), options_.program.begin(), options_.program.end());
+        if (options_.program.empty()) words.insert(words.end(), commands.begin(), commands.end());
         std::vector<char *> argv;
-        for (std::string &w : runner) argv.push_back(&w[0]);
-        if (options_.program.empty()) {
-            argv.push_back(const_cast<char *>(QV_HOST_PATH));
-            for (const std::string &c : commands) argv.push_back(const_cast<char *>(c.c_str()));
-        } else {
-            for (std::string &w : options_.program) argv.push_back(&w[0]);
-        }
+        for (std::string &w : words) argv.push_back(&w[0]);
         argv.push_back(nullptr);
         execvp(argv[0], argv.data());
         _exit(127);

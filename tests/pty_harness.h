@@ -41,28 +41,24 @@ class PtyHost {
     // Waits until a row of the rendered screen holds text.
     void waitScreen(const std::string &text);
     int pid() const { return pid_; }
-    // Waits until a read is in progress in raw mode, then writes the keys in
-    // one burst.
+    // Waits until a read is in raw mode, then writes the keys in one burst.
     void keys(const std::string &bytes);
     // Writes the keys one byte at a time, each once the output has gone quiet.
     void keysSlowly(const std::string &bytes);
     // Waits until the host has started read number n (counted from 0) and
     // the terminal is in raw mode.
     void waitRead(int n);
-    // Waits until read n has returned.
     void waitEnd(int n);
-    // Waits until a host in tick mode (cb:idle=tick) has been idle twice
-    // since the call: everything typed before it has been handled and drawn.
+    // Waits until a host in tick mode (cb:idle=tick) has been idle twice:
+    // everything typed before has been handled and drawn.
     void settle();
     // Changes the window's size (the kernel tells the host with SIGWINCH);
     // the screen is rendered with the change at this point of the output.
     void resize(int rows, int cols);
-    // Sends a signal to the host process (to its job, with options.job).
-    void signal(int sig);
+    void signal(int sig); // to the host's job, with options.job
     // The terminal is in the mode a shell expects: line editing by the
     // driver, echo, signal keys, output processing, Return read as a newline.
     bool isCooked();
-    // Waits until the terminal is in that mode.
     void waitCooked();
     // Closes the input side (end of a pipe, or hang-up of the terminal).
     void closeInput();

@@ -3,37 +3,33 @@
 // ordinary test build.
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 
-#include <dirent.h>
-#include <sys/stat.h>
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int *argc, char ***argv);
 
-static int replay(const std::string &path) {
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) return 0;
-    if (S_ISDIR(st.st_mode)) {
-        int n = 0;
-        DIR *d = opendir(path.c_str());
-        for (dirent *e; d && (e = readdir(d));)
-            if (e->d_name[0] != '.') n += replay(path + "/" + e->d_name);
-        if (d) closedir(d);
-        return n;
-    }
+static void replay(const std::filesystem::path &path) {
     std::ifstream in(path, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
-    return 1;
 }
 
 int main(int argc, char **argv) {
+    namespace fs = std::filesystem;
     if (LLVMFuzzerInitialize) LLVMFuzzerInitialize(&argc, &argv);
     int n = 0;
-    for (int i = 1; i < argc; i++) n += replay(argv[i]);
+    for (int i = 1; i < argc; i++) {
+        if (!fs::is_directory(argv[i])) {
+            replay(argv[i]);
+            n++;
+            continue;
+        }
+        for (const auto &entry : fs::recursive_directory_iterator(argv[i]))
+            if (entry.is_regular_file()) replay(entry.path()), n++;
+    }
     printf("%d inputs replayed\n", n);
     return n > 0 ? 0 : 1;
 }

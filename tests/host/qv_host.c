@@ -3,27 +3,24 @@
  * calls named on its command line, one argument per call. What it gets back
  * goes to the side file named by QV_SIDE, one record a line:
  *
- *   BEGIN n / END n      around read n;  STATUS n <code>  term_getStatus after it
- *   LINE n <len> <bytes> a returned line; NULL n when NULL came back
- *   MODE n same|changed  terminal mode after the read compared with before
- *   COMPLETE <len> <hex> isInputComplete: length and the text's code points
- *   KEEP <answer>  IDLE <count>  TICK <count>  EOI  SIGINT  CAUGHT <signal>
- *   CHAR <n>  INIT <r>  CB <r>  OPTION <previous>  WIDTH <w>  HEIGHT <h>
- *   ADDS <answers>       what term_addCompletion answered to bad arguments
- *   LOCALE <name>        the host's own LC_CTYPE at exit
+ *   BEGIN n / END n  around read n; STATUS n <code> (term_getStatus after it)
+ *   LINE n <len> <bytes>  NULL n  MODE n same|changed (the terminal mode after
+ *   the read against before)  COMPLETE <len> <code points> (isInputComplete)
+ *   KEEP  IDLE  TICK  EOI  SIGINT  CAUGHT <signal>  CHAR  INIT  CB  OPTION
+ *   WIDTH  HEIGHT  ADDS (term_addCompletion's answers to bad arguments)
+ *   LOCALE (the host's own LC_CTYPE at exit)
  *
  * Commands:
- *   init  init:sigint  init:dir=PATH  init:null          term_init
+ *   init  init:sigint  init:dir=PATH  init:null
  *   cb:complete=brackets|backslash|marker  cb:keep=1|0|backslash  cb:none
- *   cb:idle=ANSWER@CALLS  cb:idle=tick  cb:idle=exit  cb:eoi  term_setCallbacks
+ *   cb:idle=ANSWER@CALLS|tick|exit  cb:eoi
  *     (tick: TICK records show the host has consumed all input; marker: read
  *     n is complete once its text holds the letter 'A' + n)
  *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT  utf8:PROMPT
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
- *   sigint:default (no SIGINT handler)
- *   completer:words  completer:many=N  completer:bad
+ *   sigint:default (no SIGINT handler)  completer:words|many=N|bad
  */
 #include <quorvel.h>
 
