@@ -33,17 +33,13 @@ class History : public ::testing::Test {
         qv::history_forget_new(&c);
         free(c.state);
     }
-    void add(const std::wstring &s) {
-        history_add(&c, s.c_str(), static_cast<uint32_t>(s.size()));
-    }
+    void add(const std::wstring &s) { history_add(&c, s.c_str(), static_cast<uint32_t>(s.size())); }
     std::vector<std::wstring> entries() const {
         std::vector<std::wstring> out;
         for (history_entry *e = c.history->first; e; e = e->next) out.emplace_back(e->text, e->length);
         return out;
     }
-    void write_file(const std::string &bytes) {
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
+    void write_file(const std::string &bytes) { std::ofstream(path, std::ios::binary) << bytes; }
     std::string read_file() const { return qvtest::readFile(path); }
 
     console c{};

@@ -42,30 +42,27 @@ TEST(Utf8, CombiningMarksAndWidePrompts) {
 }
 
 // The window narrows, then widens, while a three-row input is edited: the
-// input is drawn once at each width, and the host learns the new size.
+// input is drawn again at each width as the oracle lays it out, and the host
+// learns the new size.
 TEST(Resize, TheInputIsDrawnAgainAtTheNewWidth) {
     PtyHost h({"init", "cb:idle=tick", "line:> ", "size", "destroy"}, xterm());
     std::string text;
     for (int i = 0; i < 45; i++) text += static_cast<char>('a' + i % 26);
-    h.keys(text);
-    h.settle();
-    auto expect_rows = [&](const std::string &all, int cols) {
+    const std::pair<std::string, int> steps[] = {{text, 20}, {"", 15}, {"!", 15}, {"", 30}};
+    std::wstring typed;
+    int width = 20;
+    for (const auto &[keys, cols] : steps) {
+        if (cols != width) h.resize(10, width = cols);
+        h.keys(keys);
+        h.settle();
+        typed += std::wstring(keys.begin(), keys.end());
         const Screen s = h.screen();
-        size_t r = 0;
-        for (size_t at = 0; at < all.size(); at += static_cast<size_t>(cols), r++)
-            EXPECT_EQ(s.row(static_cast<int>(r)), all.substr(at, static_cast<size_t>(cols))) << cols;
-        for (; r < s.rows.size(); r++) EXPECT_EQ(s.row(static_cast<int>(r)), "") << cols << " row " << r;
-        EXPECT_EQ(s.cursor_row * cols + s.cursor_col, static_cast<int>(all.size())) << cols;
-    };
-    h.resize(10, 15);
-    h.settle();
-    expect_rows("> " + text, 15);
-    h.keys("!");
-    h.settle();
-    expect_rows("> " + text + "!", 15);
-    h.resize(10, 30);
-    h.settle();
-    expect_rows("> " + text + "!", 30);
+        const Expected e = expectedScreen(L"> ", typed, typed.size(), cols);
+        for (size_t r = 0; r < s.rows.size(); r++)
+            EXPECT_EQ(s.row(static_cast<int>(r)), r < e.rows.size() ? e.rows[r] : "") << cols;
+        EXPECT_EQ(s.cursor_row, e.cursor_row) << cols;
+        EXPECT_EQ(s.cursor_col, e.cursor_col) << cols;
+    }
     EXPECT_EQ(h.typed("\r"), Lines{text + "!"});
     EXPECT_EQ(h.records("WIDTH"), Lines{"WIDTH 30"});
 }
