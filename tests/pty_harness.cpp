@@ -306,17 +306,16 @@ std::vector<std::string> PtyHost::records(const std::string &tag) const {
 // LINE records carry a byte count, because a line may hold line breaks.
 std::vector<std::string> PtyHost::lines() const {
     std::vector<std::string> out;
-    const std::string s = side();
-    for (size_t pos = 0; pos < s.size(); pos = s.find('\n', pos) + 1) {
-        if (s.compare(pos, 5, "LINE ") == 0) {
-            const size_t len_at = s.find(' ', pos + 5) + 1, text_at = s.find(' ', len_at) + 1;
-            const size_t len = std::stoul(s.substr(len_at, text_at - len_at));
-            out.push_back(s.substr(text_at, len));
-            pos = text_at + len;
-        } else if (s.compare(pos, 5, "NULL ") == 0) {
-            out.push_back("<NULL>");
+    std::istringstream in(side());
+    for (std::string tag; in >> tag;) {
+        size_t n = 0, len = 0;
+        if (tag == "NULL") out.push_back("<NULL>");
+        if (tag != "LINE" || !(in >> n >> len) || in.get() != ' ') {
+            std::getline(in, tag);
+            continue;
         }
-        if (s.find('\n', pos) == std::string::npos) break;
+        out.emplace_back(len, '\0');
+        in.read(&out.back()[0], static_cast<std::streamsize>(len));
     }
     return out;
 }
