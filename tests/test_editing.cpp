@@ -311,16 +311,6 @@ TEST(Continuation, KeptLineBreaks) {
     EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\nabcd\n");
 }
 
-// Ctrl-D deletes while there is text, ends the input once it is empty; the
-// read after that returns after one key and reports the end again.
-TEST(Continuation, CtrlDOnAnEmptyLine) {
-    PtyHost h({"init", "cb:eoi", "lines:", "line:", "destroy"}, xterm());
-    h.keys("ab\x04\x7f\x7f\x04");
-    h.waitRead(1);
-    EXPECT_EQ(h.typed("q"), (Lines{"", "q"}));
-    EXPECT_EQ(h.records("EOI").size(), 2u);
-}
-
 // ---------------------------------------------------------------------------
 // Tab completion
 
@@ -340,7 +330,7 @@ TEST(Completion, ManyAndBadCandidates) {
 }
 
 // ---------------------------------------------------------------------------
-// Bracketed paste and options
+// Bracketed paste
 
 // A bracketed paste of several lines is inserted, not run; one cut off by
 // the end of the input loses nothing; bracketing is turned off on every
@@ -366,13 +356,6 @@ TEST(Paste, MultiLinePastesAreInsertedNotRun) {
     cut.keys(start + "abc\rdef");
     cut.closeInput();
     EXPECT_EQ(cut.typed(""), Lines{"abc\ndef"});
-}
-
-// With UTF-8 input off, bytes above 127 do nothing, as they once did.
-TEST(Options, Utf8InputCanBeTurnedOff) {
-    PtyHost h({"option:3=0", "option:3=0", "option:99=1", "init", "line:", "destroy"}, xterm(30));
-    EXPECT_EQ(h.typed("a\xc3\xa9" "b\r"), Lines{"ab"});
-    EXPECT_EQ(h.records("OPTION"), (Lines{"OPTION 1", "OPTION 0", "OPTION -1"}));
 }
 
 } // namespace

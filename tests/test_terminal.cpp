@@ -172,8 +172,9 @@ TEST(Keys, ALoneEscapeAndALongIdleWait) {
 }
 
 // Each case: the host's calls, the keys typed in one burst, the lines that
-// come back, and the host's records of signals, idle calls, single keys and
-// (where a case names them) statuses. Every read leaves the mode as it was.
+// come back, and the host's records of signals, idle calls, single keys, the
+// end of input, options and (where a case names them) statuses. Every read
+// leaves the mode as it was.
 TEST(Keys, ReadsEndAsTheKeysAndTheHostSay) {
     struct Case {
         std::vector<std::string> commands;
@@ -206,6 +207,13 @@ TEST(Keys, ReadsEndAsTheKeysAndTheHostSay) {
         {{"init", "cb:idle=1@4", "line:", "line:", "getchar:1"}, "ab\x1b", {"ab", ""},
          {"IDLE 4", "STATUS 0 6", "STATUS 1 6", "CHAR 0"}, "qv-readable"},
         {{"init", "cb:idle=2@2", "line:"}, "", {""}, {"IDLE 2"}, "qv-readable"},
+        // Ctrl-D deletes while there is text and ends the input once it is
+        // empty; the read after that returns after one key and reports the
+        // end again.
+        {{"init", "cb:eoi", "lines:", "line:"}, "ab\x04\x7f\x7f\x04q", {"", "q"}, {"EOI", "EOI"}, "qv-readable"},
+        // With UTF-8 input off, bytes above 127 do nothing, as they once did.
+        {{"option:3=0", "option:3=0", "option:99=1", "init", "line:"}, "a\xc3\xa9" "b\r", {"ab"},
+         {"OPTION 1", "OPTION 0", "OPTION -1"}, "qv-readable"},
     };
     for (const Case &k : cases) {
         std::vector<std::string> commands = k.commands;
@@ -214,7 +222,7 @@ TEST(Keys, ReadsEndAsTheKeysAndTheHostSay) {
         o.term = k.term;
         PtyHost h(commands, o);
         EXPECT_EQ(h.typed(k.keys), k.lines) << visible(k.keys);
-        for (const std::string tag : {"SIGINT", "IDLE", "CHAR", "STATUS"}) {
+        for (const std::string tag : {"SIGINT", "IDLE", "CHAR", "EOI", "OPTION", "STATUS"}) {
             Lines want;
             std::copy_if(k.records.begin(), k.records.end(), std::back_inserter(want),
                          [&](const std::string &r) { return r.compare(0, tag.size(), tag) == 0; });
