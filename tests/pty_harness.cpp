@@ -260,17 +260,12 @@ void PtyHost::resize(int rows, int cols) {
 
 void PtyHost::signal(int sig) {
     const pid_t job = options_.job ? tcgetpgrp(master_) : -1;
-    if (job > 0)
-        kill(-job, sig);
-    else
-        kill(pid_, sig);
+    kill(job > 0 ? -job : pid_, sig);
 }
 
 void PtyHost::closeInput() {
-    if (in_pipe_ >= 0) {
-        close(in_pipe_);
-        in_pipe_ = -1;
-    }
+    if (in_pipe_ >= 0) close(in_pipe_);
+    in_pipe_ = -1;
 }
 
 int PtyHost::finish() {

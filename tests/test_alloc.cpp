@@ -53,11 +53,6 @@ void forget(void *p) {
         }
 }
 
-void start_tracking() {
-    live_count = 0;
-    tracking = true;
-}
-
 } // namespace
 
 // ncurses does not survive its own allocations failing inside setupterm, so
@@ -147,7 +142,8 @@ TEST_F(AllocationFailure, TermInitFailsAtEveryPointAndLeavesNothingBehind) {
     const long needed = allocations_of([&] { term_init(&opts); });
     term_destroy();
     for (long n = 0; n <= needed; n++) {
-        start_tracking();
+        live_count = 0;
+        tracking = true;
         fail_from = n;
         const int ok = term_init(&opts);
         fail_from = -1;

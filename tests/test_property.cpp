@@ -24,11 +24,6 @@ int inputStart(const Screen &s, int base, const std::string &prompt) {
     return start;
 }
 
-Expected expected(const std::string &prompt, const std::string &text, size_t cursor, int cols) {
-    return expectedScreen(std::wstring(prompt.begin(), prompt.end()), std::wstring(text.begin(), text.end()), cursor,
-                          cols);
-}
-
 TEST(Property, TheScreenAlwaysShowsTheLineAndTheCursor) {
     const std::vector<std::string> keys = {kLeft, kRight, "\x01", "\x05", "\x7f", kDelete, "\x0b",
                                            kUp,   kDown,  kPageUp, kPageDown, "\r", "\x07"};
@@ -40,6 +35,7 @@ TEST(Property, TheScreenAlwaysShowsTheLineAndTheCursor) {
         const int plen = pick(cols + 6);
         for (int i = 0; i < plen; i++) prompt += "0123456789>$%:"[pick(14)];
         const std::string shown = plen > cols ? prompt.substr(0, static_cast<size_t>(cols - 1)) : prompt;
+        const std::wstring wide_shown(shown.begin(), shown.end());
         for (int i = 0; i < 4; i++) history += std::string(static_cast<size_t>(pick(2 * cols)), 'a' + pick(26)) + "\n";
         HostOptions o = xterm(cols, 60);
         o.cwd = historyDir(history);
@@ -77,12 +73,13 @@ TEST(Property, TheScreenAlwaysShowsTheLineAndTheCursor) {
             for (int r = 0; r < static_cast<int>(s.rows.size()); r++) rows += s.row(r) + "|\n";
             SCOPED_TRACE(rows + "text \"" + line + "\" after the keys " + visible(burst));
             const int start = inputStart(s, base, shown);
-            const Expected e = expected(shown, line.substr(0, at) + line.substr(at + 1), at, cols);
+            const std::wstring text(line.begin(), line.end());
+            const Expected e = expectedScreen(wide_shown, text.substr(0, at) + text.substr(at + 1), at, cols);
             for (int r = start; r < static_cast<int>(s.rows.size()); r++)
                 ASSERT_EQ(s.row(r), static_cast<size_t>(r - start) < e.rows.size() ? e.rows[r - start] : "") << r;
             EXPECT_EQ(s.cursor_row, start + e.cursor_row);
             EXPECT_EQ(s.cursor_col, e.cursor_col);
-            base = start + static_cast<int>(expected(shown, line, 0, cols).rows.size());
+            base = start + static_cast<int>(expectedScreen(wide_shown, text, 0, cols).rows.size());
         }
         ASSERT_EQ(h.finish(), 0);
     }
