@@ -179,14 +179,6 @@ void PtyHost::until(const std::function<bool()> &ready, const std::function<std:
     }
 }
 
-void PtyHost::waitCooked() {
-    until([this] { return isCooked(); }, [] { return "the terminal's own mode"; });
-}
-
-void PtyHost::waitRaw() {
-    until([this] { return isRaw(); }, [] { return "raw mode"; });
-}
-
 void PtyHost::keys(const std::string &bytes) {
     if (in_pipe_ >= 0) return write_all(in_pipe_, bytes.data(), bytes.size());
     // With standard output elsewhere the library cannot read the mode, so the

@@ -59,7 +59,7 @@ class PtyHost {
     // The terminal is in the mode a shell expects: line editing by the
     // driver, echo, signal keys, output processing, Return read as a newline.
     bool isCooked();
-    void waitCooked();
+    void waitCooked() { until([this] { return isCooked(); }, [] { return "the terminal's own mode"; }); }
     // Closes the input side (end of a pipe, or hang-up of the terminal).
     void closeInput();
     // Waits for the host to exit; answers its exit status (-1 on a time-out).
@@ -80,7 +80,7 @@ class PtyHost {
     bool drain(int timeout_ms);
     void until(const std::function<bool()> &ready, const std::function<std::string()> &what);
     void waitSide(const std::string &tag);
-    void waitRaw();
+    void waitRaw() { until([this] { return isRaw(); }, [] { return "raw mode"; }); }
     bool isRaw();
 
     HostOptions options_;

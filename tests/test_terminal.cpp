@@ -4,9 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iterator>
 #include <csignal>
-#include <fstream>
+#include <iterator>
 #include <memory>
 
 #include <sys/resource.h>
@@ -46,7 +45,7 @@ TEST(Instance, RepeatedInitKeepsTheFirstOptionsAndDestroyAllowsANewOne) {
     EXPECT_EQ(h.typed("one\rtwo\r"), (Lines{"one", "two"})); // AddressSanitizer's leak check runs at exit
     EXPECT_EQ(h.records("INIT"), (Lines{"INIT 1", "INIT 1", "INIT 1"}));
     EXPECT_EQ(readFile(first + "/term.history"), "one\n");
-    EXPECT_FALSE(std::ifstream(second + "/term.history").good());
+    EXPECT_NE(access((second + "/term.history").c_str(), F_OK), 0);
 }
 
 // The exact bytes one key writes after the keys before it were drawn, on the

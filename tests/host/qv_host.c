@@ -94,10 +94,6 @@ static int on_idle(void) {
     return idle_answer;
 }
 
-static int ends_in_backslash(const wchar_t *text, int length) {
-    return length > 0 && text[length - 1] == L'\\';
-}
-
 /* keepNewline has no arguments; in "backslash" mode (keep_mode -1) the host
    answers from the text it was last asked about, as a real REPL would. */
 static int last_ended_in_backslash;
@@ -107,7 +103,7 @@ static int is_complete(const wchar_t *text, int length) {
     fprintf(side, "COMPLETE %d", length);
     for (i = 0; i < length; i++) fprintf(side, " %X", (unsigned)text[i]);
     fprintf(side, "\n");
-    last_ended_in_backslash = ends_in_backslash(text, length);
+    last_ended_in_backslash = length > 0 && text[length - 1] == L'\\';
     if (complete_mode == 2) {
         for (i = 0; i < length; i++)
             if (text[i] == (wchar_t)('A' + reads - 1)) return 1;
