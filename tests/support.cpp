@@ -95,6 +95,13 @@ std::string Screen::row(int r) const {
     return s;
 }
 
+std::vector<std::string> Screen::shown() const {
+    std::vector<std::string> out;
+    for (int r = 0; r < static_cast<int>(rows.size()); r++) out.push_back(row(r));
+    while (!out.empty() && out.back().empty()) out.pop_back();
+    return out;
+}
+
 Screen render(const std::string &bytes, int rows, int cols, const std::vector<Resize> &resizes) {
     VTerm *vt = vterm_new(rows, cols);
     vterm_set_utf8(vt, 1);

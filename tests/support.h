@@ -15,6 +15,8 @@ struct Screen {
     int cursor_col = 0;
     // Row r with trailing blanks removed.
     std::string row(int r) const;
+    // Every row so, up to the last one that is not blank.
+    std::vector<std::string> shown() const;
 };
 
 // Where in the output the window changed to a new size.

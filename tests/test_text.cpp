@@ -58,8 +58,7 @@ TEST(Resize, TheInputIsDrawnAgainAtTheNewWidth) {
         typed += std::wstring(keys.begin(), keys.end());
         const Screen s = h.screen();
         const Expected e = expectedScreen(L"> ", typed, typed.size(), cols);
-        for (size_t r = 0; r < s.rows.size(); r++)
-            EXPECT_EQ(s.row(static_cast<int>(r)), r < e.rows.size() ? e.rows[r] : "") << cols;
+        EXPECT_EQ(s.shown(), e.rows) << cols;
         EXPECT_EQ(s.cursor_row, e.cursor_row) << cols;
         EXPECT_EQ(s.cursor_col, e.cursor_col) << cols;
     }
