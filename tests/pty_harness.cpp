@@ -1,5 +1,6 @@
 #include "pty_harness.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -130,21 +131,18 @@ PtyHost::~PtyHost() {
     if (out_pipe_ >= 0) close(out_pipe_);
 }
 
-// Reads what the host wrote for up to timeout_ms; answers whether anything came.
+// Reads all the host has written, waiting up to timeout_ms for the first
+// of it; answers whether anything came.
 bool PtyHost::drain(int timeout_ms) {
-    struct pollfd fds[2];
-    int n = 0;
-    fds[n++] = {master_, POLLIN, 0};
-    if (out_pipe_ >= 0) fds[n++] = {out_pipe_, POLLIN, 0};
     bool got = false;
-    if (poll(fds, static_cast<nfds_t>(n), timeout_ms) <= 0) return false;
-    for (int i = 0; i < n; i++) {
-        if (!(fds[i].revents & (POLLIN | POLLHUP))) continue;
-        char buf[4096];
-        const ssize_t r = read(fds[i].fd, buf, sizeof buf);
-        if (r > 0) {
-            output_.append(buf, static_cast<size_t>(r));
-            got = true;
+    for (bool more = true; more; timeout_ms = 0) {
+        struct pollfd fds[2] = {{master_, POLLIN, 0}, {out_pipe_, POLLIN, 0}};
+        if (poll(fds, out_pipe_ >= 0 ? 2 : 1, timeout_ms) <= 0) break;
+        more = false;
+        for (const pollfd &p : fds) {
+            char buf[4096];
+            const ssize_t r = p.revents & (POLLIN | POLLHUP) ? read(p.fd, buf, sizeof buf) : 0;
+            if (r > 0) output_.append(buf, static_cast<size_t>(r)), got = more = true;
         }
     }
     return got;
@@ -168,8 +166,7 @@ void PtyHost::until(const std::function<bool()> &ready, const std::function<std:
     while (!ready()) {
         if (!exited_ && waitpid(pid_, &status_, WNOHANG) == pid_) exited_ = true;
         if (exited_) {
-            while (drain(0)) {
-            }
+            drain(0);
             if (ready()) return;
         }
         if (exited_ || Clock::now() > deadline)
@@ -207,19 +204,12 @@ size_t PtyHost::waitOutput(const std::string &text, size_t from) {
 }
 
 void PtyHost::waitScreen(const std::string &text) {
-    std::vector<std::string> rows;
     until(
         [&] {
-            rows = screen().rows;
-            for (const std::string &row : rows)
-                if (row.find(text) != std::string::npos) return true;
-            return false;
+            const std::vector<std::string> rows = screen().rows;
+            return std::any_of(rows.begin(), rows.end(), [&](const std::string &r) { return r.find(text) != r.npos; });
         },
-        [&] {
-            std::string all = "\"" + text + "\" on the screen:\n";
-            for (const std::string &row : rows) all += "|" + row + "|\n";
-            return all;
-        });
+        [&] { return "\"" + text + "\" on the screen " + ::testing::PrintToString(screen().shown()); });
 }
 
 void PtyHost::waitRead(int n) {
@@ -229,20 +219,17 @@ void PtyHost::waitRead(int n) {
 
 void PtyHost::waitEnd(int n) {
     waitSide("END " + std::to_string(n) + "\n");
-    while (drain(0)) {
-    }
+    drain(0);
 }
 
 void PtyHost::settle() {
     const size_t ticks = records("TICK").size() + 2;
     until([&] { return records("TICK").size() >= ticks; }, [] { return "the host to settle"; });
-    while (drain(0)) {
-    }
+    drain(0);
 }
 
 void PtyHost::resize(int rows, int cols) {
-    while (drain(0)) {
-    }
+    drain(0);
     resizes_.push_back(Resize{output_.size(), rows, cols});
     struct winsize ws {};
     ws.ws_row = static_cast<unsigned short>(rows);
