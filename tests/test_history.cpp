@@ -5,8 +5,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -35,11 +33,6 @@ class History : public ::testing::Test {
         free(c.state);
     }
     void add(const std::wstring &s) { history_add(&c, s.c_str(), static_cast<uint32_t>(s.size())); }
-    std::vector<std::wstring> entries() const {
-        std::vector<std::wstring> out;
-        for (history_entry *e = c.history->first; e; e = e->next) out.emplace_back(e->text, e->length);
-        return out;
-    }
     void write_file(const std::string &bytes) { std::ofstream(path, std::ios::binary) << bytes; }
     std::string read_file() const { return qvtest::readFile(path); }
 
@@ -104,27 +97,6 @@ TEST_F(History, SymlinksAreKeptAndFollowed) {
     add(L"two");
     history_save(&c, path.c_str());
     EXPECT_EQ(qvtest::readFile(real), "two\n");
-}
-
-// Empty lines give no entry, a CR stays in its entry, the last line needs
-// no line break, a line that cannot be decoded (Latin-1, a NUL) costs only
-// itself, and the add rules apply: only a repeat of the newest is dropped.
-TEST_F(History, LoadTakesEveryLineItCan) {
-    const std::pair<std::string, std::vector<std::wstring>> cases[] = {
-        {"", {}},
-        {"\n\n\n", {}},
-        {"a\r\nb\r\nno newline", {L"a\r", L"b\r", L"no newline"}},
-        {std::string("good\nbad \xe9 latin1\nx\0hidden\nafter\n", 33), {L"good", L"after"}},
-        {"dup\ndup\nmid\ndup\n", {L"dup", L"mid", L"dup"}},
-    };
-    for (const auto &k : cases) {
-        history_clear(&c);
-        write_file(k.first);
-        history_load(&c, path.c_str());
-        EXPECT_EQ(entries(), k.second) << k.first;
-    }
-    history_load(&c, path.c_str()); // appended; the joining duplicate is dropped
-    EXPECT_EQ(entries(), (std::vector<std::wstring>{L"dup", L"mid", L"dup", L"mid", L"dup"}));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
-// The history file's load and save round trip. Whatever the file holds, a
-// save after a load gives back every line it held, byte for byte, then this
-// session's entry, the oldest dropped beyond the history size.
+// The history file's load and save round trip. Whatever the file holds, the
+// load keeps the entries a model of its rules expects, and a save after it
+// gives back every line the file held, byte for byte, then this session's
+// entry, the oldest dropped beyond the history size.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -33,12 +34,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     c.state = static_cast<console_state *>(calloc(1, sizeof(console_state)));
     c.history_add_unchanged = 1;
     c.history_max = kMax;
-    history_load(&c, path.c_str());
-    history_add(&c, L"new", 3);
-    history_save(&c, path.c_str());
-
+    // The load keeps each non-empty line it can decode (a CR stays in it),
+    // unless it repeats the one kept before it.
     std::vector<std::string> lines;
-    std::string last_loaded; // the newest entry the load could take
+    std::vector<std::wstring> kept, got;
     for (size_t p = 0; p < in.size();) {
         size_t nl = in.find('\n', p);
         if (nl == std::string::npos) nl = in.size();
@@ -47,13 +46,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             lines.push_back(line);
             int n = 0;
             wchar_t *w = line.find('\0') == std::string::npos ? cp2wchar(&c, line.c_str(), &n) : nullptr;
-            if (w) last_loaded = line;
+            if (w && (kept.empty() || kept.back() != std::wstring(w, static_cast<size_t>(n)))) kept.emplace_back(w, n);
             free(w);
         }
         p = nl + 1;
     }
+    history_load(&c, path.c_str());
+    for (const history_entry *e = c.history->first; e; e = e->next) got.emplace_back(e->text, e->length);
+    if (kept.size() > kMax) kept.erase(kept.begin(), kept.end() - kMax);
+    if (got != kept) {
+        fprintf(stderr, "fuzz_history: the load kept other entries\n");
+        abort();
+    }
+    history_add(&c, L"new", 3);
+    history_save(&c, path.c_str());
+    // The save gives back every line the file held, then the new entry.
     std::string want;
-    if (last_loaded == "new") {
+    if (!kept.empty() && kept.back() == L"new") {
         want = in; // nothing new: the file is not touched
     } else {
         lines.push_back("new");
