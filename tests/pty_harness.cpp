@@ -242,11 +242,6 @@ void PtyHost::signal(int sig) {
     kill(job > 0 ? -job : pid_, sig);
 }
 
-void PtyHost::closeInput() {
-    if (in_pipe_ >= 0) close(in_pipe_);
-    in_pipe_ = -1;
-}
-
 int PtyHost::finish() {
     try {
         until([this] { return exited_; }, [] { return "the host to exit"; });
@@ -261,6 +256,7 @@ int PtyHost::finish() {
 
 Lines PtyHost::typed(const std::string &bytes) {
     if (!bytes.empty()) keys(bytes);
+    if (in_pipe_ >= 0) close(in_pipe_), in_pipe_ = -1; // a pipe ends where the keys end
     const int status = finish();
     if (status != 0) throw std::runtime_error("the host exited with status " + std::to_string(status));
     return lines();

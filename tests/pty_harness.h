@@ -60,12 +60,11 @@ class PtyHost {
     // driver, echo, signal keys, output processing, Return read as a newline.
     bool isCooked();
     void waitCooked() { until([this] { return isCooked(); }, [] { return "the terminal's own mode"; }); }
-    // Closes the input side (end of a pipe, or hang-up of the terminal).
-    void closeInput();
     // Waits for the host to exit; answers its exit status (-1 on a time-out).
     int finish();
-    // Types keys, waits for the host to exit (throwing unless it exits with
-    // status 0), and answers the lines its reads returned.
+    // Types keys (closing a pipe after them), waits for the host to exit
+    // (throwing unless it exits with status 0), and answers the lines its
+    // reads returned.
     std::vector<std::string> typed(const std::string &keys);
 
     const std::string &output() const { return output_; }

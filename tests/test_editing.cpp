@@ -331,9 +331,7 @@ TEST(Paste, MultiLinePastesAreInsertedNotRun) {
     piped.stdin_pipe = true;
     PtyHost cut({"init", "line:> ", "destroy"}, piped);
     cut.waitRead(0);
-    cut.keys(start + "abc\rdef");
-    cut.closeInput();
-    EXPECT_EQ(cut.typed(""), Lines{"abc\ndef"});
+    EXPECT_EQ(cut.typed(start + "abc\rdef"), Lines{"abc\ndef"});
 }
 
 } // namespace

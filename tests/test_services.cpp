@@ -56,28 +56,45 @@ void join(KThread t) {
 
 void run(std::function<void()> body, int priority = 1) { join(start(body, priority)); }
 
-TEST(Threads, RecursiveMutexAndTryLockFromAnotherThread) {
+// The other thread sees the owner's lock, its own empty local storage and
+// an id of its own.
+TEST(Threads, MutexesLocalStorageAndSleeps) {
     KMutex m = New_KMutex();
-    int answer = -1;
+    KThreadLocalStorage tls = New_KThreadLocalStorage();
+    int mine = 5, answer = -1;
+    void *theirs = &mine;
+    unsigned long their_id = 0;
+    KThreadLocalStorageSet(tls, &mine);
     auto try_lock = [&] {
         answer = KMutexTryLock(m);
         if (answer == 1) KMutexUnlock(m);
+        theirs = KThreadLocalStorageGet(tls);
+        their_id = KThreadID();
     };
     KMutexLock(m);
     KMutexLock(m); // the owner may lock again
-    run(try_lock);
+    run(try_lock, 2);
     EXPECT_EQ(answer, 0);
+    EXPECT_EQ(theirs, nullptr);
+    EXPECT_NE(their_id, KThreadID());
+    EXPECT_EQ(KThreadLocalStorageGet(tls), &mine);
     KMutexUnlock(m);
     KMutexUnlock(m);
     run(try_lock, 7); // an unknown priority code runs at the default priority
     EXPECT_EQ(answer, 1);
     Delete_KMutex(m);
+    Delete_KThreadLocalStorage(tls);
 
     KMutex plain = New_KMutex_NonRecursive();
     EXPECT_EQ(KMutexTryLock(plain), 1);
     EXPECT_EQ(KMutexTryLock(plain), 0); // not recursive
     KMutexUnlock(plain);
     Delete_KMutex(plain);
+    const auto begun = std::chrono::steady_clock::now();
+    KThread_Sleep(0);
+    KThread_Sleep(-5);
+    KThread_Sleep(30);
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(30));
 }
 
 TEST(Threads, TimedWaitTellsATimeOutFromASignal) {
@@ -102,27 +119,6 @@ TEST(Threads, TimedWaitTellsATimeOutFromASignal) {
     join(t);
     Delete_KCondition(cond);
     Delete_KMutex(m);
-}
-
-TEST(Threads, LocalStorageIsPerThreadAndSleepsReturn) {
-    KThreadLocalStorage tls = New_KThreadLocalStorage();
-    int mine = 5;
-    void *theirs = &mine;
-    unsigned long their_id = 0;
-    KThreadLocalStorageSet(tls, &mine);
-    run([&] {
-        theirs = KThreadLocalStorageGet(tls);
-        their_id = KThreadID();
-    }, 2);
-    EXPECT_EQ(theirs, nullptr);
-    EXPECT_NE(their_id, KThreadID());
-    EXPECT_EQ(KThreadLocalStorageGet(tls), &mine);
-    Delete_KThreadLocalStorage(tls);
-    const auto begun = std::chrono::steady_clock::now();
-    KThread_Sleep(0);
-    KThread_Sleep(-5);
-    KThread_Sleep(30);
-    EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(30));
 }
 
 // In a child, so the test run keeps its own priority. Raising priority needs

@@ -150,9 +150,7 @@ TEST(InputEnd, APipeIsReadToItsEnd) {
     piped.stdin_pipe = true;
     PtyHost p({"init", "line:", "line:", "line:", "getchar:0", "destroy"}, piped);
     p.waitRead(0);
-    p.keys("abc\ndef");
-    p.closeInput();
-    EXPECT_EQ(p.typed(""), (Lines{"abc", "def", ""}));
+    EXPECT_EQ(p.typed("abc\ndef"), (Lines{"abc", "def", ""}));
     EXPECT_EQ(p.records("CHAR"), Lines{"CHAR 0"});
     EXPECT_TRUE(p.records("EOI").empty());
 }

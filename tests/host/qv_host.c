@@ -237,13 +237,9 @@ int main(int argc, char **argv) {
         } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
-        } else if (strcmp(a, "completer:words") == 0) {
-            term_setCompleter(complete_words, NULL);
-        } else if (strncmp(a, "completer:many=", 15) == 0) {
-            many_count = atol(a + 15);
-            term_setCompleter(complete_words, NULL);
-        } else if (strcmp(a, "completer:bad") == 0) {
-            term_setCompleter(complete_bad, NULL);
+        } else if (strncmp(a, "completer:", 10) == 0) {
+            many_count = strncmp(a + 10, "many=", 5) == 0 ? atol(a + 15) : 0;
+            term_setCompleter(strcmp(a + 10, "bad") == 0 ? complete_bad : complete_words, NULL);
         } else if (strncmp(a, "option:", 7) == 0 && strchr(a, '=')) {
             fprintf(side, "OPTION %d\n", term_setOption(atoi(a + 7), atoi(strchr(a, '=') + 1)));
         } else if (strcmp(a, "sigint:default") == 0) {
