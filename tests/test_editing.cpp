@@ -187,12 +187,8 @@ TEST(Mask, ShowsTheMaskAndNeverRecallsOrKeepsALine) {
     PtyHost h({"init:dir=" + dir, "load", "mask:*:pw: ", "destroy"}, xterm());
     EXPECT_EQ(h.typed("secret" + kUp + kDown + kPageUp + kPageDown + kUp + "\r"), Lines{"secret"});
     EXPECT_EQ(h.screen().row(0), "pw: ******");
-    // No byte of a masked line, typed or recalled, ever reaches the terminal:
-    // the only lower-case letters xterm's motions never use are the prompt's.
-    std::string shown = h.output();
-    for (const std::string paste_mode : {"\x1b[?2004h", "\x1b[?2004l"})
-        for (size_t at; (at = shown.find(paste_mode)) != std::string::npos;) shown.erase(at, paste_mode.size());
-    for (char ch : shown) EXPECT_TRUE(ch < 'a' || ch > 'z' || ch == 'p' || ch == 'w') << visible(h.output());
+    // No letter of the typed line or the recalled one ever reaches the terminal.
+    EXPECT_EQ(h.output().find_first_of("secrtun"), std::string::npos) << visible(h.output());
     EXPECT_EQ(readFile(dir + "/term.history"), "hunter\n");
 }
 
@@ -284,7 +280,8 @@ TEST(Continuation, KeptLineBreaks) {
     EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 2 78 28");
     EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 A 5A 79 29");
     // The merged second input is drawn as the one line it became.
-    EXPECT_EQ(h.screen().shown(), (Lines{"> x(", "  Zy)", "> (a)", "> (abXc", "  )", "> (abx", "  cd)", "> ab\\", "  cd"}));
+    EXPECT_EQ(h.screen().shown(),
+              (Lines{"> x(", "  Zy)", "> (a)", "> (abXc", "  )", "> (abx", "  cd)", "> ab\\", "  cd"}));
     // A history entry is one line; a backslash before a break joins.
     EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\nabcd\n");
 }

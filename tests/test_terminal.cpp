@@ -18,8 +18,6 @@ using namespace qvtest;
 
 namespace {
 
-std::string spaces(int n) { return std::string(static_cast<size_t>(n), ' '); }
-
 // Every read of the host left the terminal in the mode it found it in.
 void expectModesRestored(const PtyHost &h) {
     for (const std::string &m : h.records("MODE")) EXPECT_NE(m.find("same"), std::string::npos) << m;
@@ -35,7 +33,7 @@ TEST(Instance, InitReadsTheSizeAndALineComesBackExactly) {
     EXPECT_EQ(h.records("HEIGHT"), Lines{"HEIGHT 10"});
     EXPECT_EQ(h.records("LOCALE"), Lines{"LOCALE C"}); // the host's locale is its own
     expectModesRestored(h);
-    EXPECT_EQ(h.output(), "<hpa 0>> " + spaces(18) + "<hpa 0><cuf 2>" + "<hpa 2>h<hpa 2><cuf 1>" +
+    EXPECT_EQ(h.output(), "<hpa 0>> " + std::string(18, ' ') + "<hpa 0><cuf 2>" + "<hpa 2>h<hpa 2><cuf 1>" +
                               "<hpa 3>i<hpa 3><cuf 1>" + "<cr>\n");
 }
 
@@ -56,7 +54,8 @@ TEST(Instance, EachKeyWritesExactlyItsCells) {
         std::string prompt, before, key, bytes;
     };
     const Case cases[] = {
-        {"qv-readable", "> ", std::string(17, 'x'), "y", "<hpa 19>y<hpa 19>\n<hpa 0>" + spaces(20) + "<hpa 19><cub 19>"},
+        {"qv-readable", "> ", std::string(17, 'x'), "y",
+         "<hpa 19>y<hpa 19>\n<hpa 0>" + std::string(20, ' ') + "<hpa 19><cub 19>"},
         {"qv-readable", "> ", "abc", "\x01", "<cub 3>"},
         {"qv-readable", "> ", "abc\x01", "\x05", "<cuf 3>"},
         {"qv-readable", "", std::string(45, 'x'), "\x01", "<cuu 2><cub 5>"},
@@ -65,7 +64,7 @@ TEST(Instance, EachKeyWritesExactlyItsCells) {
         {"qv-readable", "> ", "abc" + kLeft + kLeft, "\x7f", "<cub 1><hpa 2>bc <hpa 2>"},
         {"qv-readable", "> ", "abcdef", kUp, "<hpa 4>X<hpa 7>Y"}, // only the cells that changed
         {"qv-nohpa", "> ", "", "a", "<cr><cuf 2>a<cr><cuf 2><cuf 1>"},
-        {"qv-nohpa", "", std::string(25, 'x'), kUp, "<cuu 1><cr>abXdeY" + spaces(19) + "<cuu 1><cuf 1>"},
+        {"qv-nohpa", "", std::string(25, 'x'), kUp, "<cuu 1><cr>abXdeY" + std::string(19, ' ') + "<cuu 1><cuf 1>"},
         {"qv-nocr", "> ", "abc", "\r", "\n"},
     };
     for (const Case &k : cases) {
