@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include <dlfcn.h>
@@ -18,6 +17,7 @@
 #include "console.h"
 #include "os-unix.h"
 #include "quorvel.h"
+#include "support.h"
 
 extern "C" {
 void *__libc_malloc(size_t);
@@ -160,9 +160,7 @@ TEST_F(AllocationFailure, TermInitFailsAtEveryPointAndLeavesNothingBehind) {
 
 // A load cut short by any failed allocation never costs the file an entry.
 TEST_F(AllocationFailure, AFailedLoadNeverCostsTheFileAnEntry) {
-    char dir[] = "/tmp/quorvel-alloc-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    const std::string path = std::string(dir) + "/term.history";
+    const std::string path = qvtest::tempDir() + "/term.history";
     const std::string before = "alpha\nbeta\ngamma\n";
     console c{};
     ASSERT_EQ(console_init(&c), 1);
@@ -177,9 +175,7 @@ TEST_F(AllocationFailure, AFailedLoadNeverCostsTheFileAnEntry) {
         fail_from = -1;
         history_add(&c, L"new", 3);
         history_save(&c, path.c_str());
-        std::stringstream saved;
-        saved << std::ifstream(path).rdbuf();
-        EXPECT_EQ(saved.str(), before + "new\n") << "allocation " << n;
+        EXPECT_EQ(qvtest::readFile(path), before + "new\n") << "allocation " << n;
     }
     console_free(&c);
 }

@@ -69,9 +69,7 @@ TEST(Property, TheScreenAlwaysShowsTheLineAndTheCursor) {
             const size_t at = line.find(marker);
             ASSERT_NE(at, std::string::npos) << line;
 
-            std::string rows;
-            for (int r = 0; r < static_cast<int>(s.rows.size()); r++) rows += s.row(r) + "|\n";
-            SCOPED_TRACE(rows + "text \"" + line + "\" after the keys " + visible(burst));
+            SCOPED_TRACE(testing::PrintToString(s.shown()) + " text \"" + line + "\" after the keys " + visible(burst));
             const int start = inputStart(s, base, shown);
             const std::wstring text(line.begin(), line.end());
             const Expected e = expectedScreen(wide_shown, text.substr(0, at) + text.substr(at + 1), at, cols);
