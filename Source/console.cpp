@@ -120,6 +120,7 @@ void console_free(console *c) {
         qv::history_forget_new(c);
         qv::kill_ring_free(c);
         qv::undo_free(c);
+        free(c->state->hint_text);
         free(c->state);
         c->state = nullptr;
     }

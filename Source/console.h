@@ -139,9 +139,12 @@ struct console_state {
     int ring_top;
     int yank_start, yank_len, yank_slot;
     struct undo_log *undo;
-    /* The hint shown after the text: a stretch of a history entry. */
+    /* The hint shown after the text: a copy of a stretch of a history
+       entry, hint_text when there is one. */
     const wchar_t *hint;
     int hint_len;
+    wchar_t *hint_text;
+    int hint_cap;
 };
 
 namespace qv {

@@ -1,6 +1,7 @@
 // History hints: with the cursor at the end of the input, the rest of the
 // newest history entry that starts with the text is drawn dim after it.
 // The hint is no part of the text until the user takes it.
+#include <cstdlib>
 #include <cwchar>
 
 #include "console.h"
@@ -10,10 +11,21 @@
 
 namespace {
 
+// The hint is a copy: the entry it came from may leave the history (a limit,
+// a clear, a callback's additions) while the hint is still on the screen.
 void set_hint(console *c, const wchar_t *hint, int len) {
     console_state *st = c->state;
-    if (st->hint == hint && st->hint_len == len) return;
-    st->hint = hint;
+    if (st->hint_len == len && (len == 0 || wmemcmp(st->hint_text, hint, static_cast<size_t>(len)) == 0)) return;
+    if (len > st->hint_cap) {
+        auto *grown = static_cast<wchar_t *>(realloc(st->hint_text, sizeof(wchar_t) * static_cast<size_t>(len)));
+        if (!grown) len = 0; // no hint rather than part of one
+        else {
+            st->hint_text = grown;
+            st->hint_cap = len;
+        }
+    }
+    if (len > 0) wmemcpy(st->hint_text, hint, static_cast<size_t>(len));
+    st->hint = len > 0 ? st->hint_text : nullptr;
     st->hint_len = len;
     // The rows from the end of the text on are laid out again.
     const int end = static_cast<int>(c->editor.lastchar - c->editor.buffer);
@@ -56,10 +68,14 @@ bool qv::hint_accept(console *c, bool word) {
         while (n < st->hint_len && !is_word_char(st->hint[n])) n++;
         while (n < st->hint_len && is_word_char(st->hint[n])) n++;
     }
-    const wchar_t *taken = st->hint;
+    // The insertion changes the text the hint is computed from: take the
+    // hint's copy out of the way first.
+    wchar_t *taken = st->hint_text;
+    st->hint_text = nullptr;
     st->hint = nullptr;
-    st->hint_len = 0;
+    st->hint_len = st->hint_cap = 0;
     if (buffer_insert_string(c, taken, static_cast<uint32_t>(n)) != 0) history_set_dirty(c);
+    free(taken);
     hint_update(c);
     qv::screen_refresh(c, 0);
     return true;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include "console.h"
 #include "text.h"
@@ -14,9 +15,38 @@ namespace {
 
 using CharPtr = std::unique_ptr<char, decltype(&free)>;
 
+// The list as the header shows it, and the serial numbers behind it. Every
+// entry gets the next serial when it is added and entries only leave from
+// the oldest end (or all at once), so the entries are numbered without gaps
+// from first_serial: a serial is a position that survives additions and
+// says whether its entry still exists.
+struct HistoryRecord {
+    history_t list;
+    long long first_serial;
+    long long next_serial;
+};
+static_assert(std::is_standard_layout<HistoryRecord>::value, "the list is the record's first member");
+
+HistoryRecord *record(history_t *h) { return reinterpret_cast<HistoryRecord *>(h); }
+
 void free_entry(history_entry *e) {
     free(e->text);
     free(e);
+}
+
+// The oldest entry goes. The walk, if it stood there, moves to the entry
+// that is now the oldest.
+void drop_oldest(history_t *h) {
+    history_entry *oldest = h->first;
+    h->first = oldest->next;
+    if (h->first)
+        h->first->prev = nullptr;
+    else
+        h->last = nullptr;
+    if (h->current == oldest) h->current = h->first;
+    free_entry(oldest);
+    h->count--;
+    record(h)->first_serial++;
 }
 
 } // namespace
@@ -30,7 +60,10 @@ wchar_t *make_string_copy(const wchar_t *text, uint32_t n) {
     return copy;
 }
 
-history_t *history_new(void) { return static_cast<history_t *>(calloc(1, sizeof(history_t))); }
+history_t *history_new(void) {
+    auto *r = static_cast<HistoryRecord *>(calloc(1, sizeof(HistoryRecord)));
+    return r ? &r->list : nullptr;
+}
 
 void history_clear(console *c) {
     history_t *h = c->history;
@@ -42,6 +75,7 @@ void history_clear(console *c) {
     history_cleanup_temp(c);
     h->first = h->last = h->current = nullptr;
     h->count = 0;
+    record(h)->first_serial = record(h)->next_serial;
 }
 
 int top_is_duplicate(console *c, const wchar_t *text, uint32_t n) {
@@ -53,41 +87,57 @@ void history_add(console *c, const wchar_t *text, uint32_t n) {
     history_t *h = c->history;
     if (c->history_add_unchanged == 0 && h->dirty == 0) return;
     if (c->masked || c->history_max <= 0) return;
-    auto *e = static_cast<history_entry *>(calloc(1, sizeof(history_entry)));
-    if (!e) return;
-    e->text = make_string_copy(text, n);
-    if (!e->text) {
-        free(e);
-        return;
-    }
-    e->length = n;
-    if (!h->last) {
-        QV_ASSERT(h->first == NULL);
-        h->first = h->last = e;
-        h->count = 1;
-    } else {
-        QV_ASSERT(h->first != NULL);
-        if (c->history_allow_duplicates == 0 && top_is_duplicate(c, e->text, n)) {
-            free_entry(e);
-            e = nullptr;
-        } else {
-            e->prev = h->last;
-            h->last->next = e;
-            h->last = e;
-            if (h->count < c->history_max) {
-                h->count++;
-            } else {
-                history_entry *oldest = h->first;
-                h->first = oldest->next;
-                h->first->prev = nullptr;
-                free_entry(oldest);
-            }
-        }
-    }
-    if (e) qv::history_note_new(c, e->text, e->length);
+    qv::history_append(c, text, n);
     history_cleanup_temp(c);
     h->current = nullptr;
     h->dirty = 0;
+}
+
+bool qv::history_append(console *c, const wchar_t *text, uint32_t n) {
+    history_t *h = c->history;
+    if (c->history_max <= 0) return false;
+    auto *e = static_cast<history_entry *>(calloc(1, sizeof(history_entry)));
+    if (!e) return false;
+    e->text = make_string_copy(text, n);
+    if (!e->text || (c->history_allow_duplicates == 0 && top_is_duplicate(c, e->text, n))) {
+        free_entry(e);
+        return false;
+    }
+    e->length = n;
+    e->prev = h->last;
+    if (h->last)
+        h->last->next = e;
+    else
+        h->first = e;
+    h->last = e;
+    h->count++;
+    record(h)->next_serial++;
+    while (h->count > c->history_max && h->first) drop_oldest(h);
+    qv::history_note_new(c, e->text, e->length);
+    return true;
+}
+
+void qv::history_limit(console *c, int max) {
+    c->history_max = max;
+    while (c->history->count > max && c->history->first) drop_oldest(c->history);
+}
+
+long long qv::history_first_serial(const console *c) { return record(c->history)->first_serial; }
+
+long long qv::history_end_serial(const console *c) { return record(c->history)->next_serial; }
+
+const history_entry *qv::history_at_serial(const console *c, long long serial) {
+    const HistoryRecord *r = record(c->history);
+    if (serial < r->first_serial || serial >= r->next_serial) return nullptr;
+    // From the nearer end: searches and hints mostly look at recent entries.
+    if (r->next_serial - serial <= serial - r->first_serial) {
+        const history_entry *e = r->list.last;
+        for (long long s = r->next_serial - 1; s > serial; s--) e = e->prev;
+        return e;
+    }
+    const history_entry *e = r->list.first;
+    for (long long s = r->first_serial; s < serial; s++) e = e->next;
+    return e;
 }
 
 history_line *history_get(console *c, int direction) {

@@ -52,6 +52,24 @@ QV_API void history_print_all(struct console *c);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+/* Adds an entry for the host or from the file: the duplicate rule and the
+   limit apply, the walk and the saved line stay as they are (an entry the
+   walk stood on may leave past the limit: the walk moves to the oldest).
+   Answers whether the entry went in. */
+bool history_append(struct console *c, const wchar_t *text, uint32_t n);
+/* A new limit, applied to the list now. */
+void history_limit(struct console *c, int max);
+/* Positions that outlive a change of the list: the oldest entry's serial,
+   and one past the newest's. The entry at a serial, NULL once it has gone;
+   the pointer is good only until the list next changes. */
+long long history_first_serial(const struct console *c);
+long long history_end_serial(const struct console *c);
+const history_entry *history_at_serial(const struct console *c, long long serial);
+} // namespace qv
+#endif
 #endif
 
 #include "historyfile.h"

@@ -344,8 +344,14 @@ void history_load(console *c, const char *path) {
     if (!ok) return;
     // The file's entries are in the file already: a save must not add them.
     if (c->state) c->state->loading = 1;
+    // As the host's additions, loading leaves a walk through the list (and
+    // the line it saved) as it was: a load may come from a callback.
     for_each_line(b, [&](Line l) {
-        if (!memchr(l.text, 0, l.len)) history_add_character_range(c, l.text, l.text + l.len);
+        if (memchr(l.text, 0, l.len)) return;
+        CharPtr bytes(strndup(l.text, l.len), &free);
+        int count = 0;
+        WidePtr wide(bytes ? cp2wchar(c, bytes.get(), &count) : nullptr, &free);
+        if (wide) qv::history_append(c, wide.get(), static_cast<uint32_t>(count));
     });
     if (c->state) c->state->loading = 0;
 }

@@ -233,6 +233,7 @@ void end_modes(console *c) {
     c->state->modal = nullptr;
     c->state->last_action = nullptr;
     c->state->hint = nullptr;
+    c->state->hint_len = 0;
     qv::undo_reset(c);
 }
 
@@ -305,22 +306,25 @@ void read_input(console *c) {
         c->error = 0;
         const int key = next_byte(c, 0, true);
         if (key < 0) break;
-        // While the burst goes on, keys change the model; the paint waits
-        // until the burst is used up.
-        qv::screen_defer(c, buffered());
         const keymap_entry &e = map[key];
         action_fn action = nullptr;
+        int arg = key;
         if (e.type == KM_FUNCTION) {
             action = e.target.action;
         } else if (e.type == KM_SUBMAP) {
             action = decode_sequence(c, key, e.target.map);
         } else if (key >= 0xC2 && key <= 0xF4 && qv::option(TERM_OPTION_UTF8_INPUT)) {
             // Typed text beyond ASCII: one character, inserted as a key is.
-            const int ch = read_utf8(c, key);
-            if (ch > 0 && c->status == ST_READING) dispatch(c, action_insert_char, ch);
-            continue;
+            arg = read_utf8(c, key);
+            if (arg <= 0) continue;
+            action = action_insert_char;
         }
-        if (c->status == ST_READING) dispatch(c, action, key);
+        if (c->status != ST_READING) continue;
+        // While more keys wait, keys change the model and the paint waits
+        // until the burst is used up. The rest of this key's own bytes were
+        // read above: they are no burst.
+        qv::screen_defer(c, buffered());
+        dispatch(c, action, arg);
     } while (!c->terminate && c->status == ST_READING && c->eof != 1);
     // A read that ends mid-burst shows what the user must see first.
     qv::screen_defer(c, false);

@@ -27,7 +27,12 @@ struct Search {
     const wchar_t *saved_prompt;
     wchar_t query[kQueryMax + 1];
     int qlen;
-    history_entry *match; // NULL: nothing found yet
+    // The match: its entry's position in the history, checked again before
+    // every use, and a copy of its text, which is what the line shows.
+    bool found;
+    long long match_serial;
+    wchar_t *match_text;
+    int match_len;
     int match_pos;
     bool failing;
     int direction; // -1 older, +1 newer
@@ -39,37 +44,47 @@ Search s;
 void forget() {
     free(s.saved);
     free(s.saved_breaks);
+    free(s.match_text);
     s = Search{};
 }
 
-// The next entry holding the query, from `from` on in the search's
-// direction (from itself when inclusive); the newest or oldest when from is
-// NULL. Answers the entry and the query's place in it.
-history_entry *find(console *c, history_entry *from, bool inclusive, int *pos) {
-    history_entry *e = from;
-    if (!e)
-        e = s.direction < 0 ? c->history->last : c->history->first;
-    else if (!inclusive)
-        e = s.direction < 0 ? e->prev : e->next;
-    for (; e; e = s.direction < 0 ? e->prev : e->next) {
-        const wchar_t *at = wcsstr(e->text, s.query);
-        if (at) {
-            *pos = static_cast<int>(at - e->text);
-            return e;
+// The position of the next entry holding the query, from `from` on in the
+// search's direction (from itself when inclusive), or from the newest or
+// oldest entry when there is no match yet; -1 when there is none. The
+// entries are looked at only within this call.
+long long find(console *c, bool inclusive, int *pos) {
+    const long long first = qv::history_first_serial(c), end = qv::history_end_serial(c);
+    long long at = s.direction < 0 ? end - 1 : first;
+    if (s.found) at = inclusive ? s.match_serial : s.match_serial + s.direction;
+    // The match's entry may have gone, and newer ones come, since it was found.
+    if (s.direction < 0 && at >= end) at = end - 1;
+    if (s.direction > 0 && at < first) at = first;
+    for (const history_entry *e = qv::history_at_serial(c, at); e;
+         e = s.direction < 0 ? e->prev : e->next, at += s.direction) {
+        const wchar_t *hit = wcsstr(e->text, s.query);
+        if (hit) {
+            *pos = static_cast<int>(hit - e->text);
+            return at;
         }
     }
-    return nullptr;
+    return -1;
 }
 
 // Looks for the query and shows what it found; a query with no match keeps
 // the last match and says it failed.
-void look(console *c, history_entry *from, bool inclusive) {
+void look(console *c, bool inclusive) {
     int pos = 0;
-    history_entry *e = s.qlen > 0 ? find(c, from, inclusive, &pos) : nullptr;
-    s.failing = s.qlen > 0 && !e;
-    if (e) {
-        s.match = e;
+    const long long at = s.qlen > 0 ? find(c, inclusive, &pos) : -1;
+    const history_entry *e = at >= 0 ? qv::history_at_serial(c, at) : nullptr;
+    wchar_t *copy = e ? make_string_copy(e->text, e->length) : nullptr;
+    s.failing = s.qlen > 0 && !copy;
+    if (copy) {
+        free(s.match_text);
+        s.match_text = copy;
+        s.match_len = static_cast<int>(e->length);
+        s.match_serial = at;
         s.match_pos = pos;
+        s.found = true;
     }
 }
 
@@ -77,8 +92,8 @@ void show(console *c) {
     swprintf(s.prompt, sizeof s.prompt / sizeof s.prompt[0], L"(%ls%ls)`%ls': ",
              s.failing ? L"failing " : L"", s.direction < 0 ? L"reverse-i-search" : L"i-search", s.query);
     c->prompt = s.prompt;
-    if (s.match) {
-        buffer_replace(c, s.match->text, s.match->length);
+    if (s.found) {
+        buffer_replace(c, s.match_text, static_cast<uint32_t>(s.match_len));
         c->editor.cursor = c->editor.buffer + s.match_pos;
     } else {
         buffer_replace(c, s.saved ? s.saved : L"", static_cast<uint32_t>(s.saved_len));
@@ -115,14 +130,14 @@ int search_key(console *c, action_fn action, int key) {
             s.query[s.qlen++] = static_cast<wchar_t>(key);
             s.query[s.qlen] = 0;
         }
-        look(c, s.match, true);
+        look(c, true);
     } else if (action == action_key_backspace) {
         // A shorter query still matches where the longer one did.
         if (s.qlen > 0) s.query[--s.qlen] = 0;
-        look(c, s.match, true);
+        look(c, true);
     } else if (action == action_search_backward || action == action_search_forward) {
         s.direction = action == action_search_backward ? -1 : 1;
-        look(c, s.match, false);
+        look(c, false);
     } else if (action == action_abandon_input) {
         finish(c, true);
         return 1;

@@ -160,9 +160,7 @@ int term_addHistory(const char *line) {
     if (!wide || n <= 0) return 0;
     const auto len = static_cast<uint32_t>(n);
     if (top_is_duplicate(c, wide.get(), len)) return 1;
-    const history_entry *before = c->history->last;
-    history_add(c, wide.get(), len);
-    return c->history->last != before;
+    return qv::history_append(c, wide.get(), len) ? 1 : 0;
 }
 
 void term_clearHistory(void) {
@@ -175,20 +173,7 @@ int term_setHistoryLimit(int max) {
     if (!theTerminal) return -2;
     console *c = theTerminal->console;
     const int previous = c->history_max == INT32_MAX ? -1 : c->history_max;
-    c->history_max = max < 0 ? INT32_MAX : max;
-    history_t *h = c->history;
-    while (h->count > c->history_max && h->first) {
-        history_entry *oldest = h->first;
-        h->first = oldest->next;
-        if (h->first)
-            h->first->prev = nullptr;
-        else
-            h->last = nullptr;
-        free(oldest->text);
-        free(oldest);
-        h->count--;
-    }
-    h->current = nullptr;
+    qv::history_limit(c, max < 0 ? INT32_MAX : max);
     return previous;
 }
 

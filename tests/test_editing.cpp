@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <iterator>
 
 #include "pty_harness.h"
@@ -241,6 +242,30 @@ TEST(History, HintsAcceptedIgnoredAndGone) {
     PtyHost plain({"option:2=1", "init:dir=" + dir, "load", "line:> ", "destroy"}, nodim);
     EXPECT_EQ(plain.typed("git s\r"), Lines{"git s"});
     EXPECT_EQ(plain.output().find("tatus"), std::string::npos);
+}
+
+// A callback may change the history while a hint or a match from it is on
+// the screen (here onIdle clears it, sets the limit to 0 and adds 1,100
+// entries): the next key acts on what the screen shows.
+TEST(History, AHintAndAMatchOutliveTheirEntries) {
+    const std::string dir = historyDir("abcdefghij\n");
+    PtyHost h({"option:2=1", "init:dir=" + dir, "cb:idle=churn", "load", "line:> ", "line:> ", "destroy"}, xterm(40));
+    auto churn = [&] {
+        h.settle();
+        const Lines shown = h.screen().shown();
+        h.signal(SIGUSR2);
+        h.settle();
+        EXPECT_EQ(h.screen().shown(), shown); // nothing is drawn until a key comes
+    };
+    h.keys("ab");
+    churn();
+    h.keys(kRight + "\r");
+    h.waitEnd(0);
+    h.keys("\x12" "churn 5");
+    churn();
+    EXPECT_EQ(h.typed("\x12\r"), (Lines{"abcdefghij", "churn 599"}));
+    EXPECT_EQ(h.screen().shown(), (Lines{"> abcdefghij", "> churn 599"}));
+    EXPECT_EQ(h.records("CHURN").size(), 2u);
 }
 
 // Ctrl-R narrows, repeats, fails and widens again; Return takes the match,

@@ -62,9 +62,16 @@ TEST(Instance, EachKeyWritesExactlyItsCells) {
         {"qv-readable", "> ", "abc" + kLeft + kLeft, "X", "<hpa 3>Xbc<hpa 3><cuf 1>"},
         {"qv-readable", "> ", "abc", "\x7f", "<cub 1><hpa 4> <hpa 4>"},
         {"qv-readable", "> ", "abc" + kLeft + kLeft, "\x7f", "<cub 1><hpa 2>bc <hpa 2>"},
-        {"qv-readable", "> ", "abcdef", kUp, "<hpa 4>X<hpa 7>Y"}, // only the cells that changed
+        // A key that arrives as several bytes is still one key: every run
+        // returns to the cursor's column.
+        {"qv-readable", "> ", "abcdef", kUp, "<hpa 4>X<hpa 8><hpa 7>Y<hpa 8>"}, // only the cells that changed
+        {"qv-readable", "> ", "abc", kUp, "<hpa 4>XdeY<hpa 5><cuf 3>"},
+        {"qv-readable", "> ", "abc" + kLeft + kLeft, kDelete, "<hpa 3>c <hpa 3>"},
+        {"qv-readable", "> ", "xyyz\x01", kDelete, "<hpa 2>y<hpa 2><hpa 4>z <hpa 2>"},
+        {"qv-readable", "> ", "", "\xc3\xa9", "<hpa 2>\xc3\xa9<hpa 2><cuf 1>"},
         {"qv-nohpa", "> ", "", "a", "<cr><cuf 2>a<cr><cuf 2><cuf 1>"},
-        {"qv-nohpa", "", std::string(25, 'x'), kUp, "<cuu 1><cr>abXdeY" + std::string(19, ' ') + "<cuu 1><cuf 1>"},
+        {"qv-nohpa", "", std::string(25, 'x'), kUp,
+         "<cuu 1><cr>abXdeY" + std::string(14, ' ') + "<cr><cuf 5>\n<cr>     <cr><cuf 5><cuu 1><cuf 1>"},
         {"qv-nocr", "> ", "abc", "\r", "\n"},
     };
     for (const Case &k : cases) {

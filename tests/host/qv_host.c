@@ -13,9 +13,11 @@
  * Commands:
  *   init  init:sigint  init:dir=PATH  init:null
  *   cb:complete=brackets|backslash|marker  cb:keep=1|0|backslash  cb:none
- *   cb:idle=ANSWER@CALLS|tick|exit  cb:eoi
- *     (tick: TICK records show the host has consumed all input; marker: read
- *     n is complete once its text holds the letter 'A' + n)
+ *   cb:idle=ANSWER@CALLS|tick|exit|churn  cb:eoi
+ *     (tick: TICK records show the host has consumed all input; churn: as
+ *     tick, and after each SIGUSR2 onIdle clears the history, sets its limit
+ *     to 0 and back to 1000 and adds 1,100 entries, then records CHURN;
+ *     marker: read n is complete once its text holds the letter 'A' + n)
  *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT  utf8:PROMPT
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
@@ -38,7 +40,7 @@ static int idle_answer, idle_after, idle_calls;
 static int keep_mode; /* the fixed answer of keepNewline */
 static int complete_mode; /* 0 brackets, 1 backslash, 2 marker */
 static int eoi_seen;
-static volatile sig_atomic_t got_sigint;
+static volatile sig_atomic_t got_sigint, churn_asked;
 static const int caught_signals[] = {SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT};
 static const char *const caught_names[] = {"WINCH", "USR1", "TERM", "HUP", "QUIT"};
 static volatile sig_atomic_t caught[5];
@@ -83,12 +85,34 @@ static void complete_bad(const char *text, int cursor, term_completions *out, vo
     term_addCompletion(out, start, "ok");
 }
 
+static void on_usr2(int sig) {
+    signal(sig, on_usr2); /* strict C99 handlers are one-shot */
+    churn_asked = 1;
+}
+
+/* Changes the history under a read that may be showing a hint or a match
+   from it. */
+static void churn_history(void) {
+    char entry[32];
+    int i;
+    churn_asked = 0;
+    term_clearHistory();
+    term_setHistoryLimit(0);
+    term_setHistoryLimit(1000);
+    for (i = 0; i < 1100; i++) {
+        snprintf(entry, sizeof entry, "churn %d", i);
+        term_addHistory(entry);
+    }
+    fprintf(side, "CHURN\n");
+}
+
 /* idle_answer: what onIdle answers from call idle_after on; -1 records a
-   TICK and answers 0; -2 exits. */
+   TICK and answers 0; -2 exits; -3 is -1 with churn_history on SIGUSR2. */
 static int on_idle(void) {
     idle_calls++;
     if (idle_answer == -2) exit(3);
-    if (idle_answer == -1) fprintf(side, "TICK %d\n", idle_calls);
+    if (idle_answer == -3 && churn_asked) churn_history();
+    if (idle_answer == -1 || idle_answer == -3) fprintf(side, "TICK %d\n", idle_calls);
     if (idle_answer <= 0 || idle_calls < idle_after) return 0;
     fprintf(side, "IDLE %d\n", idle_calls);
     return idle_answer;
@@ -181,9 +205,11 @@ static void set_callbacks(const char *setting) {
         keep_mode = strcmp(setting + 5, "backslash") == 0 ? -1 : atoi(setting + 5);
         cb.keepNewline = keep_newline;
     } else if (strncmp(setting, "idle=", 5) == 0) {
-        idle_answer = strcmp(setting + 5, "tick") == 0   ? -1
-                      : strcmp(setting + 5, "exit") == 0 ? -2
-                                                         : atoi(setting + 5);
+        idle_answer = strcmp(setting + 5, "tick") == 0    ? -1
+                      : strcmp(setting + 5, "exit") == 0  ? -2
+                      : strcmp(setting + 5, "churn") == 0 ? -3
+                                                          : atoi(setting + 5);
+        if (idle_answer == -3) signal(SIGUSR2, on_usr2);
         idle_after = strchr(setting, '@') ? atoi(strchr(setting, '@') + 1) : 1;
         cb.onIdle = on_idle;
     } else if (strcmp(setting, "eoi") == 0) {
