@@ -10,8 +10,7 @@
 #include <memory>
 
 #include "console.h"
-#include "layout.h"
-#include "output.h"
+#include "frame.h"
 #include "text.h"
 
 struct term_completions {
@@ -26,6 +25,8 @@ struct term_completions {
 
 namespace {
 
+// The host's completer belongs to the process: it may be set before
+// term_init and outlives an instance.
 term_completer the_completer = nullptr;
 void *the_user = nullptr;
 
@@ -125,16 +126,27 @@ int text_cells(const wchar_t *s, int n) {
     return cells;
 }
 
-// The candidates of the last Tab, kept for the listing of the second.
-Candidates *pending_list = nullptr;
+} // namespace
 
-void forget_list() {
-    drop(pending_list);
-    pending_list = nullptr;
+// The candidates of the last Tab, kept for the listing of the second, and
+// whether a question about them waits for its answer.
+struct qv::CompletionState {
+    Candidates *pending;
+    bool asking;
+    int keep_cursor; // the cursor's offset while the input is left
+};
+
+namespace {
+
+qv::CompletionState *state_of(const console *c) { return c->state ? c->state->completion : nullptr; }
+
+void forget_list(qv::CompletionState *st) {
+    drop(st->pending);
+    st->pending = nullptr;
 }
 
-// Writes the candidates under the input, sorted, in columns down the rows,
-// and draws the prompt and the input again below them.
+// The candidates, sorted, in columns down the rows, to be written under the
+// input: a line feed ends each row.
 void show_list(console *c, Candidates &list) {
     qsort(list.items, static_cast<size_t>(list.count), sizeof(Candidate), compare_text);
     int n = 0, widest = 1;
@@ -149,49 +161,79 @@ void show_list(console *c, Candidates &list) {
     const int width = widest + 2;
     const int per_row = c->screen.cols / width > 0 ? c->screen.cols / width : 1;
     const int rows = (n + per_row - 1) / per_row;
+    size_t size = 0;
+    for (int i = 0; i < n; i++) size += static_cast<size_t>(list.items[i].len) + static_cast<size_t>(width) + 1;
+    std::unique_ptr<wchar_t, decltype(&free)> text(
+        static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (size + static_cast<size_t>(rows) + 1))), &free);
+    if (!text) return;
+    wchar_t *out = text.get();
     for (int r = 0; r < rows; r++) {
         for (int k = 0; k < per_row; k++) {
             const int i = k * rows + r;
             if (i >= n) break;
-            console_put_wstring(c, list.items[i].text, list.items[i].len);
+            wmemcpy(out, list.items[i].text, static_cast<size_t>(list.items[i].len));
+            out += list.items[i].len;
             const bool last = k + 1 == per_row || (k + 1) * rows + r >= n;
             if (!last)
-                for (int pad = text_cells(list.items[i].text, list.items[i].len); pad < width; pad++)
-                    console_put_string(c, " ");
+                for (int pad = text_cells(list.items[i].text, list.items[i].len); pad < width; pad++) *out++ = L' ';
         }
-        console_newline(c);
+        *out++ = L'\n';
     }
+    qv::frame_write(c, text.get(), static_cast<int>(out - text.get()));
 }
 
 // The input again on a fresh row, with the cursor where it was.
 void redraw_input(console *c) {
-    wchar_t *keep = c->editor.cursor;
-    qv::screen_start_input(c);
-    c->editor.cursor = keep;
-    qv::screen_refresh(c, qv::kNow);
+    qv::frame_request(c, qv::kStartInput);
+    qv::frame_request(c, qv::kPaintNow);
+}
+
+void restore_cursor(console *c) {
+    const qv::CompletionState *st = state_of(c);
+    if (st && c->editor.buffer) c->editor.cursor = c->editor.buffer + st->keep_cursor;
 }
 
 // Leaves the input on screen as it is and goes to the row below it.
 void leave_rows(console *c) {
-    wchar_t *keep = c->editor.cursor;
+    state_of(c)->keep_cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
     c->editor.cursor = c->editor.lastchar;
-    qv::screen_refresh(c, qv::kNow);
-    console_newline(c);
-    c->editor.cursor = keep;
-}
-
-// The answer to "Display all N possibilities? (y or n)".
-int answer_question(console *c, action_fn, int key) {
-    c->state->modal = nullptr;
-    if (!pending_list) return 1;
-    console_newline(c);
-    if (key == 'y' || key == 'Y' || key == ' ') show_list(c, *pending_list);
-    forget_list();
-    redraw_input(c);
-    return 1;
+    qv::frame_request(c, qv::kPaintNow);
+    qv::frame_request(c, qv::kNewline);
+    qv::frame_then(c, restore_cursor);
 }
 
 } // namespace
+
+qv::CompletionState *qv::completion_new() { return static_cast<CompletionState *>(calloc(1, sizeof(CompletionState))); }
+
+void qv::completion_free(CompletionState *st) {
+    if (!st) return;
+    forget_list(st);
+    free(st);
+}
+
+bool qv::completion_asking(const console *c) {
+    const CompletionState *st = state_of(c);
+    return st && st->asking;
+}
+
+// The answer to "Display all N possibilities? (y or n)".
+void qv::completion_answer(console *c, int key) {
+    CompletionState *st = state_of(c);
+    st->asking = false;
+    if (!st->pending) return;
+    frame_request(c, kNewline);
+    if (key == 'y' || key == 'Y' || key == ' ') show_list(c, *st->pending);
+    forget_list(st);
+    redraw_input(c);
+}
+
+void qv::completion_end(console *c) {
+    if (CompletionState *st = state_of(c)) {
+        st->asking = false;
+        forget_list(st);
+    }
+}
 
 void term_setCompleter(term_completer fn, void *user) {
     the_completer = fn;
@@ -215,33 +257,28 @@ int term_addCompletion(term_completions *out, int start, const char *replacement
 }
 
 void qv::completion_reset() {
-    forget_list();
     the_completer = nullptr;
     the_user = nullptr;
 }
 
 void action_complete(console *c, int) {
-    const bool again = c->state && c->state->last_action == action_complete && pending_list;
-    if (!the_completer || !c->editor.buffer || !c->state || c->masked) return;
-    if (again) {
-        Candidates *list = pending_list;
-        pending_list = nullptr;
+    qv::CompletionState *st = state_of(c);
+    if (!the_completer || !c->editor.buffer || !st || c->masked) return;
+    if (qv::frame_last_action(c) == action_complete && st->pending) {
         leave_rows(c);
-        if (list->count > kAskAbove) {
+        if (st->pending->count > kAskAbove) {
             wchar_t question[80];
-            swprintf(question, 80, L"Display all %d possibilities? (y or n)", list->count);
-            console_put_wstring(c, question, static_cast<int>(wcslen(question)));
-            fflush(stdout);
-            pending_list = list;
-            c->state->modal = answer_question;
+            swprintf(question, 80, L"Display all %d possibilities? (y or n)", st->pending->count);
+            qv::frame_write(c, question, static_cast<int>(wcslen(question)));
+            st->asking = true;
             return;
         }
-        show_list(c, *list);
-        drop(list);
+        show_list(c, *st->pending);
+        forget_list(st);
         redraw_input(c);
         return;
     }
-    forget_list();
+    forget_list(st);
     auto *found = static_cast<Candidates *>(calloc(1, sizeof(Candidates)));
     if (!found) return;
     ask(c, *found);
@@ -265,10 +302,8 @@ void action_complete(console *c, int) {
         common = k;
     }
     if (same || common > cursor - from) put_in(c, from, &first, common);
-    if (same) {
+    if (same)
         drop(found);
-    } else {
-        pending_list = found; // a second Tab lists them
-    }
-    qv::screen_refresh(c, 0);
+    else
+        st->pending = found; // a second Tab lists them
 }

@@ -20,7 +20,15 @@ QV_API void action_complete(struct console *c, int key);
 
 #ifdef QUORVEL_INTERNAL
 namespace qv {
-/* Forgets the completer and any list waiting for a second Tab. */
+struct CompletionState;
+CompletionState *completion_new();
+void completion_free(CompletionState *st);
+/* "Display all N possibilities?" waits for its answer: the next key. */
+bool completion_asking(const struct console *c);
+void completion_answer(struct console *c, int key);
+/* The read ends: no list waits for a second Tab, no question for a key. */
+void completion_end(struct console *c);
+/* Forgets the completer. */
 void completion_reset();
 } // namespace qv
 #endif

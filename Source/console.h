@@ -43,12 +43,8 @@ typedef struct console {
     int terminate;
     int eof;
     int cancel;
-    /* Library-private: the model rows touched since the last paint, so a
-       paint never has to look at rows that cannot differ. */
-    int paint_first;
-    int paint_last;
-    /* Library-private: the line structure of the text and the layout of the
-       input area computed from it. */
+    /* Library-private: the records of the modules behind the console, each
+       opaque to the others (see console_state). */
     struct console_state *state;
 } console;
 
@@ -93,87 +89,41 @@ QV_API void action_history_latest(console *c, int key);
 }
 
 #ifdef QUORVEL_INTERNAL
-#include "editkeys.h"
-#include "layout.h"
-
-struct console_state {
-    /* Continuation lines that start without a line feed in the text, in
-       ascending order. Kept by the edit buffer as its text moves. */
-    qv::TextBreak *breaks;
-    int nbreaks;
-    int capbreaks;
-    /* The lowest text offset changed since the last layout; INT_MAX: none. */
-    int dirty_from;
-    /* Where each row of the last layout starts. */
-    qv::RowStart *rows;
-    int nrows;
-    int caprows;
-    /* The terminal cannot move the cursor up or to a column: the input is
-       shown on one row, scrolled sideways (see plainview.h). */
-    int plain;
-    termchar *shown; /* what that row shows, from column 0 */
-    int nshown;
-    int capshown;
-    int shown_cur; /* the terminal cursor's column on it */
-    int scroll;    /* the line's cell shown in column 0 */
-    /* Entries added since the last save, as the file's lines (UTF-8). */
-    char **fresh;
-    int nfresh;
-    int capfresh;
-    int loading; /* entries now added come from the file */
-    /* Rows laid out and rows the painter compared, since the instance
-       began: the cost of a key, counted rather than timed. */
-    unsigned long rows_laid_out;
-    unsigned long rows_compared;
-    /* More keys are waiting: refreshes wait for the end of the burst. */
-    int defer;
-    int refresh_pending;
-    /* A mode that takes the keys first (a search, a paste, a question):
-       answers 1 when it used the key, 0 to let its action run as usual. */
-    int (*modal)(struct console *c, action_fn action, int key);
-    action_fn last_action; /* the action of the key before */
-    /* The kill ring and the last yank (see editkeys.h). */
-    wchar_t *ring[qv::kKillRingSize];
-    int ring_len[qv::kKillRingSize];
-    int ring_count;
-    int ring_top;
-    int yank_start, yank_len, yank_slot;
-    struct undo_log *undo;
-    /* The hint shown after the text: a copy of a stretch of a history
-       entry, hint_text when there is one. */
-    const wchar_t *hint;
-    int hint_len;
-    wchar_t *hint_text;
-    int hint_cap;
-};
-
 namespace qv {
-/* The prompt and the edit buffer as the layout takes them, for rows of cols
-   cells. */
-inline LayoutText layout_text(const console *c, int cols) {
-    LayoutText t{};
-    t.prompt = c->prompt;
-    t.cols = cols;
-    t.prompt_cells = prompt_cells(c->prompt, cols);
-    t.indent = t.prompt_cells;
-    t.text = c->editor.buffer;
-    t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
-    t.breaks = c->state->breaks;
-    t.nbreaks = c->state->nbreaks;
-    t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
-    t.hint = c->state->hint;
-    t.hint_len = c->state->hint ? c->state->hint_len : 0;
-    return t;
-}
-
-/* The start of the line the cursor is on, as the user sees it: after the last
-   line feed or continuation before the cursor. */
-int buffer_line_start(console *c);
-/* Starts a continuation line at the end of the text without a line feed. */
-int buffer_add_break(console *c, int kind);
-/* Drops the text from the cursor to the end, continuation lines included. */
-void buffer_kill_to_end(console *c);
+struct EditState;
+struct UndoLog;
+struct KillRing;
+struct HintState;
+struct SearchState;
+struct CompletionState;
+struct PasteState;
+struct EditKeysState;
+struct FrameState;
+struct EngineState;
+struct ModelState;
+struct ViewState;
+struct PlainState;
+struct FileState;
 } // namespace qv
+
+/* One handle for each module that keeps state for the console. A module
+   reaches another's state only through that module's functions. */
+struct console_state {
+    qv::EditState *edit;           /* editor: continuation breaks, changes */
+    qv::UndoLog *undo;             /* undo */
+    qv::KillRing *ring;            /* killring: kills and the last yank */
+    qv::HintState *hint;           /* hints: the hint shown, a copy */
+    qv::SearchState *search;       /* search */
+    qv::CompletionState *completion; /* completion: the candidates listed */
+    qv::PasteState *paste;         /* paste */
+    qv::EditKeysState *editkeys;   /* editkeys: a quoted key waiting */
+    qv::FrameState *frame;         /* frame: the key's screen requests */
+    qv::EngineState *engine;       /* input: a paint held back by a burst */
+    qv::ModelState *model;         /* model: the rows touched since a paint */
+    qv::ViewState *view;           /* view: where each row starts */
+    qv::PlainState *plain;         /* plainview: the one-row display */
+    qv::FileState *file;           /* historyfile: entries to save */
+};
 #endif
 #endif
 

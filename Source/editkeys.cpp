@@ -1,14 +1,21 @@
 // The editing keys of readline-trained fingers: words, kill and yank,
-// transpose, clear screen, quoted insert. Like every action they change the
-// edit buffer and ask for a refresh; the screen follows from the buffer.
+// transpose, clear screen, quoted insert. Like every action they change
+// state only; the screen follows from the state.
 #include "editkeys.h"
 
 #include <cstdlib>
 #include <cwchar>
 
 #include "console.h"
-#include "output.h"
+#include "frame.h"
+#include "hints.h"
+#include "killring.h"
+#include "qv_assert.h"
 #include "text.h"
+
+struct qv::EditKeysState {
+    bool quoted; // Ctrl-V: the next key goes into the text as it is
+};
 
 namespace {
 
@@ -35,74 +42,46 @@ int word_after(const console *c, int o) {
     return o;
 }
 
-bool is_kill(action_fn a) {
-    return a == action_kill_to_end_of_line || a == action_unix_word_rubout ||
-           a == action_backward_kill_word || a == action_kill_word || a == action_kill_line_start;
-}
-
 // Removes the text from `from` to `to` into the kill ring; the cursor ends
 // at `from`.
 void kill(console *c, int from, int to) {
     if (!c->editor.buffer || from >= to) return;
-    qv::kill_ring_add(c, c->editor.buffer + from, to - from, to <= cursor_of(c));
+    qv::kill_ring_add(c, c->editor.buffer + from, to - from, to <= cursor_of(c), qv::is_kill(qv::frame_last_action(c)));
     c->editor.cursor = c->editor.buffer + to;
     buffer_delete_before(c, static_cast<uint32_t>(to - from));
     history_set_dirty(c);
-    qv::screen_refresh(c, 0);
 }
 
 void insert(console *c, const wchar_t *text, int n) {
     if (n > 0 && buffer_insert_string(c, text, static_cast<uint32_t>(n)) != 0) history_set_dirty(c);
-    qv::screen_refresh(c, 0);
 }
 
-// Ctrl-V: the next key goes in as it is.
-int quoted_key(console *c, action_fn, int key) {
-    c->state->modal = nullptr;
-    const wchar_t ch = static_cast<wchar_t>(key);
-    insert(c, &ch, 1);
-    return 1;
-}
+qv::EditKeysState *keys_of(const console *c) { return c->state ? c->state->editkeys : nullptr; }
 
 } // namespace
 
-// ---------------------------------------------------------------------------
-// The kill ring
+qv::EditKeysState *qv::editkeys_new() { return static_cast<EditKeysState *>(calloc(1, sizeof(EditKeysState))); }
 
-void qv::kill_ring_add(console *c, const wchar_t *text, int n, bool before) {
-    console_state *st = c->state;
-    if (!st || n <= 0 || c->masked) return;
-    // Kills in a row make one entry, as the user sees one stretch of text go.
-    const bool join = st->ring_count > 0 && is_kill(st->last_action);
-    const int slot = join ? st->ring_top : (st->ring_top + 1) % kKillRingSize;
-    const int old = join ? st->ring_len[slot] : 0;
-    auto *grown = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(old + n + 1)));
-    if (!grown) return;
-    const wchar_t *prev = join ? st->ring[slot] : nullptr;
-    if (before) {
-        wmemcpy(grown, text, static_cast<size_t>(n));
-        if (old) wmemcpy(grown + n, prev, static_cast<size_t>(old));
-    } else {
-        if (old) wmemcpy(grown, prev, static_cast<size_t>(old));
-        wmemcpy(grown + old, text, static_cast<size_t>(n));
-    }
-    grown[old + n] = 0;
-    free(st->ring[slot]);
-    st->ring[slot] = grown;
-    st->ring_len[slot] = old + n;
-    st->ring_top = slot;
-    if (!join && st->ring_count < kKillRingSize) st->ring_count++;
+void qv::editkeys_free(EditKeysState *k) { free(k); }
+
+bool qv::is_kill(action_fn a) {
+    return a == action_kill_to_end_of_line || a == action_unix_word_rubout || a == action_backward_kill_word ||
+           a == action_kill_word || a == action_kill_line_start;
 }
 
-void qv::kill_ring_free(console *c) {
-    console_state *st = c->state;
-    if (!st) return;
-    for (int i = 0; i < kKillRingSize; i++) {
-        free(st->ring[i]);
-        st->ring[i] = nullptr;
-        st->ring_len[i] = 0;
-    }
-    st->ring_count = st->ring_top = 0;
+bool qv::quoted_active(const console *c) {
+    const EditKeysState *k = keys_of(c);
+    return k && k->quoted;
+}
+
+void qv::editkeys_reset(console *c) {
+    if (EditKeysState *k = keys_of(c)) k->quoted = false;
+}
+
+void qv::quoted_key(console *c, int key) {
+    if (EditKeysState *k = keys_of(c)) k->quoted = false;
+    const wchar_t ch = static_cast<wchar_t>(key);
+    insert(c, &ch, 1);
 }
 
 // ---------------------------------------------------------------------------
@@ -111,14 +90,24 @@ void qv::kill_ring_free(console *c) {
 void action_backward_word(console *c, int) {
     if (!c->editor.buffer) return;
     c->editor.cursor = c->editor.buffer + word_before(c, cursor_of(c));
-    qv::screen_refresh(c, 0);
 }
 
 void action_forward_word(console *c, int) {
     if (!c->editor.buffer) return;
     if (qv::hint_accept(c, true)) return;
     c->editor.cursor = c->editor.buffer + word_after(c, cursor_of(c));
-    qv::screen_refresh(c, 0);
+}
+
+// Ctrl-K: the whole rest of the input, continuation lines included. The rows
+// from the cursor's down are drawn whole again.
+void action_kill_to_end_of_line(console *c, int) {
+    QV_ASSERT(c->editor.cursor <= c->editor.lastchar);
+    QV_ASSERT(c->editor.cursor >= c->editor.buffer);
+    if (c->editor.buffer)
+        qv::kill_ring_add(c, c->editor.cursor, static_cast<int>(c->editor.lastchar - c->editor.cursor), false,
+                          qv::is_kill(qv::frame_last_action(c)));
+    qv::buffer_kill_to_end(c);
+    qv::frame_request(c, qv::kRedrawBelow);
 }
 
 void action_unix_word_rubout(console *c, int) {
@@ -143,25 +132,21 @@ void action_kill_line_start(console *c, int) {
 }
 
 void action_yank(console *c, int) {
-    console_state *st = c->state;
-    if (!c->editor.buffer || !st || st->ring_count == 0 || c->masked) return;
-    st->yank_start = cursor_of(c);
-    st->yank_len = st->ring_len[st->ring_top];
-    st->yank_slot = st->ring_top;
-    insert(c, st->ring[st->ring_top], st->ring_len[st->ring_top]);
+    if (!c->editor.buffer) return;
+    int len = 0;
+    if (const wchar_t *text = qv::kill_ring_yank(c, cursor_of(c), &len)) insert(c, text, len);
 }
 
 // Right after a yank: the yanked text gives way to the kill before it.
 void action_yank_pop(console *c, int) {
-    console_state *st = c->state;
-    if (!c->editor.buffer || !st || st->ring_count < 2) return;
-    if (st->last_action != action_yank && st->last_action != action_yank_pop) return;
-    if (cursor_of(c) != st->yank_start + st->yank_len) return;
-    buffer_delete_before(c, static_cast<uint32_t>(st->yank_len));
-    const int slot = (st->yank_slot + qv::kKillRingSize - 1) % qv::kKillRingSize;
-    st->yank_slot = st->ring[slot] ? slot : st->ring_top;
-    st->yank_len = st->ring_len[st->yank_slot];
-    insert(c, st->ring[st->yank_slot], st->yank_len);
+    if (!c->editor.buffer) return;
+    const action_fn last = qv::frame_last_action(c);
+    if (last != action_yank && last != action_yank_pop) return;
+    int old = 0, len = 0;
+    const wchar_t *text = qv::kill_ring_yank_pop(c, cursor_of(c), &old, &len);
+    if (!text) return;
+    buffer_delete_before(c, static_cast<uint32_t>(old));
+    insert(c, text, len);
 }
 
 void action_transpose(console *c, int) {
@@ -180,10 +165,11 @@ void action_transpose(console *c, int) {
 }
 
 void action_clear_screen(console *c, int) {
-    qv::screen_flush(c);
-    if (qv::erase_screen()) qv::screen_redraw_all(c);
+    qv::frame_request(c, qv::kFlushPending);
+    qv::frame_request(c, qv::kClearScreen);
 }
 
 void action_quoted_insert(console *c, int) {
-    if (c->state && c->editor.buffer) c->state->modal = quoted_key;
+    if (qv::EditKeysState *k = keys_of(c))
+        if (c->editor.buffer) k->quoted = true;
 }

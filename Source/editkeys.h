@@ -5,6 +5,7 @@
 
 #include <wchar.h>
 
+#include "keymap.h"
 #include "quorvel.h"
 
 #ifdef __cplusplus
@@ -37,38 +38,16 @@ QV_API void action_quoted_insert(struct console *c, int key);
 
 #ifdef QUORVEL_INTERNAL
 namespace qv {
-
-constexpr int kKillRingSize = 16;
-
-/* Puts killed text into the ring: before the newest entry when it was
-   killed backward and the key before was a kill too, after it when killed
-   forward; a new entry otherwise. Nothing from a masked read. */
-void kill_ring_add(struct console *c, const wchar_t *text, int n, bool before);
-void kill_ring_free(struct console *c);
-
-/* The undo log, fed by the edit buffer's changes. */
-void undo_note_insert(struct console *c, int pos, int n);
-void undo_note_delete(struct console *c, int pos, const wchar_t *text, int n);
-/* A key starts a new step, unless it types on after typed characters. */
-void undo_boundary(struct console *c, bool typing);
-/* The line as it is now is where undo stops. */
-void undo_reset(struct console *c);
-/* Changes made meanwhile are not steps of their own (a search's display). */
-void undo_suspend(struct console *c, bool on);
-void undo_free(struct console *c);
-
-/* The hint: the rest of the newest history entry the text is a prefix of,
-   drawn dim after the cursor at the end of the input. Computed after every
-   key when the option is on and the terminal has dim. */
-void hint_update(struct console *c);
-/* Hints are on, and this read and terminal can show them. */
-bool hints_enabled(const struct console *c);
-/* Takes the hint (or its next word) into the text; false when there is
-   none to take (the cursor is not at the end, or no hint). */
-bool hint_accept(struct console *c, bool word);
-/* No hint any more: at the end of a read. */
-void hint_clear(struct console *c);
-
+/* A quoted key waiting (Ctrl-V): the next key goes into the text. */
+struct EditKeysState;
+EditKeysState *editkeys_new();
+void editkeys_free(EditKeysState *k);
+bool quoted_active(const struct console *c);
+void quoted_key(struct console *c, int key);
+/* The read ends: no key is waited for. */
+void editkeys_reset(struct console *c);
+/* The keys that kill, whose kills in a row make one entry. */
+bool is_kill(action_fn a);
 } // namespace qv
 #endif
 #endif

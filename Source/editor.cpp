@@ -11,9 +11,36 @@
 #include "console.h"
 #include "qv_assert.h"
 
+struct qv::EditState {
+    TextBreak *breaks;
+    int nbreaks;
+    int capbreaks;
+    int changed_from;
+    ChangeHook hook;
+};
+
+qv::EditState *qv::edit_state_new() {
+    auto *e = static_cast<EditState *>(calloc(1, sizeof(EditState)));
+    if (e) e->changed_from = 0;
+    return e;
+}
+
+void qv::edit_state_free(EditState *e) {
+    if (!e) return;
+    free(e->breaks);
+    free(e);
+}
+
 namespace {
 
 constexpr size_t kFirstCapacity = 512;
+
+qv::EditState *state_of(const console *c) { return c->state ? c->state->edit : nullptr; }
+
+void tell(console *c, int pos, const wchar_t *removed, int n) {
+    qv::EditState *e = state_of(c);
+    if (e && e->hook && n > 0) e->hook(c, pos, removed, n);
+}
 
 void zero_fill(wchar_t *from, wchar_t *to) {
     if (to > from) memset(from, 0, sizeof(wchar_t) * static_cast<size_t>(to - from));
@@ -22,22 +49,25 @@ void zero_fill(wchar_t *from, wchar_t *to) {
 int offset_of(const console *c, const wchar_t *p) { return static_cast<int>(p - c->editor.buffer); }
 
 void mark_changed(console *c, int from) {
-    if (c->state && from < c->state->dirty_from) c->state->dirty_from = from;
+    qv::EditState *e = state_of(c);
+    if (e && from < e->changed_from) e->changed_from = from;
 }
 
 void forget_breaks(console *c) {
-    if (!c->state) return;
-    c->state->nbreaks = 0;
-    c->state->dirty_from = 0;
+    qv::EditState *e = state_of(c);
+    if (!e) return;
+    e->nbreaks = 0;
+    e->changed_from = 0;
 }
 
 // The text moved by delta characters at offset at: continuation lines that
 // start after it move with their text. A deletion never pulls one before at.
 void move_breaks(console *c, int at, int delta) {
     mark_changed(c, at);
-    if (!c->state) return;
-    for (int i = 0; i < c->state->nbreaks; i++) {
-        int &o = c->state->breaks[i].offset;
+    qv::EditState *e = state_of(c);
+    if (!e) return;
+    for (int i = 0; i < e->nbreaks; i++) {
+        int &o = e->breaks[i].offset;
         if (o <= at) continue;
         o += delta;
         if (o < at) o = at;
@@ -55,6 +85,23 @@ void editor_lost(console *c) {
 }
 
 } // namespace
+
+// Every read starts with an empty buffer, and Ctrl-G and Ctrl-C start a
+// fresh one.
+int console_init_editor(console *c) {
+    console_free_editor(c);
+    auto *block = static_cast<wchar_t *>(calloc(kFirstCapacity, sizeof(wchar_t)));
+    if (!block) return 0;
+    c->editor.buffer = c->editor.cursor = c->editor.lastchar = c->editor.editable = block;
+    c->editor.limit = block + kFirstCapacity;
+    qv::buffer_forget_breaks(c);
+    return 1;
+}
+
+void console_free_editor(console *c) {
+    free(c->editor.buffer);
+    c->editor = editor_t{};
+}
 
 uint32_t buffer_resize(console *c, uint32_t n) {
     editor_t &e = c->editor;
@@ -104,7 +151,7 @@ uint32_t shift_buffer(console *c, int32_t delta) {
         return static_cast<uint32_t>(delta);
     }
     const size_t d = static_cast<size_t>(-static_cast<int64_t>(delta));
-    qv::undo_note_delete(c, offset_of(c, e.cursor), e.cursor, static_cast<int>(d));
+    tell(c, offset_of(c, e.cursor), e.cursor, static_cast<int>(d));
     move_breaks(c, offset_of(c, e.cursor), delta);
     const size_t behind = static_cast<size_t>(e.lastchar - e.cursor) - d;
     memmove(e.cursor, e.cursor + d, behind * sizeof(wchar_t));
@@ -117,7 +164,7 @@ uint32_t buffer_insert_bytes(console *c, const wchar_t *chars, uint32_t n) {
     if (n == 0 || n > INT32_MAX) return 0;
     if (shift_buffer(c, static_cast<int32_t>(n)) == 0) return 0;
     memcpy(c->editor.cursor, chars, n * sizeof(wchar_t));
-    qv::undo_note_insert(c, offset_of(c, c->editor.cursor), static_cast<int>(n));
+    tell(c, offset_of(c, c->editor.cursor), nullptr, static_cast<int>(n));
     c->editor.cursor += n;
     return n;
 }
@@ -150,7 +197,7 @@ void buffer_delete_after(console *c, uint32_t n) {
 
 void buffer_clear(console *c) {
     editor_t &e = c->editor;
-    if (e.buffer) qv::undo_note_delete(c, 0, e.buffer, offset_of(c, e.lastchar));
+    if (e.buffer) tell(c, 0, e.buffer, offset_of(c, e.lastchar));
     zero_fill(e.buffer, e.limit);
     e.cursor = e.lastchar = e.buffer;
     forget_breaks(c);
@@ -209,16 +256,16 @@ int qv::buffer_line_start(console *c) {
             start = o;
             break;
         }
-    if (c->state)
-        for (int i = 0; i < c->state->nbreaks; i++) {
-            const int o = c->state->breaks[i].offset;
+    if (const EditState *st = state_of(c))
+        for (int i = 0; i < st->nbreaks; i++) {
+            const int o = st->breaks[i].offset;
             if (o <= cursor && o > start) start = o;
         }
     return start;
 }
 
 int qv::buffer_add_break(console *c, int kind) {
-    console_state *st = c->state;
+    EditState *st = state_of(c);
     if (!st || !c->editor.buffer) return 0;
     if (st->nbreaks == st->capbreaks) {
         const int cap = st->capbreaks ? st->capbreaks * 2 : 8;
@@ -237,10 +284,37 @@ void qv::buffer_kill_to_end(console *c) {
     editor_t &e = c->editor;
     if (!e.buffer) return;
     const int cursor = offset_of(c, e.cursor);
-    if (c->state)
-        while (c->state->nbreaks > 0 && c->state->breaks[c->state->nbreaks - 1].offset > cursor)
-            c->state->nbreaks--;
+    if (EditState *st = state_of(c))
+        while (st->nbreaks > 0 && st->breaks[st->nbreaks - 1].offset > cursor) st->nbreaks--;
     buffer_delete_after(c, static_cast<uint32_t>(e.lastchar - e.cursor));
+}
+
+void qv::buffer_set_change_hook(console *c, ChangeHook hook) {
+    if (EditState *st = state_of(c)) st->hook = hook;
+}
+
+const qv::TextBreak *qv::buffer_breaks(const console *c, int *n) {
+    const EditState *st = state_of(c);
+    *n = st ? st->nbreaks : 0;
+    return st ? st->breaks : nullptr;
+}
+
+void qv::buffer_set_breaks(console *c, const TextBreak *breaks, int n) {
+    EditState *st = state_of(c);
+    if (!st || n > st->capbreaks) return;
+    if (n > 0) memcpy(st->breaks, breaks, sizeof(TextBreak) * static_cast<size_t>(n));
+    st->nbreaks = n;
+    st->changed_from = 0;
+}
+
+void qv::buffer_forget_breaks(console *c) { forget_breaks(c); }
+
+int qv::buffer_take_changed(console *c) {
+    EditState *st = state_of(c);
+    if (!st) return 0;
+    const int from = st->changed_from;
+    st->changed_from = INT_MAX;
+    return from;
 }
 
 // Bytes above 127 never count, whatever the signedness of char on the target.

@@ -53,6 +53,42 @@ QV_API char hexchar(short v);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+#include "layout.h"
+
+namespace qv {
+
+/* What the edit buffer keeps besides the text: where continuation lines
+   start without a line feed, the lowest offset changed since the view last
+   asked, and the one listener told of every change. */
+struct EditState;
+EditState *edit_state_new();
+void edit_state_free(EditState *e);
+
+/* Called after characters were put in at pos (removed NULL), or before
+   n characters at pos, removed, are taken out. */
+using ChangeHook = void (*)(struct console *c, int pos, const wchar_t *removed, int n);
+void buffer_set_change_hook(struct console *c, ChangeHook hook);
+
+/* The start of the line the cursor is on, as the user sees it: after the last
+   line feed or continuation before the cursor. */
+int buffer_line_start(struct console *c);
+/* Starts a continuation line at the end of the text without a line feed. */
+int buffer_add_break(struct console *c, int kind);
+/* Drops the text from the cursor to the end, continuation lines included. */
+void buffer_kill_to_end(struct console *c);
+/* The continuation breaks, in ascending order; good until the next edit. */
+const TextBreak *buffer_breaks(const struct console *c, int *n);
+/* Puts back breaks saved from an earlier text of the same lines. */
+void buffer_set_breaks(struct console *c, const TextBreak *breaks, int n);
+/* The text is new: no breaks, and all of it changed. */
+void buffer_forget_breaks(struct console *c);
+/* The lowest offset changed since the last call (INT_MAX: none). */
+int buffer_take_changed(struct console *c);
+
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -24,6 +24,7 @@ struct HistoryRecord {
     history_t list;
     long long first_serial;
     long long next_serial;
+    qv::HistoryObserver observer; // told of every entry that goes in
 };
 static_assert(std::is_standard_layout<HistoryRecord>::value, "the list is the record's first member");
 
@@ -113,9 +114,11 @@ bool qv::history_append(console *c, const wchar_t *text, uint32_t n) {
     h->count++;
     record(h)->next_serial++;
     while (h->count > c->history_max && h->first) drop_oldest(h);
-    qv::history_note_new(c, e->text, e->length);
+    if (record(h)->observer) record(h)->observer(c, e->text, e->length);
     return true;
 }
+
+void qv::history_observe(console *c, HistoryObserver observer) { record(c->history)->observer = observer; }
 
 void qv::history_limit(console *c, int max) {
     c->history_max = max;

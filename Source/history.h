@@ -55,6 +55,9 @@ QV_API void history_print_all(struct console *c);
 
 #ifdef QUORVEL_INTERNAL
 namespace qv {
+/* Told of each entry put into the list, with its text (good for the call). */
+using HistoryObserver = void (*)(struct console *c, const wchar_t *text, uint32_t n);
+void history_observe(struct console *c, HistoryObserver observer);
 /* Adds an entry for the host or from the file: the duplicate rule and the
    limit apply, the walk and the saved line stay as they are (an entry the
    walk stood on may leave past the limit: the walk moves to the oldest).

@@ -25,9 +25,20 @@
 #include "text.h"
 #include "qv_assert.h"
 
+char *history_directory = nullptr;
+
+// Entries added since the last save, as the file's lines (UTF-8).
+struct qv::FileState {
+    char **fresh;
+    int nfresh, capfresh;
+    bool loading; // entries now added come from the file
+};
+
 namespace {
 
 using CharPtr = std::unique_ptr<char, decltype(&free)>;
+
+qv::FileState *file_of(const console *c) { return c->state ? c->state->file : nullptr; }
 using WidePtr = std::unique_ptr<wchar_t, decltype(&free)>;
 
 // One entry as the file holds it: its special characters encoded, UTF-8.
@@ -197,7 +208,7 @@ bool merge_into(console *c, int fd, const char *target, mode_t mode) {
     if (!read_all(fd, old)) return false;
     size_t n = 0;
     for_each_line(old, [&](Line) { n++; });
-    const console_state *st = c->state;
+    const qv::FileState *st = file_of(c);
     const size_t fresh = st ? static_cast<size_t>(st->nfresh) : 0;
     std::unique_ptr<Line, decltype(&free)> lines(
         static_cast<Line *>(malloc(sizeof(Line) * (n + fresh + 1))), &free);
@@ -221,8 +232,10 @@ bool merge_into(console *c, int fd, const char *target, mode_t mode) {
 // ---------------------------------------------------------------------------
 // Entries kept for the next save
 
-void qv::history_note_new(console *c, const wchar_t *text, uint32_t n) {
-    console_state *st = c->state;
+namespace {
+
+void note_new(console *c, const wchar_t *text, uint32_t n) {
+    qv::FileState *st = file_of(c);
     if (!st || st->loading) return;
     char *line = file_line(c, text, n);
     if (!line) return;
@@ -245,13 +258,27 @@ void qv::history_note_new(console *c, const wchar_t *text, uint32_t n) {
     st->fresh[st->nfresh++] = line;
 }
 
-void qv::history_forget_new(console *c) {
-    console_state *st = c->state;
-    if (!st) return;
+void forget(qv::FileState *st) {
     for (int i = 0; i < st->nfresh; i++) free(st->fresh[i]);
     free(st->fresh);
     st->fresh = nullptr;
     st->nfresh = st->capfresh = 0;
+}
+
+} // namespace
+
+qv::FileState *qv::history_file_new() { return static_cast<FileState *>(calloc(1, sizeof(FileState))); }
+
+void qv::history_file_free(FileState *st) {
+    if (!st) return;
+    forget(st);
+    free(st);
+}
+
+void qv::history_file_attach(console *c) { history_observe(c, note_new); }
+
+void qv::history_forget_new(console *c) {
+    if (FileState *st = file_of(c)) forget(st);
 }
 
 // ---------------------------------------------------------------------------
@@ -294,7 +321,7 @@ wchar_t *encode_special_chars(const wchar_t *text, uint32_t len, uint32_t *k) {
 
 void history_save(console *c, const char *path) {
     // Nothing new: the file stays exactly as it is, and none is created.
-    if (!path || !c->state || c->state->nfresh == 0) return;
+    if (!path || !file_of(c) || file_of(c)->nfresh == 0) return;
     CharPtr target(resolve_links(path), &free);
     if (!target) return;
     // The lock lives on the file, and a rename by another session replaces
@@ -343,7 +370,8 @@ void history_load(console *c, const char *path) {
     close(fd);
     if (!ok) return;
     // The file's entries are in the file already: a save must not add them.
-    if (c->state) c->state->loading = 1;
+    qv::FileState *st = file_of(c);
+    if (st) st->loading = true;
     // As the host's additions, loading leaves a walk through the list (and
     // the line it saved) as it was: a load may come from a callback.
     for_each_line(b, [&](Line l) {
@@ -353,5 +381,5 @@ void history_load(console *c, const char *path) {
         WidePtr wide(bytes ? cp2wchar(c, bytes.get(), &count) : nullptr, &free);
         if (wide) qv::history_append(c, wide.get(), static_cast<uint32_t>(count));
     });
-    if (c->state) c->state->loading = 0;
+    if (st) st->loading = false;
 }

@@ -32,9 +32,12 @@ QV_API void history_add_string(struct console *c, const char *s);
 
 #ifdef QUORVEL_INTERNAL
 namespace qv {
-/* Keeps an entry that history_add put into the list, for the next save;
-   entries coming from the file are not kept again. */
-void history_note_new(struct console *c, const wchar_t *text, uint32_t n);
+struct FileState;
+FileState *history_file_new();
+void history_file_free(FileState *st);
+/* From now on every entry put into the console's history list is kept for
+   the next save; entries coming from the file are not kept again. */
+void history_file_attach(struct console *c);
 /* Releases the entries kept for the next save. */
 void history_forget_new(struct console *c);
 } // namespace qv

@@ -1,7 +1,10 @@
 // Key input: the line-reading entry, the interactive input loop that turns
-// key bytes into actions through the key map, and single key reads. The
-// input side never writes to the terminal itself: actions ask the screen
-// for a paint.
+// key bytes into actions through the key map, and single key reads.
+//
+// The loop is the one place a read draws from. A key's action changes state
+// only, leaving in the frame what the screen must do besides (a line left
+// behind, a fresh prompt); the loop carries that out, then renders the state
+// once: after each key, or once after a burst of keys that were all waiting.
 #include "input.h"
 
 #include <cerrno>
@@ -15,15 +18,57 @@
 #include <sys/select.h>
 #include <unistd.h>
 
+#include "completion.h"
 #include "console.h"
+#include "editkeys.h"
+#include "frame.h"
+#include "hints.h"
 #include "options.h"
 #include "output.h"
+#include "paste.h"
+#include "render.h"
 #include "search.h"
-#include "screen.h"
 #include "text.h"
 #include "ttymode.h"
+#include "undo.h"
+
+// A burst of keys changed the state and its paint waits for the burst's end.
+struct qv::EngineState {
+    bool held;
+};
+
+qv::EngineState *qv::engine_new() { return static_cast<EngineState *>(calloc(1, sizeof(EngineState))); }
+
+void qv::engine_free(EngineState *e) { free(e); }
 
 namespace {
+
+qv::EngineState *engine_of(const console *c) { return c->state ? c->state->engine : nullptr; }
+
+// Draws the state now; compact when it ends a burst that was held back.
+void paint_now(console *c, int flags) {
+    qv::EngineState *e = engine_of(c);
+    const bool compact = e && e->held;
+    if (e) e->held = false;
+    qv::render(c, flags, compact);
+}
+
+void flush_held(console *c) {
+    const qv::EngineState *e = engine_of(c);
+    if (e && e->held) paint_now(c, 0);
+}
+
+// The key's paint, or, with more keys waiting, a note that one is due.
+void paint_or_hold(console *c, int flags, bool more) {
+    if (!more)
+        paint_now(c, flags);
+    else if (qv::EngineState *e = engine_of(c))
+        e->held = true;
+}
+
+void start_input(console *c, bool more) {
+    if (qv::render_start_input(c)) paint_or_hold(c, 0, more);
+}
 
 // Key bytes taken from the terminal and not used yet. A burst (a paste, the
 // bytes of one key) comes in with one read; what a line read leaves over
@@ -99,14 +144,14 @@ int fill(console *c) {
 int next_byte(console *c, int ticks, bool line) {
     if (buffered()) return input_buffer[input_head++];
     // The burst is used up: what it changed is painted once, now.
-    if (line) qv::screen_flush(c);
+    if (line) flush_held(c);
     const int fd = fileno(stdin);
     int idle = 0;
     while (!c->terminate && !c->cancel) {
         const int event = qv::session_resume();
         if ((event & qv::kContinued) && PasteBrackets::active) qv::paste_bracketing(true);
-        if ((event & qv::kContinued) && line) qv::screen_redraw_all(c);
-        if ((event & qv::kResized) && line) qv::screen_resize(c);
+        if ((event & qv::kContinued) && line) qv::render_redraw_all(c);
+        if ((event & qv::kResized) && line) qv::render_resize(c);
         int got = fill(c);
         if (got > 0) return input_buffer[input_head++];
         if (got < 0) return kEnded;
@@ -204,36 +249,88 @@ int read_utf8(console *c, int lead) {
 }
 
 
-// Runs an action, unless a mode (a search, a paste, a question) takes the key.
-// Each key is a step for undo, but typing on (and a whole paste) is one. With
-// hints on, the hint follows every key, in the same paint.
-void dispatch(console *c, action_fn action, int key) {
-    console_state *st = c->state;
-    if (!st) {
-        if (action) action(c, key);
-        return;
+// Whether a mode takes the keys first: a search, a paste, a question, a
+// quoted key.
+bool in_mode(const console *c) {
+    return qv::search_active(c) || qv::paste_active(c) || qv::completion_asking(c) || qv::quoted_active(c);
+}
+
+// A mode's turn at the key: true when it used it.
+bool take_by_mode(console *c, action_fn action, int key) {
+    if (qv::quoted_active(c)) {
+        qv::quoted_key(c, key);
+        return true;
     }
-    qv::undo_boundary(c, st->modal || (action == action_insert_char && st->last_action == action_insert_char));
-    const bool hints = qv::hints_enabled(c);
-    const bool burst = st->defer != 0;
-    if (hints) qv::screen_defer(c, true);
-    if (!(st->modal && st->modal(c, action, key)) && action) action(c, key);
-    st->last_action = action;
-    if (hints) {
-        qv::hint_update(c);
-        qv::screen_defer(c, burst);
-        if (!burst) qv::screen_flush(c);
+    if (qv::completion_asking(c)) {
+        qv::completion_answer(c, key);
+        return true;
     }
+    if (qv::paste_active(c)) {
+        qv::paste_key(c, action, key);
+        return true;
+    }
+    return qv::search_active(c) && qv::search_key(c, action, key);
+}
+
+// Text for the screen from a key (a completion listing, a question), written
+// as it is; a line feed ends a row.
+void write_text(console *c, const wchar_t *text, int n) {
+    int from = 0;
+    for (int i = 0; i <= n; i++) {
+        if (i < n && text[i] != L'\n') continue;
+        if (i > from) console_put_wstring(c, text + from, i - from);
+        if (i < n) console_newline(c);
+        from = i + 1;
+    }
+    fflush(stdout);
+}
+
+// Carries out what the key asked of the screen, in order.
+void run_requests(console *c, int *flags, bool more) {
+    qv::FrameStep step;
+    while (qv::frame_next(c, &step)) {
+        switch (step.op) {
+        case qv::kPaintNow: paint_now(c, 0); break;
+        case qv::kFlushPending: flush_held(c); break;
+        case qv::kNewline: console_newline(c); break;
+        case qv::kAfterNewline: qv::render_after_newline(c); break;
+        case qv::kStartInput: start_input(c, more); break;
+        case qv::kRedrawBelow: qv::render_redraw_below(c); break;
+        case qv::kClearScreen:
+            if (qv::erase_screen()) qv::render_redraw_all(c);
+            break;
+        case qv::kMoveCursorFirst: *flags |= qv::kCursorFirst; break;
+        case qv::kWrite: write_text(c, step.text, step.len); break;
+        case qv::kThen: step.then(c); break;
+        }
+        free(step.text);
+    }
+}
+
+// One key: its action (unless a mode takes it), each key a step for undo
+// but typing on (and a whole paste) one; then what it asked of the screen;
+// then, while the read goes on, the hint and the key's paint, unless more
+// keys wait. A read the key ended has drawn all it shows.
+void dispatch(console *c, action_fn action, int key, bool more) {
+    qv::undo_boundary(c, in_mode(c) || (action == action_insert_char && qv::frame_last_action(c) == action_insert_char));
+    qv::frame_begin_key(c, action);
+    if (!take_by_mode(c, action, key) && action) action(c, key);
+    int flags = 0;
+    run_requests(c, &flags, more);
+    qv::frame_end_key(c);
+    if (c->status != ST_READING || c->eof == 1 || c->terminate) return;
+    if (qv::hints_enabled(c)) qv::hint_update(c, in_mode(c));
+    paint_or_hold(c, more ? 0 : flags, more);
 }
 
 // The modes a read may leave running end with it.
 void end_modes(console *c) {
-    if (!c->state) return;
     qv::search_reset(c);
-    c->state->modal = nullptr;
-    c->state->last_action = nullptr;
-    c->state->hint = nullptr;
-    c->state->hint_len = 0;
+    qv::paste_reset(c);
+    qv::completion_end(c);
+    qv::editkeys_reset(c);
+    qv::frame_reset(c);
+    qv::hint_clear(c);
     qv::undo_reset(c);
 }
 
@@ -261,11 +358,11 @@ void console_read_line(console *c, const char *prompt) {
         }
         std::unique_ptr<wchar_t, decltype(&free)> wide(nullptr, &free);
         if (prompt && *prompt) wide.reset(cp2wchar(c, prompt, nullptr));
-        console_set_prompt(c, wide ? wide.get() : L"");
+        c->prompt = wide ? wide.get() : L"";
         PasteBrackets brackets;
         read_input(c);
         brackets.end();
-        console_set_prompt(c, L"");
+        c->prompt = L"";
     }
     // Raised only once the terminal is the user's again, so that a host
     // without a handler dies leaving a working terminal.
@@ -300,7 +397,7 @@ void read_input(console *c) {
     history_set_latest(c);
     history_cleanup_temp(c);
     end_modes(c);
-    qv::screen_start_input(c);
+    start_input(c, false);
     do {
         c->status = ST_READING;
         c->error = 0;
@@ -320,15 +417,12 @@ void read_input(console *c) {
             action = action_insert_char;
         }
         if (c->status != ST_READING) continue;
-        // While more keys wait, keys change the model and the paint waits
-        // until the burst is used up. The rest of this key's own bytes were
-        // read above: they are no burst.
-        qv::screen_defer(c, buffered());
-        dispatch(c, action, arg);
+        // While more keys wait, the paint waits until the burst is used up.
+        // The rest of this key's own bytes were read above: they are no burst.
+        dispatch(c, action, arg, buffered());
     } while (!c->terminate && c->status == ST_READING && c->eof != 1);
     // A read that ends mid-burst shows what the user must see first.
-    qv::screen_defer(c, false);
-    qv::screen_flush(c);
+    flush_held(c);
     end_modes(c);
     if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;
 }

@@ -22,6 +22,14 @@ QV_API void console_get_char(struct console *c, int unused);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+struct EngineState;
+EngineState *engine_new();
+void engine_free(EngineState *e);
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -2,35 +2,51 @@
 // paints it once; here each of its keys only becomes text.
 #include "paste.h"
 
+#include <cstdlib>
+
 #include "console.h"
 
+struct qv::PasteState {
+    bool active;
+    int last_key; // a CR LF pair is one line break
+};
+
 namespace {
+qv::PasteState *paste_of(const console *c) { return c->state ? c->state->paste : nullptr; }
+} // namespace
 
-int last_key = 0; // a CR LF pair is one line break
+qv::PasteState *qv::paste_new() { return static_cast<PasteState *>(calloc(1, sizeof(PasteState))); }
 
-int paste_key(console *c, action_fn action, int key) {
+void qv::paste_free(PasteState *p) { free(p); }
+
+bool qv::paste_active(const console *c) {
+    const PasteState *p = paste_of(c);
+    return p && p->active;
+}
+
+void qv::paste_key(console *c, action_fn action, int key) {
+    PasteState *p = paste_of(c);
     if (action == action_paste_end) {
-        c->state->modal = nullptr;
-        return 1;
+        p->active = false;
+        return;
     }
     if (action == action_insert_char) {
         action_insert_char(c, key);
-    } else if (key == 13 || (key == 10 && last_key != 13)) {
-        if (buffer_insert_char(c, L'\n') != 0) {
-            history_set_dirty(c);
-            qv::screen_refresh(c, 0);
-        }
+    } else if (key == 13 || (key == 10 && p->last_key != 13)) {
+        if (buffer_insert_char(c, L'\n') != 0) history_set_dirty(c);
     }
-    last_key = key;
-    return 1; // nothing in a paste runs a command
+    p->last_key = key; // nothing in a paste runs a command
 }
 
-} // namespace
+void qv::paste_reset(console *c) {
+    if (PasteState *p = paste_of(c)) p->active = false;
+}
 
 void action_paste_begin(console *c, int) {
-    if (!c->state) return;
-    last_key = 0;
-    c->state->modal = paste_key;
+    if (qv::PasteState *p = paste_of(c)) {
+        p->last_key = 0;
+        p->active = true;
+    }
 }
 
 void action_paste_end(console *, int) {}

@@ -19,6 +19,21 @@ QV_API void action_paste_end(struct console *c, int key);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+#include "keymap.h"
+
+namespace qv {
+struct PasteState;
+PasteState *paste_new();
+void paste_free(PasteState *p);
+/* Between the paste markers: every key is text or nothing. */
+bool paste_active(const struct console *c);
+void paste_key(struct console *c, action_fn action, int key);
+/* A read that ends mid-paste ends the paste. */
+void paste_reset(struct console *c);
+} // namespace qv
+#endif
 #endif
 
 #endif

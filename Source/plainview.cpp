@@ -14,10 +14,20 @@
 #include "console.h"
 #include "layout.h"
 #include "output.h"
+#include "view.h"
+
+struct qv::PlainState {
+    bool on;
+    termchar *shown; // what the row shows, from column 0
+    int nshown;
+    int capshown;
+    int shown_cur; // the terminal cursor's column on it
+    int scroll;    // the line's cell shown in column 0
+};
 
 namespace {
 
-bool reserve(console_state *st, int n) {
+bool reserve(qv::PlainState *st, int n) {
     if (n <= st->capshown) return true;
     auto *grown = static_cast<termchar *>(realloc(st->shown, sizeof(termchar) * static_cast<size_t>(n)));
     if (!grown) return false;
@@ -63,13 +73,27 @@ class Out {
 
 namespace qv {
 
+PlainState *plain_new(bool on) {
+    auto *p = static_cast<PlainState *>(calloc(1, sizeof(PlainState)));
+    if (p) p->on = on;
+    return p;
+}
+
+void plain_free(PlainState *p) {
+    if (!p) return;
+    free(p->shown);
+    free(p);
+}
+
+bool plain_active(const console *c) { return c->state && c->state->plain && c->state->plain->on; }
+
 void plain_start(console *c) {
-    console_state *st = c->state;
+    PlainState *st = c->state->plain;
     st->nshown = st->shown_cur = st->scroll = 0;
 }
 
 void plain_refresh(console *c) {
-    console_state *st = c->state;
+    PlainState *st = c->state->plain;
     if (!c->editor.buffer) return;
     const LayoutText t = layout_text(c, 1 << 20); // the prompt scrolls, never cut
     const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);

@@ -10,6 +10,12 @@ struct console;
 
 namespace qv {
 
+struct PlainState;
+// on: the terminal cannot paint several rows, and this view is the one used.
+PlainState *plain_new(bool on);
+void plain_free(PlainState *p);
+bool plain_active(const struct console *c);
+
 // The terminal cursor is at column 0 of an empty row.
 void plain_start(struct console *c);
 // Shows the edit buffer's line under the cursor, writing only what changed.

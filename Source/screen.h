@@ -41,7 +41,8 @@ typedef struct screen_t {
 } screen_t;
 
 /* Rows must be changed through these operations: the painter only compares
-   the rows they report as touched since the last paint. */
+   the rows they report as touched since the last paint. The library's own
+   reads draw from the edit buffer and do not use the row operations. */
 QV_API void screen_buffer_initialize(struct console *c);
 QV_API void screen_buffer_reset(struct console *c);
 QV_API void screen_buffer_clear(struct console *c);
@@ -77,40 +78,6 @@ QV_API void delete_termline(struct console *c, int unused);
 #ifdef __cplusplus
 }
 
-#ifdef QUORVEL_INTERNAL
-namespace qv {
-
-enum RefreshFlags : int {
-    // Move the cursor before drawing, as a deletion does, so that the runs
-    // are drawn from the cursor's new column.
-    kCursorFirst = 1,
-    // Paint now, even in the middle of a burst of keys: the caller writes to
-    // the terminal next.
-    kNow = 2,
-};
-
-// Empties the model for a new input and draws the prompt.
-void screen_start_input(struct console *c);
-// Lays the edit buffer out again where it changed and paints the difference.
-// In a burst of keys (see screen_defer) it only notes that a paint is due.
-void screen_refresh(struct console *c, int flags);
-// Whether more keys are already waiting, so that refreshes can wait for the
-// end of the burst: the screen that results is the same.
-void screen_defer(struct console *c, bool more_keys);
-// Does the refresh that a burst held back, if any.
-void screen_flush(struct console *c);
-// The terminal has gone to column 0 of the row below the cursor, which
-// starts a new line of the input: that row is drawn whole at the next paint.
-void screen_after_newline(struct console *c);
-// Rows from the cursor's row down are drawn whole at the next paint.
-void screen_redraw_below(struct console *c);
-// Draws the whole input area again, from column 0 of the cursor's row.
-void screen_redraw_all(struct console *c);
-// The window changed size: the input area is laid out and drawn again.
-void screen_resize(struct console *c);
-
-} // namespace qv
-#endif
 #endif
 
 #endif

@@ -9,14 +9,14 @@
 #include <cstring>
 #include <cwchar>
 
-#include "completion.h"
 #include "console.h"
+#include "undo.h"
 
 namespace {
-
 constexpr int kQueryMax = 256;
+}
 
-struct Search {
+struct qv::SearchState {
     bool active;
     // The line as it was, given back by Ctrl-G.
     wchar_t *saved;
@@ -39,9 +39,11 @@ struct Search {
     wchar_t prompt[kQueryMax + 64];
 };
 
-Search s;
+namespace {
 
-void forget() {
+using Search = qv::SearchState;
+
+void forget(Search &s) {
     free(s.saved);
     free(s.saved_breaks);
     free(s.match_text);
@@ -52,7 +54,7 @@ void forget() {
 // search's direction (from itself when inclusive), or from the newest or
 // oldest entry when there is no match yet; -1 when there is none. The
 // entries are looked at only within this call.
-long long find(console *c, bool inclusive, int *pos) {
+long long find(console *c, const Search &s, bool inclusive, int *pos) {
     const long long first = qv::history_first_serial(c), end = qv::history_end_serial(c);
     long long at = s.direction < 0 ? end - 1 : first;
     if (s.found) at = inclusive ? s.match_serial : s.match_serial + s.direction;
@@ -72,9 +74,9 @@ long long find(console *c, bool inclusive, int *pos) {
 
 // Looks for the query and shows what it found; a query with no match keeps
 // the last match and says it failed.
-void look(console *c, bool inclusive) {
+void look(console *c, Search &s, bool inclusive) {
     int pos = 0;
-    const long long at = s.qlen > 0 ? find(c, inclusive, &pos) : -1;
+    const long long at = s.qlen > 0 ? find(c, s, inclusive, &pos) : -1;
     const history_entry *e = at >= 0 ? qv::history_at_serial(c, at) : nullptr;
     wchar_t *copy = e ? make_string_copy(e->text, e->length) : nullptr;
     s.failing = s.qlen > 0 && !copy;
@@ -88,7 +90,7 @@ void look(console *c, bool inclusive) {
     }
 }
 
-void show(console *c) {
+void show(console *c, Search &s) {
     swprintf(s.prompt, sizeof s.prompt / sizeof s.prompt[0], L"(%ls%ls)`%ls': ",
              s.failing ? L"failing " : L"", s.direction < 0 ? L"reverse-i-search" : L"i-search", s.query);
     c->prompt = s.prompt;
@@ -99,78 +101,85 @@ void show(console *c) {
         buffer_replace(c, s.saved ? s.saved : L"", static_cast<uint32_t>(s.saved_len));
         c->editor.cursor = c->editor.buffer + s.saved_cursor;
     }
-    c->state->dirty_from = 0; // the prompt changed: from the first row on
-    qv::screen_refresh(c, 0);
 }
 
 // Ends the search: the line shown stays, or the line from before comes back.
-void finish(console *c, bool restore) {
+void finish(console *c, Search &s, bool restore) {
     c->prompt = s.saved_prompt;
     if (restore) {
         buffer_replace(c, s.saved ? s.saved : L"", static_cast<uint32_t>(s.saved_len));
-        console_state *st = c->state;
-        if (s.saved_nbreaks > 0 && st->capbreaks >= s.saved_nbreaks) {
-            memcpy(st->breaks, s.saved_breaks, sizeof(qv::TextBreak) * static_cast<size_t>(s.saved_nbreaks));
-            st->nbreaks = s.saved_nbreaks;
-        }
+        if (s.saved_nbreaks > 0) qv::buffer_set_breaks(c, s.saved_breaks, s.saved_nbreaks);
         c->editor.cursor = c->editor.buffer + s.saved_cursor;
     }
-    c->state->modal = nullptr;
-    c->state->dirty_from = 0;
     qv::undo_suspend(c, false);
     // A match taken is a recall: undo goes back to it, no further.
     if (!restore) qv::undo_reset(c);
-    forget();
-    qv::screen_refresh(c, 0);
+    forget(s);
 }
 
-int search_key(console *c, action_fn action, int key) {
+} // namespace
+
+qv::SearchState *qv::search_new() { return static_cast<SearchState *>(calloc(1, sizeof(SearchState))); }
+
+void qv::search_free(SearchState *s) {
+    if (!s) return;
+    forget(*s);
+    free(s);
+}
+
+bool qv::search_active(const console *c) { return c->state && c->state->search && c->state->search->active; }
+
+bool qv::search_key(console *c, action_fn action, int key) {
+    Search &s = *c->state->search;
     if (action == action_insert_char) {
         if (s.qlen < kQueryMax) {
             s.query[s.qlen++] = static_cast<wchar_t>(key);
             s.query[s.qlen] = 0;
         }
-        look(c, true);
+        look(c, s, true);
     } else if (action == action_key_backspace) {
         // A shorter query still matches where the longer one did.
         if (s.qlen > 0) s.query[--s.qlen] = 0;
-        look(c, true);
+        look(c, s, true);
     } else if (action == action_search_backward || action == action_search_forward) {
         s.direction = action == action_search_backward ? -1 : 1;
-        look(c, false);
+        look(c, s, false);
     } else if (action == action_abandon_input) {
-        finish(c, true);
-        return 1;
+        finish(c, s, true);
+        return true;
     } else if (action) {
         // Any other key takes the match as the line, then does its work.
-        finish(c, false);
-        return 0;
+        finish(c, s, false);
+        return false;
     }
-    show(c);
-    return 1;
+    show(c, s);
+    return true;
 }
 
+namespace {
+
 void start(console *c, int direction) {
-    if (c->masked || !c->editor.buffer || !c->state || !c->history) return;
-    forget();
+    if (c->masked || !c->editor.buffer || !c->state || !c->state->search || !c->history) return;
+    Search &s = *c->state->search;
+    forget(s);
     s.active = true;
     s.direction = direction;
     s.saved_len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
     s.saved_cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
     s.saved = static_cast<wchar_t *>(calloc(static_cast<size_t>(s.saved_len) + 1, sizeof(wchar_t)));
     if (s.saved) wmemcpy(s.saved, c->editor.buffer, static_cast<size_t>(s.saved_len));
-    const console_state *st = c->state;
-    if (st->nbreaks > 0) {
-        s.saved_breaks = static_cast<qv::TextBreak *>(malloc(sizeof(qv::TextBreak) * static_cast<size_t>(st->nbreaks)));
+    int nbreaks = 0;
+    const qv::TextBreak *breaks = qv::buffer_breaks(c, &nbreaks);
+    if (nbreaks > 0) {
+        s.saved_breaks = static_cast<qv::TextBreak *>(malloc(sizeof(qv::TextBreak) * static_cast<size_t>(nbreaks)));
         if (s.saved_breaks) {
-            memcpy(s.saved_breaks, st->breaks, sizeof(qv::TextBreak) * static_cast<size_t>(st->nbreaks));
-            s.saved_nbreaks = st->nbreaks;
+            memcpy(s.saved_breaks, breaks, sizeof(qv::TextBreak) * static_cast<size_t>(nbreaks));
+            s.saved_nbreaks = nbreaks;
         }
     }
     s.saved_prompt = c->prompt;
-    c->state->modal = search_key;
     qv::undo_suspend(c, true); // what the search shows is no edit
-    show(c);
+    show(c, s);
 }
 
 } // namespace
@@ -180,9 +189,11 @@ void action_search_backward(console *c, int) { start(c, -1); }
 void action_search_forward(console *c, int) { start(c, 1); }
 
 void qv::search_reset(console *c) {
+    if (!c->state || !c->state->search) return;
+    Search &s = *c->state->search;
     if (s.active) {
         if (c->prompt == s.prompt) c->prompt = s.saved_prompt;
         qv::undo_suspend(c, false);
     }
-    forget();
+    forget(s);
 }

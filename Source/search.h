@@ -22,7 +22,17 @@ QV_API void action_search_forward(struct console *c, int key);
 }
 
 #ifdef QUORVEL_INTERNAL
+#include "keymap.h"
+
 namespace qv {
+struct SearchState;
+SearchState *search_new();
+void search_free(SearchState *s);
+/* A search takes the keys. */
+bool search_active(const struct console *c);
+/* The key with its action, during a search: true when the search used it,
+   false when the action is to run as usual (the search has ended then). */
+bool search_key(struct console *c, action_fn action, int key);
 /* Ends a search that a read left running, without drawing anything. */
 void search_reset(struct console *c);
 } // namespace qv

@@ -20,8 +20,6 @@ static_assert(std::is_standard_layout<term_callbacks>::value, "term_callbacks cr
 static_assert(sizeof(term_callbacks) == 8 * sizeof(void (*)(void)), "eight callback slots");
 static_assert(std::is_standard_layout<console>::value, "the console record is a plain struct");
 
-char *history_directory = nullptr;
-
 namespace {
 
 struct terminal {

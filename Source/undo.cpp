@@ -3,12 +3,15 @@
 // step; undo plays a step backwards. Typed characters in a row, and a paste,
 // are one step. The log costs what the changes cost, never a copy of the line
 // per key, so a long paste stays cheap.
+#include "undo.h"
+
 #include <cstdlib>
 #include <cwchar>
 
 #include "console.h"
+#include "editkeys.h"
 
-struct undo_log {
+struct qv::UndoLog {
     struct Change {
         int pos;
         int n;
@@ -28,19 +31,15 @@ namespace {
 // for ever.
 constexpr int kMaxChanges = 4096;
 
-undo_log *log_of(console *c) {
-    if (!c->state) return nullptr;
-    if (!c->state->undo) c->state->undo = static_cast<undo_log *>(calloc(1, sizeof(undo_log)));
-    return c->state->undo;
-}
+qv::UndoLog *log_of(console *c) { return c->state ? c->state->undo : nullptr; }
 
-void drop_oldest(undo_log *u) {
+void drop_oldest(qv::UndoLog *u) {
     free(u->changes[0].removed);
     for (int i = 1; i < u->count; i++) u->changes[i - 1] = u->changes[i];
     u->count--;
 }
 
-undo_log::Change *next_change(undo_log *u) {
+qv::UndoLog::Change *next_change(qv::UndoLog *u) {
     if (u->open) {
         u->step++;
         u->open = false;
@@ -48,45 +47,43 @@ undo_log::Change *next_change(undo_log *u) {
     if (u->count == kMaxChanges) drop_oldest(u);
     if (u->count == u->cap) {
         const int cap = u->cap ? u->cap * 2 : 32;
-        auto *grown = static_cast<undo_log::Change *>(realloc(u->changes, sizeof(undo_log::Change) * static_cast<size_t>(cap)));
+        auto *grown = static_cast<qv::UndoLog::Change *>(realloc(u->changes, sizeof(qv::UndoLog::Change) * static_cast<size_t>(cap)));
         if (!grown) return nullptr;
         u->changes = grown;
         u->cap = cap;
     }
-    undo_log::Change *ch = &u->changes[u->count++];
-    *ch = undo_log::Change{0, 0, nullptr, u->step};
+    qv::UndoLog::Change *ch = &u->changes[u->count++];
+    *ch = qv::UndoLog::Change{0, 0, nullptr, u->step};
     return ch;
 }
 
-undo_log::Change *last_of_step(undo_log *u) {
+qv::UndoLog::Change *last_of_step(qv::UndoLog *u) {
     return !u->open && u->count > 0 && u->changes[u->count - 1].step == u->step ? &u->changes[u->count - 1]
                                                                                   : nullptr;
 }
 
-} // namespace
-
-void qv::undo_note_insert(console *c, int pos, int n) {
-    undo_log *u = log_of(c);
+void note_insert(console *c, int pos, int n) {
+    qv::UndoLog *u = log_of(c);
     if (!u || u->suspended || n <= 0) return;
-    undo_log::Change *last = last_of_step(u);
+    qv::UndoLog::Change *last = last_of_step(u);
     // Typing on extends the stretch put in.
     if (last && !last->removed && last->pos + last->n == pos) {
         last->n += n;
         return;
     }
-    if (undo_log::Change *ch = next_change(u)) {
+    if (qv::UndoLog::Change *ch = next_change(u)) {
         ch->pos = pos;
         ch->n = n;
     }
 }
 
-void qv::undo_note_delete(console *c, int pos, const wchar_t *text, int n) {
-    undo_log *u = log_of(c);
+void note_delete(console *c, int pos, const wchar_t *text, int n) {
+    qv::UndoLog *u = log_of(c);
     if (!u || u->suspended || n <= 0) return;
     auto *copy = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(n)));
     if (!copy) return;
     wmemcpy(copy, text, static_cast<size_t>(n));
-    undo_log::Change *ch = next_change(u);
+    qv::UndoLog::Change *ch = next_change(u);
     if (!ch) {
         free(copy);
         return;
@@ -96,39 +93,57 @@ void qv::undo_note_delete(console *c, int pos, const wchar_t *text, int n) {
     ch->removed = copy;
 }
 
+void hear(console *c, int pos, const wchar_t *removed, int n) {
+    if (removed)
+        note_delete(c, pos, removed, n);
+    else
+        note_insert(c, pos, n);
+}
+
+} // namespace
+
+qv::UndoLog *qv::undo_new() { return static_cast<UndoLog *>(calloc(1, sizeof(UndoLog))); }
+
+void qv::undo_attach(console *c) { buffer_set_change_hook(c, hear); }
+
 void qv::undo_boundary(console *c, bool typing) {
-    undo_log *u = c->state ? c->state->undo : nullptr;
+    UndoLog *u = log_of(c);
     if (u && !typing) u->open = true;
 }
 
-void qv::undo_reset(console *c) {
-    undo_log *u = c->state ? c->state->undo : nullptr;
-    if (!u) return;
+namespace {
+
+void clear_log(qv::UndoLog *u) {
     for (int i = 0; i < u->count; i++) free(u->changes[i].removed);
     u->count = 0;
     u->open = true;
 }
 
-void qv::undo_suspend(console *c, bool on) {
-    if (undo_log *u = log_of(c)) u->suspended += on ? 1 : -1;
+} // namespace
+
+void qv::undo_reset(console *c) {
+    if (UndoLog *u = log_of(c)) clear_log(u);
 }
 
-void qv::undo_free(console *c) {
-    if (!c->state || !c->state->undo) return;
-    undo_reset(c);
-    free(c->state->undo->changes);
-    free(c->state->undo);
-    c->state->undo = nullptr;
+void qv::undo_suspend(console *c, bool on) {
+    if (qv::UndoLog *u = log_of(c)) u->suspended += on ? 1 : -1;
+}
+
+void qv::undo_free(UndoLog *u) {
+    if (!u) return;
+    clear_log(u);
+    free(u->changes);
+    free(u);
 }
 
 void action_undo(console *c, int) {
-    undo_log *u = c->state ? c->state->undo : nullptr;
+    qv::UndoLog *u = log_of(c);
     if (!u || u->count == 0 || !c->editor.buffer) return;
     const int step = u->changes[u->count - 1].step;
     int cursor = 0;
     u->suspended++;
     while (u->count > 0 && u->changes[u->count - 1].step == step) {
-        undo_log::Change &ch = u->changes[--u->count];
+        qv::UndoLog::Change &ch = u->changes[--u->count];
         c->editor.cursor = c->editor.buffer + ch.pos;
         if (ch.removed) {
             buffer_insert_string(c, ch.removed, static_cast<uint32_t>(ch.n));
@@ -145,5 +160,4 @@ void action_undo(console *c, int) {
     const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
     c->editor.cursor = c->editor.buffer + (cursor <= len ? cursor : len);
     history_set_dirty(c);
-    qv::screen_refresh(c, 0);
 }

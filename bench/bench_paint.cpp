@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "console.h"
+#include "render.h"
 #include "os-unix.h"
 
 namespace {
@@ -45,13 +46,17 @@ struct Bench {
         const int chars = rows * c.screen.cols - 2 - 1;
         for (int i = 0; i < chars; i++) buffer_insert_char(&c, L'a');
         action_key_end(&c, 0);
+        qv::render(&c, 0, false);
     }
 };
 
 void BM_KeystrokeAtEnd(benchmark::State &state) {
     Bench b;
     b.fill(static_cast<int>(state.range(0)));
-    for (auto _ : state) action_insert_char(&b.c, 'x');
+    for (auto _ : state) {
+        action_insert_char(&b.c, 'x');
+        qv::render(&b.c, 0, false);
+    }
     state.counters["rows"] = b.c.screen.input.numlines;
     (void)kCols;
 }

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 # sqlite3 and bc: unmodified readline programs the tests run on Quorvel.
-packages=(cmake g++ make pkg-config libncurses-dev ncurses-bin
+packages=(cmake g++ make pkg-config python3 libncurses-dev ncurses-bin
           libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev sqlite3 bc)
 case "${1:-}" in
     --bench) packages+=(libreadline-dev libedit-dev) ;;

@@ -23,13 +23,15 @@ class History : public ::testing::Test {
         c.history_allow_duplicates = 0;
         c.history_max = 1000;
         c.state = static_cast<console_state *>(calloc(1, sizeof(console_state)));
+        c.state->file = qv::history_file_new();
+        qv::history_file_attach(&c);
         dir = qvtest::tempDir();
         path = dir + "/term.history";
     }
     void TearDown() override {
         history_clear(&c);
         free(c.history);
-        qv::history_forget_new(&c);
+        qv::history_file_free(c.state->file);
         free(c.state);
     }
     void add(const std::wstring &s) { history_add(&c, s.c_str(), static_cast<uint32_t>(s.size())); }

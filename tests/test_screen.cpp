@@ -7,7 +7,10 @@
 #include <string>
 
 #include "console.h"
+#include "model.h"
 #include "os-unix.h"
+#include "render.h"
+#include "view.h"
 #include "pty_harness.h"
 
 namespace {
@@ -30,15 +33,19 @@ TEST(Paint, AKeyAtTheEndOfAThousandRowsTouchesOnlyItsRows) {
     console_put_prompt(&c);
     for (int i = 0; i < 1000 * 20 - 6; i++) buffer_insert_char(&c, L'a');
     action_key_end(&c, 0);
+    qv::render(&c, 0, false);
     fflush(stdout);
     const size_t before_len = len;
-    const console_state before = *c.state;
-    action_insert_char(&c, 'x');
-    action_insert_char(&c, 'y');
+    const unsigned long laid_out_before = qv::view_rows_laid_out(&c);
+    const unsigned long compared_before = qv::model_rows_compared(&c);
+    for (const int key : {'x', 'y'}) {
+        action_insert_char(&c, key);
+        qv::render(&c, 0, false);
+    }
     fflush(stdout);
     const std::string written(buf + before_len, len - before_len);
-    const unsigned long laid_out = c.state->rows_laid_out - before.rows_laid_out;
-    const unsigned long compared = c.state->rows_compared - before.rows_compared;
+    const unsigned long laid_out = qv::view_rows_laid_out(&c) - laid_out_before;
+    const unsigned long compared = qv::model_rows_compared(&c) - compared_before;
     console_free(&c);
     fclose(stdout);
     stdout = real;

@@ -32,6 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     console c{};
     c.history = history_new();
     c.state = static_cast<console_state *>(calloc(1, sizeof(console_state)));
+    c.state->file = qv::history_file_new();
+    qv::history_file_attach(&c);
     c.history_add_unchanged = 1;
     c.history_max = kMax;
     // The load keeps each non-empty line it can decode (a CR stays in it),
@@ -75,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     history_clear(&c);
     free(c.history);
-    qv::history_forget_new(&c);
+    qv::history_file_free(c.state->file);
     free(c.state);
     return 0;
 }

@@ -1,0 +1,185 @@
+// The difference painter: it compares the rows the model says were touched
+// with what the terminal shows, writes the runs of cells that differ, and
+// puts the cursor where the model says. Only the input loop's render and the
+// output calls a host makes reach it.
+#include "painter.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "console.h"
+#include "model.h"
+#include "output.h"
+#include "plainview.h"
+#include "qv_assert.h"
+#include "text.h"
+#include "view.h"
+
+namespace {
+
+// Marks the cells of shown row i that differ from the model; 1 when any cell
+// of the row is marked.
+int invalidate_vbuf_line(screen_t *s, int i) {
+    termline *shown = s->input.vbuf[i];
+    const termline *model = s->input.lines[i];
+    int any = 0;
+    for (int j = 0; j < s->cols; j++) {
+        termchar &v = shown->chars[j];
+        const termchar &m = model->chars[j];
+        if (v.ch != m.ch || v.attr != m.attr) {
+            v.attr |= ATTR_INVALID;
+            any = 1;
+        }
+    }
+    return any;
+}
+
+// The characters of one run of cells, as they go to the terminal: a wide
+// character's right half writes nothing, and a cluster brings its marks.
+class Run {
+  public:
+    ~Run() { free(buf_); }
+    Run() = default;
+    Run(const Run &) = delete;
+    Run &operator=(const Run &) = delete;
+    bool push(wchar_t ch) {
+        if (n_ + 1 >= cap_) {
+            const int cap = cap_ ? cap_ * 2 : 128;
+            auto *grown = static_cast<wchar_t *>(realloc(buf_, sizeof(wchar_t) * static_cast<size_t>(cap)));
+            if (!grown) return false;
+            buf_ = grown;
+            cap_ = cap;
+        }
+        buf_[n_++] = ch;
+        buf_[n_] = 0;
+        return true;
+    }
+    void cell(const qv::LayoutText &t, const termchar &cell) {
+        wchar_t chars[64];
+        const int n = qv::layout_cell_text(t, cell, chars, 64);
+        for (int k = 0; k < n; k++) push(chars[k]);
+    }
+    int size() const { return n_; }
+    const wchar_t *text() const { return buf_; }
+    void clear() { n_ = 0; }
+
+  private:
+    wchar_t *buf_ = nullptr;
+    int n_ = 0, cap_ = 0;
+};
+
+// Where the terminal's cursor is while a paint writes its runs.
+struct Pen {
+    int x, y;
+    bool wrap_pending; // the last column was just written
+};
+
+// Writes a run of cells at (start, row i). A paint of single keys returns to
+// the cursor's column after every run, as it always has; a compact paint (a
+// burst of keys) leaves the cursor where the run ended and, on a terminal
+// with automatic margins, lets a full row flow into the next one, so a paste
+// costs about one byte per character.
+void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, bool hint) {
+    input_t *in = &c->screen.input;
+    if (!compact && !hint) {
+        screen_cursor_move_y(c, i - in->cur.pos.y);
+        in->cur.pos.y = i;
+        if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
+        run.clear();
+        return;
+    }
+    const int from_y = compact ? compact->y : in->cur.pos.y;
+    const int from_x = compact ? compact->x : in->cur.pos.x;
+    const bool pending = compact && compact->wrap_pending;
+    const bool flows = pending && t_auto_right_margin && from_y == i - 1 && start == 0;
+    if (!flows) {
+        screen_cursor_move_y(c, i - from_y);
+        if (from_x != start || pending || !compact) screen_cursor_move_to_col(c, start);
+    }
+    std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
+    if (hint) qv::terminal_attribute(true);
+    if (text) fputs(text.get(), stdout);
+    if (hint) qv::terminal_attribute(false);
+    run.clear();
+    if (!compact) {
+        // As a single key's paint always does: back to the cursor's column.
+        in->cur.pos.y = i;
+        screen_cursor_move_to_col(c, in->cur.pos.x);
+        return;
+    }
+    compact->y = i;
+    compact->x = start + cells;
+    compact->wrap_pending = compact->x >= c->screen.cols;
+    if (compact->wrap_pending) compact->x = c->screen.cols - 1;
+}
+
+void do_paint(console *c, bool compact) {
+    screen_t *r = &c->screen;
+    // Without cursor addressing the model cannot be drawn; the plain view
+    // is drawn from the edit buffer instead.
+    if (!r->input.lines || qv::plain_active(c)) {
+        fflush(stdout);
+        return;
+    }
+    Run run;
+    const qv::LayoutText text = qv::layout_text(c, r->cols);
+    Pen pen{r->input.cur.pos.x, r->input.cur.pos.y, false};
+    Pen *flow = compact ? &pen : nullptr;
+    int first = 0, last = -1;
+    qv::model_take_touched(c, &first, &last);
+    for (int i = first; i <= last; i++) {
+        if (!invalidate_vbuf_line(r, i)) continue;
+        termchar *shown = r->input.vbuf[i]->chars;
+        const termchar *model = r->input.lines[i]->chars;
+        int start = -1;
+        bool hint = false;
+        for (int j = 0; j < r->cols; j++) {
+            // The hint is written in its own runs, dim.
+            if (start >= 0 && (shown[j].attr & ATTR_INVALID) && ((model[j].attr & ATTR_HINT) != 0) != hint) {
+                write_run(c, i, start, j - start, run, flow, hint);
+                start = -1;
+            }
+            if (shown[j].attr & ATTR_INVALID) {
+                if (start < 0) {
+                    hint = (model[j].attr & ATTR_HINT) != 0;
+                    start = j;
+                    // Half a wide character cannot be drawn: start at its left half.
+                    if ((model[j].attr & ATTR_WIDE_TAIL) && j > 0) {
+                        start = j - 1;
+                        run.cell(text, model[j - 1]);
+                    }
+                }
+                run.cell(text, model[j]);
+                shown[j] = model[j];
+                QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
+            } else if (start >= 0) {
+                write_run(c, i, start, j - start, run, flow, hint);
+                start = -1;
+            }
+        }
+        if (start >= 0) write_run(c, i, start, r->cols - start, run, flow, hint);
+    }
+    if (compact) {
+        r->input.cur.pos.x = pen.x;
+        r->input.cur.pos.y = pen.y;
+        // After the last column the terminal waits to wrap: the next
+        // character would go to the next row, even with the cursor already
+        // where it belongs. An explicit move to the column ends the wait.
+        if (pen.wrap_pending) screen_cursor_move_to_col(c, pen.x);
+    }
+    cursor_update(c, r->input.newcur);
+    fflush(stdout);
+}
+
+} // namespace
+
+void qv::paint(console *c, bool compact) { do_paint(c, compact); }
+
+// A deferred repaint leaves the change for the next immediate one.
+void repaint(console *c, int immediate) {
+    if (immediate) do_paint(c, false);
+}
+
+void insert_termline(console *, int) {}
+void delete_termline(console *, int) {}

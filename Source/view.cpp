@@ -1,0 +1,201 @@
+// The view: the state laid out into the model's rows.
+#include "view.h"
+
+#include <climits>
+#include <cstdlib>
+#include <cwchar>
+
+#include "console.h"
+#include "hints.h"
+#include "model.h"
+
+struct qv::ViewState {
+    // Where each row of the last layout starts.
+    RowStart *rows;
+    int nrows, caprows;
+    // The lowest text offset changed since the last layout; INT_MAX: none.
+    int dirty_from;
+    // What the last layout drew besides the text, to notice a change.
+    wchar_t *prompt;
+    int prompt_len, prompt_cap;
+    unsigned hint_version;
+    unsigned long rows_laid_out;
+};
+
+qv::ViewState *qv::view_new() { return static_cast<ViewState *>(calloc(1, sizeof(ViewState))); }
+
+void qv::view_free(ViewState *v) {
+    if (!v) return;
+    free(v->rows);
+    free(v->prompt);
+    free(v);
+}
+
+qv::LayoutText qv::layout_text(const console *c, int cols) {
+    LayoutText t{};
+    t.prompt = c->prompt;
+    t.cols = cols;
+    t.prompt_cells = prompt_cells(c->prompt, cols);
+    t.indent = t.prompt_cells;
+    t.text = c->editor.buffer;
+    t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
+    t.breaks = buffer_breaks(c, &t.nbreaks);
+    t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
+    t.hint = hint_text(c, &t.hint_len, nullptr);
+    return t;
+}
+
+namespace {
+
+qv::LayoutText text_of(const console *c) { return qv::layout_text(c, c->screen.cols); }
+
+// Gathers what changed since the last layout: the text (the edit buffer
+// says from where), the prompt (a search puts its own), the hint (after the
+// text).
+void take_changes(console *c) {
+    qv::ViewState *v = c->state->view;
+    const int changed = qv::buffer_take_changed(c);
+    if (changed < v->dirty_from) v->dirty_from = changed;
+    const wchar_t *prompt = c->prompt ? c->prompt : L"";
+    const int plen = static_cast<int>(wcslen(prompt));
+    if (plen != v->prompt_len || wmemcmp(prompt, v->prompt ? v->prompt : L"", static_cast<size_t>(plen)) != 0) {
+        v->dirty_from = 0;
+        if (plen > v->prompt_cap) {
+            auto *grown = static_cast<wchar_t *>(realloc(v->prompt, sizeof(wchar_t) * static_cast<size_t>(plen)));
+            if (grown) {
+                v->prompt = grown;
+                v->prompt_cap = plen;
+            }
+        }
+        // Without room for the copy the next layout starts from the top again.
+        v->prompt_len = plen <= v->prompt_cap ? plen : -1;
+        if (v->prompt_len > 0) wmemcpy(v->prompt, prompt, static_cast<size_t>(plen));
+    }
+    int hint_len = 0;
+    unsigned version = 0;
+    qv::hint_text(c, &hint_len, &version);
+    if (version != v->hint_version) {
+        v->hint_version = version;
+        const int end = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
+        if (end < v->dirty_from) v->dirty_from = end;
+    }
+}
+
+// The last row of the layout that starts at or before text offset o.
+int row_of(const qv::ViewState *st, int o) {
+    int lo = 0, hi = st->nrows - 1;
+    while (lo < hi) {
+        const int mid = (lo + hi + 1) / 2;
+        if (st->rows[mid].offset <= o)
+            lo = mid;
+        else
+            hi = mid - 1;
+    }
+    return lo;
+}
+
+bool keep_row_start(qv::ViewState *st, int y, const qv::RowStart &s) {
+    if (y >= st->caprows) {
+        const int cap = st->caprows ? st->caprows * 2 : 16;
+        auto *grown = static_cast<qv::RowStart *>(realloc(st->rows, sizeof(qv::RowStart) * cap));
+        if (!grown) return false;
+        st->rows = grown;
+        st->caprows = cap;
+    }
+    st->rows[y] = s;
+    return true;
+}
+
+// Lays the text out again from the first row an edit can have changed: the
+// rows above it depend only on text before the edit. Typing at the end of a
+// long input thus lays out one row, not all of them.
+void layout_input(console *c) {
+    qv::ViewState *st = c->state->view;
+    input_t *in = &c->screen.input;
+    if (!in->lines) return;
+    take_changes(c);
+    if (st->dirty_from == INT_MAX && st->nrows > 0) return;
+    const qv::LayoutText t = text_of(c);
+    const int old_rows = st->nrows;
+    // From the row holding the character before the edit: a row that ended
+    // early, because the next unit did not fit, may take the edited text.
+    int y = old_rows > 0 ? row_of(st, st->dirty_from > 0 ? st->dirty_from - 1 : 0) : 0;
+    qv::RowStart s = y > 0 ? st->rows[y] : qv::RowStart{0, 0, qv::kFirstRow, 0};
+    for (;;) {
+        if (y >= in->numlines) screen_buffer_add_line(c, 1);
+        if (y >= in->numlines || !keep_row_start(st, y, s)) break; // memory ran out
+        termline *line = in->lines[y];
+        int last = 0;
+        qv::RowStart next{};
+        const int more = qv::layout_row(t, s, line->chars, &last, &next);
+        line->last = last;
+        line->firstcol = s.kind == qv::kWrapRow ? 0 : (s.kind == qv::kFirstRow ? t.prompt_cells : t.indent);
+        line->lflags = (s.kind == qv::kWrapRow ? LINE_CONTINUED : 0u) |
+                       (more && next.kind == qv::kWrapRow ? LINE_WRAPS : 0u);
+        // A cluster's marks are not in its cell: one laid out again may have
+        // changed them, so it is drawn again.
+        for (int j = 0; j < last; j++)
+            if (line->chars[j].attr & ATTR_CLUSTER) in->vbuf[y]->chars[j].attr |= ATTR_INVALID;
+        qv::model_touch(c, y);
+        st->rows_laid_out++;
+        y++;
+        if (!more) break;
+        s = next;
+    }
+    st->nrows = y;
+    for (int i = y; i < old_rows && i < in->numlines; i++) {
+        termline_erase(in->lines[i], &c->screen.blank);
+        qv::model_touch(c, i);
+    }
+    st->dirty_from = INT_MAX;
+}
+
+void place_cursor(console *c) {
+    const qv::ViewState *st = c->state->view;
+    if (st->nrows < 1 || !c->editor.buffer) return;
+    int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    // Text typed before a lone combining mark takes the mark into its cell:
+    // the cursor, between the two, is shown after the cell.
+    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    if (cursor > 0 && cursor < len) {
+        const int end = qv::layout_unit_end(c->editor.buffer, cursor - 1, len);
+        if (end > cursor) cursor = end;
+    }
+    const int y = row_of(st, cursor);
+    c->screen.input.newcur.pos.y = y;
+    c->screen.input.newcur.pos.x = qv::layout_cursor_column(text_of(c), st->rows[y], cursor);
+}
+
+} // namespace
+
+void qv::view_update(console *c) {
+    if (!c->state || !c->state->view) return;
+    layout_input(c);
+    place_cursor(c);
+}
+
+void qv::view_reset(console *c) {
+    ViewState *v = c->state->view;
+    v->nrows = 0;
+    v->dirty_from = 0;
+}
+
+void qv::view_truncate(console *c, int y) {
+    ViewState *v = c->state->view;
+    if (v->nrows > y) v->nrows = y;
+}
+
+void qv::view_rebuild(console *c, int rows) {
+    input_t *in = &c->screen.input;
+    screen_buffer_initialize(c);
+    if (!in->lines) return;
+    view_reset(c);
+    layout_input(c);
+    if (in->numlines < rows) screen_buffer_add_line(c, rows - in->numlines);
+    for (int i = 0; i < in->numlines; i++) model_invalidate_row(c, i);
+    place_cursor(c);
+}
+
+unsigned long qv::view_rows_laid_out(const console *c) {
+    return c->state && c->state->view ? c->state->view->rows_laid_out : 0;
+}
