@@ -1,5 +1,9 @@
-/* The console record: all state of the line editor. Also the prompts, the
-   editing actions, input completion and the history navigation actions. */
+/* The console record: the options and status of a read, the prompt, the
+   edit buffer, the row model, the key maps, the history and the callbacks,
+   with one private handle for the records of the modules behind it. Also
+   the prompts, and the editing and history actions, which change state only:
+   called outside a read they draw nothing, and the next read shows their
+   result. */
 #ifndef QUORVEL_CONSOLE_H
 #define QUORVEL_CONSOLE_H
 

@@ -1,5 +1,6 @@
 /* The editing keys beyond the basic ones: words, kill and yank, transpose,
-   undo, clear screen, quoted insert; and history hints. */
+   undo, clear screen, quoted insert. Ctrl-K's action, declared with the
+   console's, is defined here with the other kills. */
 #ifndef QUORVEL_EDITKEYS_H
 #define QUORVEL_EDITKEYS_H
 
