@@ -18,7 +18,7 @@ run: all
 	./$(BUILD)/examples/quorvel-demo
 
 # Warnings as errors, AddressSanitizer + UndefinedBehaviorSanitizer, every
-# test; the thread and logger tests also under ThreadSanitizer.
+# test; the thread, logger and print tests also under ThreadSanitizer.
 test: setup test-tsan
 	cmake -S . -B $(TESTDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_SANITIZE=ON -DQUORVEL_TESTS=ON
 	cmake --build $(TESTDIR) -j $(JOBS)
@@ -26,8 +26,9 @@ test: setup test-tsan
 
 test-tsan: setup
 	cmake -S . -B $(TSANDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_TSAN=ON -DQUORVEL_TESTS=ON
-	cmake --build $(TSANDIR) -j $(JOBS) --target quorvel_service_tests
+	cmake --build $(TSANDIR) -j $(JOBS) --target quorvel_service_tests quorvel_pty_tests
 	TSAN_OPTIONS=halt_on_error=1 ./$(TSANDIR)/tests/quorvel_service_tests --gtest_filter='Threads*:Logger*'
+	TSAN_OPTIONS=halt_on_error=1 ./$(TSANDIR)/tests/quorvel_pty_tests --gtest_filter='Print*'
 
 
 bench:

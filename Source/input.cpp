@@ -26,6 +26,7 @@
 #include "options.h"
 #include "output.h"
 #include "paste.h"
+#include "printer.h"
 #include "render.h"
 #include "search.h"
 #include "text.h"
@@ -136,12 +137,53 @@ int fill(console *c) {
     }
 }
 
+// Whole lines as raw mode needs them ended.
+void write_lines(console *c, const char *text, size_t n) {
+    size_t from = 0;
+    for (size_t i = 0; i < n; i++) {
+        if (text[i] != '\n') continue;
+        fwrite(text + from, 1, i - from, stdout);
+        console_newline(c);
+        from = i + 1;
+    }
+    fflush(stdout);
+}
+
+// The reads of the print channel: prints wait in its queue from before the
+// terminal is raw until after it is the host's again.
+class PrintGuard {
+  public:
+    PrintGuard() { qv::printer_begin_read(); }
+    ~PrintGuard() { qv::printer_end_read(); }
+    PrintGuard(const PrintGuard &) = delete;
+    PrintGuard &operator=(const PrintGuard &) = delete;
+};
+
+// Draws what other threads printed: above the input of a line read, or
+// where the cursor is during a single-key read; false
+// (the status says why) when a wake-up ends the read.
+bool serve_printer(console *c, bool line) {
+    if (qv::printer_take_wake()) {
+        c->status = ST_WOKEN;
+        c->error = 0;
+        return false;
+    }
+    size_t n = 0;
+    std::unique_ptr<char, decltype(&free)> text(qv::printer_take(&n), &free);
+    if (text && line) qv::render_above(c, text.get(), n);
+    if (text && !line) write_lines(c, text.get(), n);
+    return true;
+}
+
 // Waits for the next key byte. ticks > 0 gives up after that many idle
 // periods without one; 0 waits for ever. Every idle period asks onIdle,
 // inside a key sequence too, so a host's stop is never held up by a key.
 // A signal never ends the wait: once the host's handler has run, the wait
 // goes on, with the terminal taken back if the signal had given it away.
 int next_byte(console *c, int ticks, bool line) {
+    // A wake-up ends the read before any key still waiting: those wait on
+    // for the next read.
+    if (qv::printer_wake_pending() && !serve_printer(c, line)) return kEnded;
     if (buffered()) return input_buffer[input_head++];
     // The burst is used up: what it changed is painted once, now.
     if (line) flush_held(c);
@@ -152,16 +194,20 @@ int next_byte(console *c, int ticks, bool line) {
         if ((event & qv::kContinued) && PasteBrackets::active) qv::paste_bracketing(true);
         if ((event & qv::kContinued) && line) qv::render_redraw_all(c);
         if ((event & qv::kResized) && line) qv::render_resize(c);
+        if (!serve_printer(c, line)) return kEnded;
         int got = fill(c);
         if (got > 0) return input_buffer[input_head++];
         if (got < 0) return kEnded;
-        const int wake = qv::session_wake_fd();
+        const int wake = qv::session_wake_fd(), prints = qv::printer_fd();
         fd_set set;
         FD_ZERO(&set);
         FD_SET(fd, &set);
         if (wake >= 0) FD_SET(wake, &set);
+        if (prints >= 0) FD_SET(prints, &set);
+        int top = fd > wake ? fd : wake;
+        if (prints > top) top = prints;
         struct timeval tv = {0, kIdleMicros};
-        const int r = select((wake > fd ? wake : fd) + 1, &set, nullptr, nullptr, &tv);
+        const int r = select(top + 1, &set, nullptr, nullptr, &tv);
         if (r < 0 && errno == EINTR) continue;
         if (r < 0) {
             c->status = ST_IOERROR;
@@ -177,7 +223,7 @@ int next_byte(console *c, int ticks, bool line) {
             if (ticks > 0 && ++idle >= ticks && !c->terminate && !c->cancel) return kTimedOut;
             continue;
         }
-        if (!FD_ISSET(fd, &set)) continue; // the wake pipe: handled at the top
+        if (!FD_ISSET(fd, &set)) continue; // the pipes: handled at the top
         got = fill(c);
         if (got > 0) return input_buffer[input_head++];
         if (got < 0) return kEnded;
@@ -323,6 +369,15 @@ void dispatch(console *c, action_fn action, int key, bool more) {
     paint_or_hold(c, more ? 0 : flags, more);
 }
 
+// A read a wake-up ended leaves its text on the screen, as Return would,
+// and the terminal on the row below it.
+void leave_woken(console *c) {
+    qv::hint_clear(c);
+    if (c->editor.buffer) buffer_cursor_move_end(c);
+    paint_now(c, 0);
+    console_newline(c);
+}
+
 // The modes a read may leave running end with it.
 void end_modes(console *c) {
     qv::search_reset(c);
@@ -350,6 +405,8 @@ void console_read_line(console *c, const char *prompt) {
         return;
     }
     {
+        // What is printed during the read goes below the finished input.
+        PrintGuard prints;
         qv::ReadSession session(c);
         cursor_reset(c);
         if (c->flags & FLAG_NONINTERACTIVE) {
@@ -423,6 +480,7 @@ void read_input(console *c) {
     } while (!c->terminate && c->status == ST_READING && c->eof != 1);
     // A read that ends mid-burst shows what the user must see first.
     flush_held(c);
+    if (c->status == ST_WOKEN) leave_woken(c);
     end_modes(c);
     if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;
 }
@@ -441,6 +499,7 @@ void console_get_char(console *c, int) {
         c->status = ST_NOBUFFER;
         return;
     }
+    PrintGuard prints;
     qv::ReadSession session(c);
     const int key = GetChar(c);
     if (key == -1) return; // the status says why

@@ -6,12 +6,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include "options.h"
+#include "printer.h"
 
 int isLogging = 0;
 
@@ -207,6 +211,25 @@ void logger_eol(appender *a) {
     fflush(a->file);
 }
 
+namespace {
+
+// The line for the terminal: the appender's name, then the text.
+void mirror_line(const char *name, const char *format, va_list args) {
+    va_list size_args;
+    va_copy(size_args, args);
+    const int text = vsnprintf(nullptr, 0, format, size_args);
+    va_end(size_args);
+    if (text < 0) return;
+    const size_t head = strlen(name) + 2;
+    std::unique_ptr<char, decltype(&free)> line(static_cast<char *>(malloc(head + static_cast<size_t>(text) + 1)), &free);
+    if (!line) return;
+    snprintf(line.get(), head + 1, "%s: ", name);
+    vsnprintf(line.get() + head, static_cast<size_t>(text) + 1, format, args);
+    qv::printer_print(line.get(), head + static_cast<size_t>(text));
+}
+
+} // namespace
+
 void logger_write_fmt(const char *name, const char *file, unsigned int line, const char *format,
                       ...) {
     appender *a = logger_get_appender(name);
@@ -215,9 +238,13 @@ void logger_write_fmt(const char *name, const char *file, unsigned int line, con
     logger_write_timestamp(a, file, line);
     va_list args;
     va_start(args, format);
+    va_list mirror;
+    va_copy(mirror, args);
     logger_write_data_va(a, format, args);
     va_end(args);
     logger_eol(a);
+    if (qv::option(TERM_OPTION_LOG_TO_TERMINAL)) mirror_line(a->name, format, mirror);
+    va_end(mirror);
     KMutexUnlock(a->lock);
 }
 

@@ -12,6 +12,7 @@ std::atomic<int> bracketed_paste{1};
 std::atomic<int> hints{0};
 std::atomic<int> utf8_input{1};
 std::atomic<int> auto_history{1};
+std::atomic<int> log_to_terminal{0};
 
 std::atomic<int> *slot(int id) {
     switch (id) {
@@ -19,6 +20,7 @@ std::atomic<int> *slot(int id) {
     case TERM_OPTION_HINTS: return &hints;
     case TERM_OPTION_UTF8_INPUT: return &utf8_input;
     case TERM_OPTION_AUTO_HISTORY: return &auto_history;
+    case TERM_OPTION_LOG_TO_TERMINAL: return &log_to_terminal;
     default: return nullptr;
     }
 }

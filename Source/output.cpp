@@ -171,6 +171,12 @@ bool qv::clear_to_end_of_screen() {
     return true;
 }
 
+bool qv::clear_to_end_of_line() {
+    if (!available(t_clr_eol)) return false;
+    tputs(t_clr_eol, 1, char_to_terminal);
+    return true;
+}
+
 bool qv::terminal_reflows() {
     static const char *const kMarkers[] = {"TMUX", "VTE_VERSION", "KITTY_WINDOW_ID", "WT_SESSION",
                                            "KONSOLE_VERSION", "ALACRITTY_WINDOW_ID"};

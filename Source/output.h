@@ -60,9 +60,10 @@ const char *terminal_key(const char *name);
 bool terminal_can_paint();
 // The window's size as the kernel has it now; false when it has none.
 bool terminal_size(int *rows, int *cols);
-// Clears from the cursor to the end of the screen; false when the terminal
-// cannot.
+// Clears from the cursor to the end of the screen, or of the line; false
+// when the terminal cannot.
 bool clear_to_end_of_screen();
+bool clear_to_end_of_line();
 // The terminal rewraps its rows when the window narrows (tmux, VTE, kitty,
 // iTerm2, ...): known from the environment these terminals set.
 bool terminal_reflows();

@@ -124,3 +124,46 @@ void qv::render_resize(console *c) {
     in->cur.pos.x = in->cur.pos.y = 0;
     paint(c, false);
 }
+namespace {
+
+// Whole lines, each ended the way raw mode needs; clear: each line's row is
+// cleared past its text (the rows below were not).
+void write_lines(console *c, const char *text, size_t n, bool clear) {
+    size_t from = 0;
+    for (size_t i = 0; i < n; i++) {
+        if (text[i] != '\n') continue;
+        fwrite(text + from, 1, i - from, stdout);
+        if (clear) qv::clear_to_end_of_line();
+        console_newline(c);
+        from = i + 1;
+    }
+}
+
+} // namespace
+
+// The text takes the rows where the input area started, so it reads in the
+// order it came, above everything typed since; the input, its hint and a
+// search's prompt follow below it, the cursor where it was.
+void qv::render_above(console *c, const char *text, size_t n) {
+    input_t *in = &c->screen.input;
+    if (plain_active(c) || !in->lines) {
+        screen_cursor_move_bol(c);
+        write_lines(c, text, n, true);
+        if (plain_active(c)) {
+            plain_start(c);
+            plain_refresh(c);
+        }
+        fflush(stdout);
+        return;
+    }
+    // Without a clear, the old rows the text does not reach are blanked.
+    int left = in->numlines;
+    for (size_t i = 0; i < n; i++) left -= text[i] == '\n';
+    screen_cursor_move_y(c, -in->cur.pos.y);
+    screen_cursor_move_bol(c);
+    const bool cleared = qv::clear_to_end_of_screen();
+    write_lines(c, text, n, !cleared);
+    view_rebuild(c, cleared || left < 0 ? 0 : left);
+    in->cur.pos.x = in->cur.pos.y = 0;
+    paint(c, false);
+}

@@ -2,6 +2,8 @@
 #ifndef QUORVEL_RENDER_H
 #define QUORVEL_RENDER_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 struct console;
 
@@ -28,6 +30,9 @@ void render_redraw_below(struct console *c);
 void render_redraw_all(struct console *c);
 /* The window changed size: the input area is laid out and drawn again. */
 void render_resize(struct console *c);
+/* Text from other threads (whole lines, UTF-8) written where the input area
+   starts, and the input drawn again below it. */
+void render_above(struct console *c, const char *text, size_t n);
 
 } // namespace qv
 #endif

@@ -11,6 +11,7 @@
 #include "completion.h"
 #include "input.h"
 #include "options.h"
+#include "printer.h"
 #include "output.h"
 #include "text.h"
 #include "qv_assert.h"
@@ -82,6 +83,7 @@ char *do_readLine(console *c, const char *prompt) { return read_line(c, prompt, 
 
 int term_init(const term_options *options) {
     if (theTerminal) return 1;
+    qv::printer_init();
     char *dir = nullptr;
     if (options && options->historydir) {
         dir = strdup(options->historydir);

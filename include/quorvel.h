@@ -7,9 +7,12 @@
  *   term_destroy() last; every other term_* call except term_free() and
  *   term_setCallbacks() requires a live instance and aborts the process
  *   (assertion "theTerminal != NULL") when called without one.
- * - Everything runs on the host's one reading thread. Callbacks are called on
- *   that thread, inside the read that calls them, and must not call back into
- *   the reading functions.
+ * - Threads. term_print(), term_wake(), term_setOption(), the logger and the
+ *   thread layer may be called from any thread at any time; term_wake() also
+ *   from a signal handler. Every other call belongs to the host's one reading
+ *   thread. Callbacks are called on that thread, inside the read that calls
+ *   them; they may use the calls above and the history, option and completer
+ *   calls, and must not call the reading functions.
  * - Strings passed in are UTF-8 and stay owned by the caller; the library keeps
  *   no pointer to them. Lines returned by term_getLine() and term_getRawLine()
  *   belong to the caller, who releases them with term_free().
@@ -146,6 +149,10 @@ QV_API int term_addCompletion(term_completions *out, int start, const char *repl
 /* default 1: a completed line enters the history. 0: the host decides, with
    term_addHistory(). */
 #define TERM_OPTION_AUTO_HISTORY 4
+/* default 0. 1: each whole line a logger appender writes (logger_write_fmt)
+   is also printed with term_print(), as the appender's name, ": " and the
+   text. */
+#define TERM_OPTION_LOG_TO_TERMINAL 5
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */
@@ -160,6 +167,7 @@ QV_API int term_setOption(int option, int value);
 #define ST_NOMEMORY 9    /* the edit buffer could not grow: the line is NULL */
 #define ST_DONE 10       /* Return completed the line; a key was read */
 #define ST_EOF 11        /* Ctrl-D on an empty line, or the end of the input */
+#define ST_WOKEN 12      /* term_wake() ended the read */
 
 /* How the last term_getLine(), term_getRawLine() or term_getChar() ended:
    one of the ST_* codes; 0 before the first read or without an instance. */
@@ -217,6 +225,27 @@ QV_API void term_putStringLn(const char *s);
 
 /* Puts n blanks into the input area at its cursor and repaints. */
 QV_API void term_putBlanks(int n);
+
+/* Prints UTF-8 text as whole lines: a line end is added where the text has
+   none, so the input always goes on on a row of its own, and text that
+   should share a line is passed in one call. Safe from any thread, from
+   callbacks, and with or without an instance.
+   During a line read the text appears above the input area, and the input,
+   with its hint, search or listing, is drawn again below it, the cursor
+   where it was; prints that arrive together are drawn as one batch. Lines
+   from one thread keep their order, and the text of one call is never split
+   by another's. When more text waits than the terminal has taken (64 KiB),
+   the call waits for room, except on the reading thread itself. Outside a
+   line read the text is written at once. NULL prints nothing. */
+QV_API void term_print(const char *text);
+
+/* Ends the line read that is running at once, or the next one when none is:
+   the read returns the text typed so far, drawn on its row with the terminal
+   on the row below, and term_getStatus() answers ST_WOKEN. A single-key read
+   ends too and answers 0. Safe from any thread and from a signal handler
+   (async-signal-safe once term_init() has run). Keys typed after the last
+   one the read took wait for the next read. */
+QV_API void term_wake(void);
 
 #ifdef __cplusplus
 }

@@ -329,6 +329,62 @@ TEST(Output, StringsLineEndsAndBlanks) {
 }
 
 // ---------------------------------------------------------------------------
+// Printing from other threads, and the wake-up
+
+// Eight threads print 500 numbered lines each while 2,000 keys are typed:
+// every line shows once, whole and in its thread's order; the line read is
+// what was typed, and the input is intact below the last line printed.
+TEST(Print, ThreadsPrintAboveTheInputAndNothingIsLost) {
+    PtyHost h({"init", "printers:8x500@1000", "line:> ", "join", "destroy"}, xterm(80, 40));
+    std::string typed;
+    for (int i = 0; i < 2000; i++) typed += static_cast<char>('a' + i % 26);
+    for (size_t i = 0; i < typed.size(); i += 40) {
+        h.keys(typed.substr(i, 40));
+        usleep(10000);
+    }
+    for (int t = 0; t < 8; t++) h.waitOutput("T" + std::to_string(t) + " L499");
+    h.waitScreen(typed.substr(typed.size() - 40));
+    const Expected e = expectedScreen(L"> ", std::wstring(typed.begin(), typed.end()), typed.size(), 80);
+    const Lines shown = h.screen().shown();
+    ASSERT_GE(shown.size(), e.rows.size());
+    EXPECT_EQ(Lines(shown.end() - static_cast<long>(e.rows.size()), shown.end()), e.rows);
+    EXPECT_EQ(h.typed("\r"), Lines{typed});
+    const std::string out = h.output();
+    std::vector<std::vector<int>> seen(8);
+    for (size_t at = out.find('T'); at != std::string::npos; at = out.find('T', at + 1)) {
+        const std::string line = out.substr(at, 8);
+        ASSERT_TRUE(line.size() == 8 && isdigit(line[1]) && line.compare(2, 2, " L") == 0 && isdigit(line[4]) &&
+                    isdigit(line[5]) && isdigit(line[6]) && (line[7] == '\r' || line[7] == '\n'))
+            << visible(out.substr(at, 20));
+        seen[static_cast<size_t>(line[1] - '0')].push_back(std::stoi(line.substr(4, 3)));
+    }
+    std::vector<int> all(500);
+    for (int i = 0; i < 500; i++) all[static_cast<size_t>(i)] = i;
+    for (const std::vector<int> &lines : seen) EXPECT_EQ(lines, all);
+}
+
+// A wake-up ends a waiting read at once with its own status and the text so
+// far, from a signal handler or another thread, or, asked with no read
+// running, the next read. Between reads a print, and a logger line mirrored,
+// are written at once.
+TEST(Print, AWakeUpEndsTheReadAndPrintsBetweenReadsGoOutAtOnce) {
+    PtyHost h({"init", "wake:signal", "line:> ", "wake:300", "line:> ", "print:between", "option:5=1", "log:logged",
+               "wake:now", "line:> ", "line:> ", "destroy"},
+              xterm());
+    h.keys("abc");
+    h.waitScreen("> abc");
+    h.signal(SIGUSR1);
+    h.waitEnd(0);
+    h.keys("de");
+    h.waitEnd(1);
+    EXPECT_EQ(h.typed("f\r"), (Lines{"abc", "de", "", "f"}));
+    EXPECT_EQ(h.records("STATUS"), (Lines{"STATUS 0 12", "STATUS 1 12", "STATUS 2 12", "STATUS 3 10"}));
+    EXPECT_EQ(h.screen().shown(), (Lines{"> abc", "> de", "between", "qvhost: logged", ">", "> f"}));
+    unlink(("/tmp/qvhost-" + std::to_string(h.pid()) + ".log").c_str());
+    expectModesRestored(h);
+}
+
+// ---------------------------------------------------------------------------
 // The history file
 
 TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {

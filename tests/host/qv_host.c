@@ -23,16 +23,24 @@
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
  *   sigint:default (no SIGINT handler)  completer:words|many=N|bad
+ *   print:S  printers:TxN@US (T threads print N lines "T<t> L<nnn>" each, US
+ *   microseconds apart, while the commands go on)  join (waits for them)  wake:MS (a thread calls
+ *   term_wake after MS ms)  wake:signal (SIGUSR1 calls term_wake)
+ *   wake:now  log:S (a line to the appender "qvhost")
  */
 #include <quorvel.h>
 
 #include <locale.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <termios.h>
+#include <time.h>
 #include <unistd.h>
+
+#include "logger.h"
 
 static FILE *side;
 static int reads;
@@ -158,6 +166,38 @@ static void on_sigint(int sig) {
     got_sigint = 1;
 }
 
+static pthread_t printers[16];
+static int printer_count;
+static long lines_each, print_pause;
+
+static void *print_lines(void *arg) {
+    char line[32];
+    long i;
+    for (i = 0; i < lines_each; i++) {
+        struct timespec pause;
+        pause.tv_sec = 0;
+        pause.tv_nsec = print_pause * 1000L;
+        snprintf(line, sizeof line, "T%d L%03ld", (int)(long)arg, i);
+        term_print(line);
+        if (print_pause) nanosleep(&pause, NULL);
+    }
+    return NULL;
+}
+
+static void *wake_later(void *arg) {
+    struct timespec pause;
+    pause.tv_sec = (long)arg / 1000;
+    pause.tv_nsec = (long)arg % 1000 * 1000000L;
+    nanosleep(&pause, NULL);
+    term_wake();
+    return NULL;
+}
+
+static void wake_on_signal(int sig) {
+    (void)sig;
+    term_wake();
+}
+
 static int same_mode(const struct termios *a, const struct termios *b) {
     return a->c_iflag == b->c_iflag && a->c_oflag == b->c_oflag && a->c_cflag == b->c_cflag &&
            a->c_lflag == b->c_lflag && memcmp(a->c_cc, b->c_cc, sizeof a->c_cc) == 0;
@@ -268,6 +308,31 @@ int main(int argc, char **argv) {
             term_setCompleter(strcmp(a + 10, "bad") == 0 ? complete_bad : complete_words, NULL);
         } else if (strncmp(a, "option:", 7) == 0 && strchr(a, '=')) {
             fprintf(side, "OPTION %d\n", term_setOption(atoi(a + 7), atoi(strchr(a, '=') + 1)));
+        } else if (strncmp(a, "print:", 6) == 0) {
+            term_print(a + 6);
+        } else if (strncmp(a, "printers:", 9) == 0) {
+            printer_count = atoi(a + 9);
+            lines_each = strchr(a, 'x') ? atol(strchr(a, 'x') + 1) : 0;
+            print_pause = strchr(a, '@') ? atol(strchr(a, '@') + 1) : 0;
+            if (printer_count > 16) printer_count = 16;
+            for (int k = 0; k < printer_count; k++) pthread_create(&printers[k], NULL, print_lines, (void *)(long)k);
+        } else if (strcmp(a, "join") == 0) {
+            for (int k = 0; k < printer_count; k++) pthread_join(printers[k], NULL);
+            printer_count = 0;
+        } else if (strcmp(a, "wake:now") == 0) {
+            term_wake();
+        } else if (strncmp(a, "log:", 4) == 0) {
+            logger_write_fmt("qvhost", NULL, 0, "%s", a + 4);
+            logger_finish("qvhost");
+        } else if (strcmp(a, "wake:signal") == 0) {
+            struct sigaction on;
+            memset(&on, 0, sizeof on);
+            on.sa_handler = wake_on_signal;
+            sigaction(SIGUSR1, &on, NULL);
+        } else if (strncmp(a, "wake:", 5) == 0) {
+            pthread_t waker;
+            pthread_create(&waker, NULL, wake_later, (void *)atol(a + 5));
+            pthread_detach(waker);
         } else if (strcmp(a, "sigint:default") == 0) {
             signal(SIGINT, SIG_DFL);
         } else {
