@@ -36,6 +36,7 @@ bench:
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DQUORVEL_TESTS=OFF -DQUORVEL_BENCH=ON
 	cmake --build build-bench -j $(JOBS)
 	./build-bench/bench/quorvel-bench-paint
+	./build-bench/bench/quorvel-bench-print
 	./build-bench/bench/quorvel-bench-compare
 
 # libFuzzer targets (clang, AddressSanitizer + UndefinedBehaviorSanitizer),

@@ -6,18 +6,61 @@
  * Every entered line is echoed back with its escapes decoded to UTF-8.
  * History lives in $XDG_STATE_HOME/quorvel/term.history (or
  * ~/.local/state/quorvel/term.history). Commands: :password, :raw, :size,
- * :help. Tab completes the commands and the words of earlier lines. Ctrl-D
+ * :ticker (a thread prints a line every second, above the input, until
+ * :ticker again), :help. Tab completes the commands and the words of earlier lines. Ctrl-D
  * on an empty line leaves.
  */
 #include <quorvel.h>
 
 #include <errno.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 
 static int done;
+
+/* :ticker: a thread that prints while the user types. */
+static pthread_t ticker;
+static pthread_mutex_t tick_lock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_cond_t tick_stop = PTHREAD_COND_INITIALIZER;
+static int ticking;
+
+static void *tick(void *unused) {
+    struct timespec at;
+    char line[64];
+    int n = 0;
+    (void)unused;
+    pthread_mutex_lock(&tick_lock);
+    clock_gettime(CLOCK_REALTIME, &at);
+    while (ticking) {
+        at.tv_sec += 1;
+        if (pthread_cond_timedwait(&tick_stop, &tick_lock, &at) != ETIMEDOUT || !ticking) continue;
+        pthread_mutex_unlock(&tick_lock);
+        snprintf(line, sizeof line, "[tick %d]", ++n);
+        term_print(line);
+        pthread_mutex_lock(&tick_lock);
+    }
+    pthread_mutex_unlock(&tick_lock);
+    return NULL;
+}
+
+static void toggle_ticker(void) {
+    pthread_mutex_lock(&tick_lock);
+    if (ticking) {
+        ticking = 0;
+        pthread_cond_signal(&tick_stop);
+        pthread_mutex_unlock(&tick_lock);
+        pthread_join(ticker, NULL);
+        term_print("ticker stopped");
+        return;
+    }
+    ticking = pthread_create(&ticker, NULL, tick, NULL) == 0;
+    pthread_mutex_unlock(&tick_lock);
+}
+
 static int ended_in_backslash;
 
 static int is_complete(const wchar_t *text, int length) {
@@ -64,7 +107,7 @@ static void remember_words(const char *line) {
     }
 }
 
-static const char *const commands[] = {":help", ":password", ":raw", ":size"};
+static const char *const commands[] = {":help", ":password", ":raw", ":size", ":ticker"};
 
 /* Completes the word before the cursor: a command, or a word seen before. */
 static void complete(const char *text, int cursor, term_completions *out, void *user) {
@@ -195,7 +238,8 @@ int main(void) {
         }
         if (strcmp(line, ":help") == 0) {
             printf("  :password  read a masked line\n  :raw       read a line without "
-                   "continuation\n  :size      terminal size\n  brackets or a trailing "
+                   "continuation\n  :size      terminal size\n  :ticker    print a line every second "
+                   "while you type (again to stop)\n  brackets or a trailing "
                    "backslash continue a line\n\n"
                    "  Left Right Home End Ctrl-B Ctrl-F   move        Up Down PgUp PgDn   history\n"
                    "  Alt-b Alt-f Ctrl-Left Ctrl-Right   words       Ctrl-R Ctrl-S       search\n"
@@ -217,6 +261,8 @@ int main(void) {
                 putchar('\n');
             }
             term_free(raw);
+        } else if (strcmp(line, ":ticker") == 0) {
+            toggle_ticker();
         } else if (strcmp(line, ":size") == 0) {
             printf("%d columns, %d rows\n", term_getConsoleWidth(), term_getConsoleHeight());
         } else if (*line) {
@@ -226,6 +272,13 @@ int main(void) {
             remember_words(line);
         }
         term_free(line);
+    }
+    pthread_mutex_lock(&tick_lock);
+    if (ticking) {
+        pthread_mutex_unlock(&tick_lock);
+        toggle_ticker();
+    } else {
+        pthread_mutex_unlock(&tick_lock);
     }
     term_destroy();
     while (nseen > 0) free(seen[--nseen]);
