@@ -363,12 +363,25 @@ TEST(Print, ThreadsPrintAboveTheInputAndNothingIsLost) {
     for (const std::vector<int> &lines : seen) EXPECT_EQ(lines, all);
 }
 
+// A print during a continued input takes the rows where the input began;
+// both of its lines follow below, the cursor where it was.
+TEST(Print, AContinuedInputIsDrawnAgainBelowAPrint) {
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "putln:before", "later:1500:news", "line:> ", "destroy"},
+              xterm());
+    h.keys("(a\rbc" + kLeft);
+    h.waitScreen("news");
+    EXPECT_EQ(h.screen().shown(), (Lines{"before", "news", "> (a", "  bc"}));
+    EXPECT_EQ(h.screen().cursor_row, 3);
+    EXPECT_EQ(h.screen().cursor_col, 3);
+    EXPECT_EQ(h.typed("X)\r"), Lines{"(a\nbX)c"});
+}
+
 // A wake-up ends a waiting read at once with its own status and the text so
 // far, from a signal handler or another thread, or, asked with no read
 // running, the next read. Between reads a print, and a logger line mirrored,
 // are written at once.
 TEST(Print, AWakeUpEndsTheReadAndPrintsBetweenReadsGoOutAtOnce) {
-    PtyHost h({"init", "wake:signal", "line:> ", "wake:300", "line:> ", "print:between", "option:5=1", "log:logged",
+    PtyHost h({"init", "wake:signal", "line:> ", "wake:1500", "line:> ", "print:between", "option:5=1", "log:logged",
                "wake:now", "line:> ", "line:> ", "destroy"},
               xterm());
     h.keys("abc");

@@ -26,7 +26,8 @@
  *   print:S  printers:TxN@US (T threads print N lines "T<t> L<nnn>" each, US
  *   microseconds apart, while the commands go on)  join (waits for them)  wake:MS (a thread calls
  *   term_wake after MS ms)  wake:signal (SIGUSR1 calls term_wake)
- *   wake:now  log:S (a line to the appender "qvhost")
+ *   wake:now  log:S (a line to the appender "qvhost")  later:MS:S (a thread
+ *   prints S after MS ms)
  */
 #include <quorvel.h>
 
@@ -193,6 +194,17 @@ static void *wake_later(void *arg) {
     return NULL;
 }
 
+static const char *later_text;
+
+static void *print_later(void *arg) {
+    struct timespec pause;
+    pause.tv_sec = (long)arg / 1000;
+    pause.tv_nsec = (long)arg % 1000 * 1000000L;
+    nanosleep(&pause, NULL);
+    term_print(later_text);
+    return NULL;
+}
+
 static void wake_on_signal(int sig) {
     (void)sig;
     term_wake();
@@ -319,6 +331,11 @@ int main(int argc, char **argv) {
         } else if (strcmp(a, "join") == 0) {
             for (int k = 0; k < printer_count; k++) pthread_join(printers[k], NULL);
             printer_count = 0;
+        } else if (strncmp(a, "later:", 6) == 0 && strchr(a + 6, ':')) {
+            pthread_t printer;
+            later_text = strchr(a + 6, ':') + 1;
+            pthread_create(&printer, NULL, print_later, (void *)atol(a + 6));
+            pthread_detach(printer);
         } else if (strcmp(a, "wake:now") == 0) {
             term_wake();
         } else if (strncmp(a, "log:", 4) == 0) {
