@@ -335,7 +335,7 @@ TEST(Output, StringsLineEndsAndBlanks) {
 // every line shows once, whole and in its thread's order; the line read is
 // what was typed, and the input is intact below the last line printed.
 TEST(Print, ThreadsPrintAboveTheInputAndNothingIsLost) {
-    PtyHost h({"init", "printers:8x500@1000", "line:> ", "join", "destroy"}, xterm(80, 40));
+    PtyHost h({"init", "cb:idle=tick", "printers:8x500@1000", "line:> ", "join", "destroy"}, xterm(80, 40));
     std::string typed;
     for (int i = 0; i < 2000; i++) typed += static_cast<char>('a' + i % 26);
     for (size_t i = 0; i < typed.size(); i += 40) {
@@ -343,7 +343,7 @@ TEST(Print, ThreadsPrintAboveTheInputAndNothingIsLost) {
         usleep(10000);
     }
     for (int t = 0; t < 8; t++) h.waitOutput("T" + std::to_string(t) + " L499");
-    h.waitScreen(typed.substr(typed.size() - 40));
+    h.settle(); // the last batch drawn, and the input again below it
     const Expected e = expectedScreen(L"> ", std::wstring(typed.begin(), typed.end()), typed.size(), 80);
     const Lines shown = h.screen().shown();
     ASSERT_GE(shown.size(), e.rows.size());
@@ -366,10 +366,12 @@ TEST(Print, ThreadsPrintAboveTheInputAndNothingIsLost) {
 // A print during a continued input takes the rows where the input began;
 // both of its lines follow below, the cursor where it was.
 TEST(Print, AContinuedInputIsDrawnAgainBelowAPrint) {
-    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "putln:before", "later:1500:news", "line:> ", "destroy"},
+    PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "cb:idle=tick", "putln:before", "later:1500:news",
+               "line:> ", "destroy"},
               xterm());
     h.keys("(a\rbc" + kLeft);
     h.waitScreen("news");
+    h.settle(); // the input drawn again after the print
     EXPECT_EQ(h.screen().shown(), (Lines{"before", "news", "> (a", "  bc"}));
     EXPECT_EQ(h.screen().cursor_row, 3);
     EXPECT_EQ(h.screen().cursor_col, 3);
