@@ -10,6 +10,7 @@
 #include "bindings.h"
 #include "completion.h"
 #include "editkeys.h"
+#include "engine.h"
 #include "frame.h"
 #include "hints.h"
 #include "input.h"

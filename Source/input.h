@@ -23,13 +23,6 @@ QV_API void console_get_char(struct console *c, int unused);
 #ifdef __cplusplus
 }
 
-#ifdef QUORVEL_INTERNAL
-namespace qv {
-struct EngineState;
-EngineState *engine_new();
-void engine_free(EngineState *e);
-} // namespace qv
-#endif
 #endif
 
 #endif

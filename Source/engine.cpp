@@ -1,0 +1,193 @@
+// The edit engine: a decoded key's turn with the modes and its action, the
+// frame's requests, and the render once per key or burst.
+#include "engine.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "completion.h"
+#include "console.h"
+#include "editkeys.h"
+#include "frame.h"
+#include "hints.h"
+#include "output.h"
+#include "paste.h"
+#include "render.h"
+#include "search.h"
+#include "undo.h"
+
+// A burst of keys changed the state and its paint waits for the burst's end.
+struct qv::EngineState {
+    bool held;
+    bool handled; // a key was handled in this read
+    KeyDecoder keys;
+};
+
+qv::EngineState *qv::engine_new() { return new (std::nothrow) EngineState{}; }
+
+void qv::engine_free(EngineState *e) { delete e; }
+
+namespace {
+
+qv::EngineState *engine_of(const console *c) { return c->state ? c->state->engine : nullptr; }
+
+// Draws the state now; compact when it ends a burst that was held back.
+void paint_now(console *c, int flags) {
+    qv::EngineState *e = engine_of(c);
+    const bool compact = e && e->held;
+    if (e) e->held = false;
+    qv::render(c, flags, compact);
+}
+
+void flush_held(console *c) {
+    const qv::EngineState *e = engine_of(c);
+    if (e && e->held) paint_now(c, 0);
+}
+
+// The key's paint, or, with more keys waiting, a note that one is due.
+void paint_or_hold(console *c, int flags, bool more) {
+    if (!more)
+        paint_now(c, flags);
+    else if (qv::EngineState *e = engine_of(c))
+        e->held = true;
+}
+
+void start_input(console *c, bool more) {
+    if (qv::render_start_input(c)) paint_or_hold(c, 0, more);
+}
+
+
+// Whether a mode takes the keys first: a search, a paste, a question, a
+// quoted key.
+bool in_mode(const console *c) {
+    return qv::search_active(c) || qv::paste_active(c) || qv::completion_asking(c) || qv::quoted_active(c);
+}
+
+// A mode's turn at the key: true when it used it.
+bool take_by_mode(console *c, action_fn action, int key) {
+    if (qv::quoted_active(c)) {
+        qv::quoted_key(c, key);
+        return true;
+    }
+    if (qv::completion_asking(c)) {
+        qv::completion_answer(c, key);
+        return true;
+    }
+    if (qv::paste_active(c)) {
+        qv::paste_key(c, action, key);
+        return true;
+    }
+    return qv::search_active(c) && qv::search_key(c, action, key);
+}
+
+// Text for the screen from a key (a completion listing, a question), written
+// as it is; a line feed ends a row.
+void write_text(console *c, const wchar_t *text, int n) {
+    int from = 0;
+    for (int i = 0; i <= n; i++) {
+        if (i < n && text[i] != L'\n') continue;
+        if (i > from) console_put_wstring(c, text + from, i - from);
+        if (i < n) console_newline(c);
+        from = i + 1;
+    }
+    fflush(stdout);
+}
+
+// Carries out what the key asked of the screen, in order.
+void run_requests(console *c, int *flags, bool more) {
+    qv::FrameStep step;
+    while (qv::frame_next(c, &step)) {
+        switch (step.op) {
+        case qv::kPaintNow: paint_now(c, 0); break;
+        case qv::kFlushPending: flush_held(c); break;
+        case qv::kNewline: console_newline(c); break;
+        case qv::kAfterNewline: qv::render_after_newline(c); break;
+        case qv::kStartInput: start_input(c, more); break;
+        case qv::kRedrawBelow: qv::render_redraw_below(c); break;
+        case qv::kClearScreen:
+            if (qv::erase_screen()) qv::render_redraw_all(c);
+            break;
+        case qv::kMoveCursorFirst: *flags |= qv::kCursorFirst; break;
+        case qv::kWrite: write_text(c, step.text, step.len); break;
+        case qv::kThen: step.then(c); break;
+        }
+        free(step.text);
+    }
+}
+
+// One key: its action (unless a mode takes it), each key a step for undo
+// but typing on (and a whole paste) one; then what it asked of the screen;
+// then, while the read goes on, the hint and the key's paint, unless more
+// keys wait. A read the key ended has drawn all it shows.
+void dispatch(console *c, action_fn action, int key, bool more) {
+    qv::undo_boundary(c, in_mode(c) || (action == action_insert_char && qv::frame_last_action(c) == action_insert_char));
+    qv::frame_begin_key(c, action);
+    if (!take_by_mode(c, action, key) && action) action(c, key);
+    int flags = 0;
+    run_requests(c, &flags, more);
+    qv::frame_end_key(c);
+    if (c->status != ST_READING || c->eof == 1 || c->terminate) return;
+    if (qv::hints_enabled(c)) qv::hint_update(c, in_mode(c));
+    paint_or_hold(c, more ? 0 : flags, more);
+}
+
+// A read a wake-up ended leaves its text on the screen, as Return would,
+// and the terminal on the row below it.
+void leave_woken(console *c) {
+    qv::hint_clear(c);
+    if (c->editor.buffer) buffer_cursor_move_end(c);
+    paint_now(c, 0);
+    console_newline(c);
+}
+
+// The modes a read may leave running end with it.
+void end_modes(console *c) {
+    qv::search_reset(c);
+    qv::paste_reset(c);
+    qv::completion_end(c);
+    qv::editkeys_reset(c);
+    qv::frame_reset(c);
+    qv::hint_clear(c);
+    qv::undo_reset(c);
+}
+
+} // namespace
+
+void qv::engine_begin(console *c) {
+    // Every read walks the history afresh from the line being typed.
+    history_set_latest(c);
+    history_cleanup_temp(c);
+    end_modes(c);
+    if (EngineState *e = engine_of(c)) {
+        e->keys.reset();
+        e->handled = false;
+    }
+    c->status = ST_READING;
+    c->error = 0;
+    start_input(c, false);
+}
+
+qv::KeyDecoder &qv::engine_keys(console *c) { return engine_of(c)->keys; }
+
+void qv::engine_key(console *c, action_fn action, int key, bool more) {
+    if (EngineState *e = engine_of(c)) e->handled = true;
+    dispatch(c, action, key, more);
+}
+
+// The end of input is a state of the console, not of one read: a read after
+// it still takes one key, then ends.
+bool qv::engine_over(const console *c) {
+    const EngineState *e = engine_of(c);
+    return c->status != ST_READING || c->terminate || c->cancel || (c->eof == 1 && e && e->handled);
+}
+
+void qv::engine_flush(console *c) { flush_held(c); }
+
+void qv::engine_end(console *c) {
+    // A read that ends mid-burst shows what the user must see first.
+    flush_held(c);
+    if (c->status == ST_WOKEN) leave_woken(c);
+    end_modes(c);
+    if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;
+}
