@@ -7,10 +7,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdint>
+#include <chrono>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -33,6 +36,7 @@ namespace {
 constexpr size_t kInputSize = 8192;
 unsigned char input_buffer[kInputSize];
 size_t input_head = 0, input_tail = 0;
+unsigned long fills = 0; // reads that brought bytes
 
 bool buffered() { return input_head < input_tail; }
 
@@ -84,6 +88,7 @@ int fill(console *c) {
         if (r > 0) {
             input_head = 0;
             input_tail = static_cast<size_t>(r);
+            fills++;
             return 1;
         }
         if (r < 0 && errno == EINTR) continue;
@@ -266,6 +271,104 @@ bool edit_step(console *c, bool idle) {
 } // namespace
 
 // ---------------------------------------------------------------------------
+// An edit: one line read, from its start to its end, whether the library
+// waits for the keys (term_getLine) or the host does (term_editFeed).
+
+namespace {
+
+using Steady = std::chrono::steady_clock;
+
+// Everything a read holds while it runs, given back in the opposite order:
+// the print queue outlasts the raw mode, so what was printed during the
+// read is written once the terminal is the host's again.
+struct Edit {
+    explicit Edit(console *c) : session(c) {}
+    PrintGuard prints;
+    qv::ReadSession session;
+    std::unique_ptr<wchar_t, decltype(&free)> prompt{nullptr, &free};
+    PasteBrackets brackets;
+    int poll_fd = -1; // the terminal, the signal pipe and the print pipe
+    Steady::time_point last_event;
+};
+
+// One terminal, so at most one edit at a time.
+Edit *the_edit = nullptr;
+
+constexpr auto kIdlePeriod = std::chrono::microseconds(kIdleMicros);
+
+void watch(int poll_fd, int fd) {
+    if (fd < 0) return;
+    struct epoll_event ev {};
+    ev.events = EPOLLIN;
+    ev.data.fd = fd;
+    epoll_ctl(poll_fd, EPOLL_CTL_ADD, fd, &ev);
+}
+
+} // namespace
+
+bool qv::edit_begin(console *c, const char *prompt) {
+    if (the_edit) return false;
+    the_edit = new (std::nothrow) Edit(c);
+    if (!the_edit) {
+        c->status = ST_NOMEMORY;
+        return false;
+    }
+    cursor_reset(c);
+    if (prompt && *prompt) the_edit->prompt.reset(cp2wchar(c, prompt, nullptr));
+    c->prompt = the_edit->prompt ? the_edit->prompt.get() : L"";
+    the_edit->last_event = Steady::now();
+    engine_begin(c);
+    return true;
+}
+
+bool qv::edit_feed(console *c) {
+    Edit *e = the_edit;
+    if (!e) return true;
+    // An idle period is one that passed since anything last happened.
+    const Steady::time_point now = Steady::now();
+    const bool idle = now - e->last_event >= kIdlePeriod;
+    const unsigned long before = fills;
+    const bool over = edit_step(c, idle);
+    if (idle || fills != before) e->last_event = now;
+    return over;
+}
+
+void qv::edit_end(console *c) {
+    Edit *e = the_edit;
+    if (!e) return;
+    engine_end(c);
+    e->brackets.end();
+    c->prompt = L"";
+    if (e->poll_fd >= 0) close(e->poll_fd);
+    the_edit = nullptr;
+    delete e;
+    // Raised only once the terminal is the user's again, so that a host
+    // without a handler dies leaving a working terminal.
+    if (c->status == ST_INTERRUPTED && c->sigint) raise(SIGINT);
+}
+
+int qv::edit_fd() {
+    Edit *e = the_edit;
+    if (!e) return -1;
+    if (e->poll_fd < 0) {
+        e->poll_fd = epoll_create1(EPOLL_CLOEXEC);
+        if (e->poll_fd < 0) return -1;
+        watch(e->poll_fd, fileno(stdin));
+        watch(e->poll_fd, session_wake_fd());
+        watch(e->poll_fd, printer_fd());
+    }
+    return e->poll_fd;
+}
+
+int qv::edit_timeout(const console *c) {
+    Edit *e = the_edit;
+    if (!e || (!c->callbacks.onIdle && !engine_keys(const_cast<console *>(c)).pending())) return -1;
+    const auto left = e->last_event + kIdlePeriod - Steady::now();
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
+    return ms < 0 ? 0 : static_cast<int>(ms) + 1;
+}
+
+// ---------------------------------------------------------------------------
 // Line reading
 
 void console_get_cursor(console *c, int *row, int *col) {
@@ -278,26 +381,21 @@ void console_read_line(console *c, const char *prompt) {
         c->status = ST_NOBUFFER;
         return;
     }
-    {
-        // What is printed during the read goes below the finished input.
+    if (c->flags & FLAG_NONINTERACTIVE) {
         PrintGuard prints;
         qv::ReadSession session(c);
         cursor_reset(c);
-        if (c->flags & FLAG_NONINTERACTIVE) {
-            read_input_noninteractive(c);
-            return;
-        }
-        std::unique_ptr<wchar_t, decltype(&free)> wide(nullptr, &free);
-        if (prompt && *prompt) wide.reset(cp2wchar(c, prompt, nullptr));
-        c->prompt = wide ? wide.get() : L"";
-        PasteBrackets brackets;
-        read_input(c);
-        brackets.end();
-        c->prompt = L"";
+        read_input_noninteractive(c);
+        return;
     }
-    // Raised only once the terminal is the user's again, so that a host
-    // without a handler dies leaving a working terminal.
-    if (c->status == ST_INTERRUPTED && c->sigint) raise(SIGINT);
+    if (!qv::edit_begin(c, prompt)) return;
+    bool idle = false;
+    while (!edit_step(c, idle)) {
+        const Wait w = wait_input(c);
+        if (w == kFailed) break;
+        idle = w == kIdle;
+    }
+    qv::edit_end(c);
 }
 
 void read_input_noninteractive(console *c) {
@@ -322,7 +420,8 @@ void read_input_noninteractive(console *c) {
 // ---------------------------------------------------------------------------
 // The interactive input loop
 
-// The blocking read: a loop over the same steps a host's own loop takes.
+// The interactive loop on its own, for a caller that has set the terminal
+// up itself: the same steps as every read.
 void read_input(console *c) {
     qv::engine_begin(c);
     bool idle = false;

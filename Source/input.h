@@ -23,6 +23,24 @@ QV_API void console_get_char(struct console *c, int unused);
 #ifdef __cplusplus
 }
 
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+/* An edit: one line read, driven by term_getLine's own wait or by the
+   host's loop. Begin takes the terminal (raw mode, signals, the print
+   queue) and draws the prompt; false when an edit runs already or memory
+   ran out (the status says so). Feed takes what is ready without waiting;
+   true once the read is over. End gives everything back. */
+bool edit_begin(struct console *c, const char *prompt);
+bool edit_feed(struct console *c);
+void edit_end(struct console *c);
+/* The descriptor that becomes readable when the edit has something to
+   feed on; -1 without an edit. */
+int edit_fd();
+/* Milliseconds until the edit wants feeding without input (an idle period
+   for onIdle, a key cut short); -1: none. */
+int edit_timeout(const struct console *c);
+} // namespace qv
+#endif
 #endif
 
 #endif

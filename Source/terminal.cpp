@@ -53,9 +53,9 @@ char *utf8_result(console *c) {
     return qv::utf8_of(c->editor.buffer, static_cast<int>(c->editor.lastchar - c->editor.buffer));
 }
 
-char *read_line(console *c, const char *prompt, char *(*encode)(console *)) {
+// The line of a read that has ended, as the host gets it.
+char *finish_line(console *c, char *(*encode)(console *)) {
     char *result = nullptr;
-    console_read_line(c, prompt);
     // The mask belongs to this read alone.
     c->masked = 0;
     c->maskchar = 0;
@@ -68,14 +68,26 @@ char *read_line(console *c, const char *prompt, char *(*encode)(console *)) {
     return result;
 }
 
-char *start_read(char mask, const char *prompt, int raw, char *(*encode)(console *)) {
-    console *c = the_console();
+char *read_line(console *c, const char *prompt, char *(*encode)(console *)) {
+    console_read_line(c, prompt);
+    return finish_line(c, encode);
+}
+
+void prepare(console *c, char mask, int raw) {
     c->maskchar = mask;
     c->masked = mask != 0;
     c->raw = raw;
     c->flags = 0;
+}
+
+char *start_read(char mask, const char *prompt, int raw, char *(*encode)(console *)) {
+    console *c = the_console();
+    prepare(c, mask, raw);
     return read_line(c, prompt, encode);
 }
+
+// The encoding of the line an edit under the host's loop ends with.
+char *(*edit_encoding)(console *) = nullptr;
 
 } // namespace
 
@@ -249,3 +261,51 @@ void term_putStringLn(const char *s) {
 }
 
 void term_putBlanks(int n) { screen_put_blanks(the_console(), n); }
+
+// ---------------------------------------------------------------------------
+// Edits under the host's own loop
+
+int term_editStart(int flags, char mask, const char *prompt) {
+    console *c = the_console();
+    if (edit_encoding) return 0;
+    prepare(c, mask, (flags & TERM_EDIT_RAW) ? 1 : 0);
+    if (!console_init_editor(c)) {
+        c->status = theTerminal->last_status = ST_NOBUFFER;
+        return 0;
+    }
+    if (!qv::edit_begin(c, prompt)) {
+        theTerminal->last_status = c->status;
+        console_free_editor(c);
+        return 0;
+    }
+    edit_encoding = (flags & TERM_EDIT_UTF8) ? utf8_result : encode_input;
+    return 1;
+}
+
+int term_editFeed(char **line) {
+    console *c = the_console();
+    if (line) *line = nullptr;
+    if (!edit_encoding) return -1;
+    if (!qv::edit_feed(c)) return 0;
+    qv::edit_end(c);
+    char *result = finish_line(c, edit_encoding);
+    edit_encoding = nullptr;
+    if (line)
+        *line = result;
+    else
+        free(result);
+    return 1;
+}
+
+void term_editStop(void) {
+    console *c = the_console();
+    if (!edit_encoding) return;
+    c->status = ST_WOKEN;
+    qv::edit_end(c);
+    free(finish_line(c, edit_encoding));
+    edit_encoding = nullptr;
+}
+
+int term_editFd(void) { return edit_encoding ? qv::edit_fd() : -1; }
+
+int term_editTimeout(void) { return edit_encoding ? qv::edit_timeout(the_console()) : -1; }

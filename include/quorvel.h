@@ -173,6 +173,45 @@ QV_API int term_setOption(int option, int value);
    one of the ST_* codes; 0 before the first read or without an instance. */
 QV_API int term_getStatus(void);
 
+/* ---------------------------------------------------------------------------
+   Edits under the host's own loop. The same editor as term_getLine(), for a
+   host that waits for its terminal, sockets and timers in one poll() loop:
+   start an edit, poll term_editFd() for reading with term_editTimeout() as
+   the time-out, and call term_editFeed() whenever poll returns; it takes
+   what is ready and never waits. The terminal is raw from the start to the
+   end of the edit, and everything a read does (continuation lines, masks,
+   history, completion, search, hints, paste, resizes, signals, term_print
+   from other threads, term_wake) works the same. The reading thread's calls. */
+#define TERM_EDIT_RAW 1  /* Return always completes, as term_getRawLine() */
+#define TERM_EDIT_UTF8 2 /* the line in plain UTF-8, as term_getLineUtf8() */
+
+/* Starts an edit: draws the prompt (UTF-8, may be NULL) and takes the
+   terminal. mask as for term_getLine(). Answers 1, or 0 when an edit is
+   under way already or memory ran out. */
+QV_API int term_editStart(int flags, char mask, const char *prompt);
+
+/* Feeds the edit what the terminal has, without waiting. Answers 0 while the
+   edit goes on; 1 when it has ended: *line (when line is not NULL) receives
+   the line as term_getLine() would have answered it (free it with
+   term_free()), term_getStatus() says how it ended, and the terminal is the
+   host's again. Answers -1 without an edit under way. */
+QV_API int term_editFeed(char **line);
+
+/* Ends an edit under way as term_wake() would: its text stays on the screen,
+   the terminal goes to the row below and is the host's again; the line is
+   dropped and term_getStatus() answers ST_WOKEN. */
+QV_API void term_editStop(void);
+
+/* The descriptor to poll for reading while an edit is under way: it becomes
+   readable when the terminal has input, a signal arrived or another thread
+   printed. -1 without an edit. */
+QV_API int term_editFd(void);
+
+/* Milliseconds until the edit wants feeding even without input (onIdle's
+   rhythm, a key cut short that must count as finished), or -1 for none: the
+   host passes it to poll(). */
+QV_API int term_editTimeout(void);
+
 /* Releases a line returned by term_getLine() or term_getRawLine(); NULL is
    ignored. */
 QV_API void term_free(char *line);

@@ -400,6 +400,59 @@ TEST(Print, AWakeUpEndsTheReadAndPrintsBetweenReadsGoOutAtOnce) {
 }
 
 // ---------------------------------------------------------------------------
+// Edits under the host's own loop
+
+// The same keys give the same lines whether the library waits for them or a
+// host's poll loop feeds them, all at once or a few bytes at a time (keys
+// cut at random places), while the loop's timer stays served.
+TEST(Loop, APolledReadGivesWhatABlockingReadGives) {
+    const std::string keys = std::string("one\r") + "ab" + kLeft + "X\xc3\xa9" + kRight + "\r" + kUp + kUp + "!\r" +
+                             "(x\ry)\r" + "\x12on\r" + "z\x1b" "b" "Y\x7f\x05" "\xe4\xb8\xad\r";
+    std::vector<std::string> blocking{"init", "cb:complete=brackets", "cb:keep=1"}, polled = blocking;
+    for (int i = 0; i < 6; i++) {
+        blocking.push_back("line:> ");
+        polled.push_back("loop:> ");
+    }
+    blocking.push_back("destroy");
+    polled.push_back("destroy");
+    PtyHost once(blocking);
+    const Lines want = once.typed(keys);
+    EXPECT_EQ(want, (Lines{"one", "aX\\:00E9b", "one!", "(x\ny)", "one!", "z\\:4E2D"}));
+    unsigned seed = 7;
+    for (int run = 0; run < 2; run++) {
+        PtyHost h(polled);
+        for (size_t at = 0; at < keys.size();) {
+            const size_t n = run == 0 ? 1 : 1 + rand_r(&seed) % 5;
+            h.keys(keys.substr(at, n));
+            at += n;
+            usleep(3000);
+        }
+        EXPECT_EQ(h.typed(""), want) << run;
+        // Keys a byte at a time keep every read open long enough for a tick.
+        const Lines timers = h.records("TIMER");
+        if (run == 0) {
+            EXPECT_EQ(timers, Lines(6, "TIMER 1"));
+        }
+        EXPECT_NE(std::find(timers.begin(), timers.end(), "TIMER 1"), timers.end());
+    }
+}
+
+// A signal the host catches and a change of the window's size between two
+// feeds: the edit goes on, drawn at the new width.
+TEST(Loop, ASignalAndAResizeBetweenFeeds) {
+    PtyHost h({"init", "catch", "loop:> ", "destroy"}, xterm(20));
+    h.keys("abcdefghijklmnopqrstuvwxyz");
+    h.waitScreen("> abcdefghijklmnopqr");
+    h.signal(SIGUSR1);
+    h.resize(10, 30);
+    h.waitScreen("> abcdefghijklmnopqrstuvwxyz");
+    EXPECT_EQ(h.typed("!\r"), Lines{"abcdefghijklmnopqrstuvwxyz!"});
+    EXPECT_EQ(h.records("CAUGHT"), (Lines{"CAUGHT WINCH", "CAUGHT USR1"}));
+    EXPECT_EQ(h.screen().row(0), "> abcdefghijklmnopqrstuvwxyz!");
+    expectModesRestored(h);
+}
+
+// ---------------------------------------------------------------------------
 // The history file
 
 TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {

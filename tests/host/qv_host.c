@@ -19,6 +19,8 @@
  *     to 0 and back to 1000 and adds 1,100 entries, then records CHURN;
  *     marker: read n is complete once its text holds the letter 'A' + n)
  *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT  utf8:PROMPT
+ *   loop:PROMPT (the same read in a poll loop over term_editFd and a 2 ms
+ *   timer; TIMER 1 records that the timer was served during the read)
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
@@ -33,10 +35,13 @@
 
 #include <locale.h>
 #include <pthread.h>
+#include <poll.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/timerfd.h>
 #include <termios.h>
 #include <time.h>
 #include <unistd.h>
@@ -215,13 +220,39 @@ static int same_mode(const struct termios *a, const struct termios *b) {
            a->c_lflag == b->c_lflag && memcmp(a->c_cc, b->c_cc, sizeof a->c_cc) == 0;
 }
 
+/* A host with its own loop: the terminal's edit and a timer, in one poll. */
+static char *loop_read(char mask, const char *prompt) {
+    struct itimerspec every;
+    char *line = NULL;
+    long ticks = 0;
+    int timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    memset(&every, 0, sizeof every);
+    every.it_interval.tv_nsec = every.it_value.tv_nsec = 2000000L;
+    timerfd_settime(timer, 0, &every, NULL);
+    if (term_editStart(0, mask, prompt))
+        for (;;) {
+            struct pollfd p[2];
+            uint64_t n;
+            p[0].fd = term_editFd();
+            p[1].fd = timer;
+            p[0].events = p[1].events = POLLIN;
+            poll(p, 2, term_editTimeout());
+            if ((p[1].revents & POLLIN) && read(timer, &n, sizeof n) == (ssize_t)sizeof n) ticks += (long)n;
+            if (term_editFeed(&line)) break;
+        }
+    close(timer);
+    fprintf(side, "TIMER %d\n", ticks > 0);
+    return line;
+}
+
 static void do_read(int kind, char mask, const char *prompt) {
     struct termios before, after;
     int n = reads++;
     int have = tcgetattr(1, &before) == 0;
     char *line;
     fprintf(side, "BEGIN %d\n", n);
-    line = kind == 2 ? term_getLineUtf8(mask, prompt)
+    line = kind == 3 ? loop_read(mask, prompt)
+           : kind == 2 ? term_getLineUtf8(mask, prompt)
            : kind   ? term_getRawLine(mask, prompt)
                     : term_getLine(mask, prompt);
     if (got_sigint) {
@@ -292,6 +323,8 @@ int main(int argc, char **argv) {
         } else if (strncmp(a, "mask:", 5) == 0 || strncmp(a, "rawmask:", 8) == 0) {
             const char *m = strchr(a, ':') + 1; /* the mask character, then ':' and the prompt */
             do_read(a[0] == 'r', m[0], m + 2);
+        } else if (strncmp(a, "loop:", 5) == 0) {
+            do_read(3, 0, a + 5);
         } else if (strncmp(a, "lines:", 6) == 0) {
             while (!eoi_seen && reads < 100) do_read(0, 0, a + 6);
         } else if (strncmp(a, "getchar:", 8) == 0) {
