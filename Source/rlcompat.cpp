@@ -272,3 +272,91 @@ char **rl_completion_matches(const char *text, rl_compentry_func_t *generator) {
     }
     return m;
 }
+
+// ---------------------------------------------------------------------------
+// The callback interface: the program owns the wait (a select on standard
+// input) and calls rl_callback_read_char when it is readable. Built on the
+// editor's own feed, so a key split across calls is the same key.
+
+namespace {
+
+rl_vcpfunc_t *line_handler = nullptr;
+char *callback_prompt = nullptr; // the visible prompt, kept for each new line
+bool callback_editing = false;
+unsigned installs = 0; // a handler that installs again has started its line
+
+bool editable_streams() {
+    FILE *in = rl_instream ? rl_instream : stdin;
+    FILE *out = rl_outstream ? rl_outstream : stdout;
+    return fileno(in) == STDIN_FILENO && isatty(STDIN_FILENO) && fileno(out) == STDOUT_FILENO &&
+           isatty(STDOUT_FILENO);
+}
+
+// The next line's edit: its prompt drawn, the terminal raw until it ends.
+void begin_callback_line() {
+    fflush(rl_outstream ? rl_outstream : stdout);
+    callback_editing = editable_streams() && start_editor() &&
+                       term_editStart(TERM_EDIT_RAW | TERM_EDIT_UTF8, 0, callback_prompt) != 0;
+    if (!callback_editing) {
+        fputs(callback_prompt, rl_outstream ? rl_outstream : stdout);
+        fflush(rl_outstream ? rl_outstream : stdout);
+    }
+}
+
+// A line is complete: the program's handler takes it (and frees it), and
+// unless the handler removed itself the next line begins at once.
+void deliver(char *line) {
+    rl_vcpfunc_t *handler = line_handler;
+    const unsigned before = installs;
+    if (handler)
+        handler(line);
+    else
+        free(line);
+    if (line_handler && callback_prompt && installs == before) begin_callback_line();
+}
+
+} // namespace
+
+void rl_callback_handler_install(const char *prompt, rl_vcpfunc_t *handler) {
+    rl_callback_handler_remove();
+    CharPtr shown = visible_prompt(prompt);
+    callback_prompt = shown.release();
+    line_handler = handler;
+    installs++;
+    if (callback_prompt) begin_callback_line();
+}
+
+void rl_callback_read_char(void) {
+    if (!line_handler) return;
+    if (!callback_editing) {
+        // No terminal to edit on: a whole line, as it comes.
+        char *line = read_plain(rl_instream ? rl_instream : stdin, rl_outstream ? rl_outstream : stdout, "");
+        deliver(line);
+        return;
+    }
+    char *line = nullptr;
+    if (term_editFeed(&line) != 1) return;
+    callback_editing = false;
+    const int status = term_getStatus();
+    // As readline() does: after an interrupt the program is asked again.
+    if (status == ST_INTERRUPTED) {
+        free(line);
+        begin_callback_line();
+        return;
+    }
+    if (line && status != ST_DONE && !*line) {
+        free(line);
+        line = nullptr;
+    }
+    deliver(line);
+}
+
+void rl_callback_handler_remove(void) {
+    if (callback_editing) term_editStop();
+    callback_editing = false;
+    line_handler = nullptr;
+    free(callback_prompt);
+    callback_prompt = nullptr;
+}
+
+void rl_callback_sigcleanup(void) {}

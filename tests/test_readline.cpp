@@ -74,6 +74,23 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
 INSTANTIATE_TEST_SUITE_P(Builds, ReadlineHost,
                          ::testing::Values(QV_RL_HOST_SHARED, QV_RL_HOST_GOT, QV_RL_HOST_STATIC));
 
+// The callback interface, as Python and gdb use it: the program waits in
+// select and hands over what is readable; a key cut in two is one key.
+TEST(ReadlineCallback, LinesComeThroughTheHandler) {
+    HostOptions o = programOptions({QV_RL_HOST_SHARED});
+    o.env.push_back("QV_RL_CALLBACK=1");
+    PtyHost h({}, o);
+    Session s{h};
+    s.expect("ab" + kLeft + "X\r", "got[aXb]");
+    s.expect("ses\t\r", "got[session ]");
+    h.keys("\x1b[");
+    usleep(20 * 1000);
+    s.expect("A\x7f!\r", "got[session!]");
+    s.expect("\x04", "EOF");
+    EXPECT_EQ(h.finish(), 0) << visible(h.output());
+    EXPECT_TRUE(h.isCooked());
+}
+
 // History calls and files, seen through Up and through the files.
 TEST(ReadlineHistory, FilesStifleAndRecall) {
     HostOptions o = programOptions({QV_RL_HOST_SHARED});

@@ -57,6 +57,21 @@ QV_RL_API int rl_initialize(void);
 
 /* Completion. */
 QV_RL_API extern rl_completion_func_t *rl_attempted_completion_function;
+/* The callback interface: for a program that waits for its input itself.
+   install draws the prompt and starts a line; whenever standard input is
+   readable the program calls rl_callback_read_char, which takes what is
+   there without waiting and, once a line is complete, calls the handler with
+   it (malloc'ed: the handler frees it; NULL at the end of input). Unless the
+   handler removes itself, the next line starts at once with the same
+   prompt. remove ends a line under way and gives the terminal back. */
+typedef void rl_vcpfunc_t(char *line);
+QV_RL_API void rl_callback_handler_install(const char *prompt, rl_vcpfunc_t *handler);
+QV_RL_API void rl_callback_read_char(void);
+QV_RL_API void rl_callback_handler_remove(void);
+/* Nothing to clean up after a signal: the editor gives the terminal back
+   itself. */
+QV_RL_API void rl_callback_sigcleanup(void);
+
 /* Set by the completion function: nonzero keeps the fallback (the entry
    function, else file names) from running when it answered NULL. Reset to 0
    before each call. */

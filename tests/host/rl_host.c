@@ -7,6 +7,9 @@
  *              the history call; prints "= <answer>"
  *   anything else  prints "got[<line>]" and adds the line to the history
  *
+ * With QV_RL_CALLBACK set it reads through the callback interface instead,
+ * in a select loop on standard input, as Python and gdb do.
+ *
  * Tab completes the word before the cursor from a fixed list; a word starting
  * with "./" falls back to file names. Each completion call writes
  * "WORD <text> <start> <end> <rl_point> <rl_end> <rl_line_buffer>" to the
@@ -15,6 +18,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/select.h>
+#include <unistd.h>
 
 #include <readline/history.h>
 #include <readline/readline.h>
@@ -64,20 +69,46 @@ static int command(const char *line) {
     return -1000;
 }
 
+static void answer(const char *line) {
+    if (line[0] == '!') {
+        printf("= %d\n", command(line));
+    } else {
+        printf("got[%s]\n", line);
+        add_history(line);
+    }
+}
+
+static int running = 1;
+
+static void on_line(char *line) {
+    if (!line) {
+        rl_callback_handler_remove();
+        running = 0;
+        return;
+    }
+    answer(line);
+    free(line);
+}
+
 int main(void) {
     char *line;
     rl_readline_name = "rl_host";
     rl_attempted_completion_function = complete;
     rl_initialize();
     using_history();
-    while ((line = readline("rl> ")) != NULL) {
-        if (line[0] == '!') {
-            printf("= %d\n", command(line));
-        } else {
-            printf("got[%s]\n", line);
-            add_history(line);
+    if (getenv("QV_RL_CALLBACK")) {
+        rl_callback_handler_install("rl> ", on_line);
+        while (running) {
+            fd_set in;
+            FD_ZERO(&in);
+            FD_SET(STDIN_FILENO, &in);
+            if (select(STDIN_FILENO + 1, &in, NULL, NULL, NULL) > 0) rl_callback_read_char();
         }
-        free(line);
+    } else {
+        while ((line = readline("rl> ")) != NULL) {
+            answer(line);
+            free(line);
+        }
     }
     printf("EOF\n");
     return 0;
