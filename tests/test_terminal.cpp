@@ -437,18 +437,20 @@ TEST(Loop, APolledReadGivesWhatABlockingReadGives) {
     }
 }
 
-// A signal the host catches and a change of the window's size between two
-// feeds: the edit goes on, drawn at the new width.
-TEST(Loop, ASignalAndAResizeBetweenFeeds) {
-    PtyHost h({"init", "catch", "loop:> ", "destroy"}, xterm(20));
+// A signal the host catches, a change of the window's size and a print from
+// another thread between feeds: the edit goes on, drawn at the new width
+// below the print.
+TEST(Loop, ASignalAResizeAndAPrintBetweenFeeds) {
+    PtyHost h({"init", "catch", "later:1000:news", "loop:> ", "destroy"}, xterm(20));
     h.keys("abcdefghijklmnopqrstuvwxyz");
     h.waitScreen("> abcdefghijklmnopqr");
     h.signal(SIGUSR1);
     h.resize(10, 30);
     h.waitScreen("> abcdefghijklmnopqrstuvwxyz");
+    h.waitScreen("news");
     EXPECT_EQ(h.typed("!\r"), Lines{"abcdefghijklmnopqrstuvwxyz!"});
     EXPECT_EQ(h.records("CAUGHT"), (Lines{"CAUGHT WINCH", "CAUGHT USR1"}));
-    EXPECT_EQ(h.screen().row(0), "> abcdefghijklmnopqrstuvwxyz!");
+    EXPECT_EQ(h.screen().shown(), (Lines{"news", "> abcdefghijklmnopqrstuvwxyz!"}));
     expectModesRestored(h);
 }
 
