@@ -268,6 +268,17 @@ bool edit_step(console *c, bool idle) {
     return read_over(c);
 }
 
+// The library's own wait: edit steps until the read is over, waiting for
+// input between them, the same steps a host's loop takes.
+void run_steps(console *c) {
+    bool idle = false;
+    while (!edit_step(c, idle)) {
+        const Wait w = wait_input(c);
+        if (w == kFailed) return;
+        idle = w == kIdle;
+    }
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -389,12 +400,7 @@ void console_read_line(console *c, const char *prompt) {
         return;
     }
     if (!qv::edit_begin(c, prompt)) return;
-    bool idle = false;
-    while (!edit_step(c, idle)) {
-        const Wait w = wait_input(c);
-        if (w == kFailed) break;
-        idle = w == kIdle;
-    }
+    run_steps(c);
     qv::edit_end(c);
 }
 
@@ -424,12 +430,7 @@ void read_input_noninteractive(console *c) {
 // up itself: the same steps as every read.
 void read_input(console *c) {
     qv::engine_begin(c);
-    bool idle = false;
-    while (!edit_step(c, idle)) {
-        const Wait w = wait_input(c);
-        if (w == kFailed) break;
-        idle = w == kIdle;
-    }
+    run_steps(c);
     qv::engine_end(c);
 }
 
