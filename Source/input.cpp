@@ -358,6 +358,15 @@ void qv::edit_end(console *c) {
     if (c->status == ST_INTERRUPTED && c->sigint) raise(SIGINT);
 }
 
+void qv::edit_redraw(console *c, bool fresh) {
+    if (!the_edit) return;
+    if (fresh) {
+        cursor_reset(c);
+        if (!render_start_input(c)) return;
+    }
+    render(c, 0, false);
+}
+
 int qv::edit_fd() {
     Edit *e = the_edit;
     if (!e) return -1;

@@ -33,6 +33,9 @@ namespace qv {
 bool edit_begin(struct console *c, const char *prompt);
 bool edit_feed(struct console *c);
 void edit_end(struct console *c);
+/* Draws what changed since the last render; fresh: the host left the
+   cursor at the start of an empty row, where everything is drawn again. */
+void edit_redraw(struct console *c, bool fresh);
 /* The descriptor that becomes readable when the edit has something to
    feed on; -1 without an edit. */
 int edit_fd();

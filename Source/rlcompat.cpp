@@ -1,162 +1,126 @@
-// readline() and completion for programs written against GNU readline's
-// API, on Quorvel's public calls. The program's variables may live in the
-// program (copy relocation) or here; this file reads them only through
-// their symbols, at the moment of use, so either works.
+// readline() and its callback interface for programs written against GNU
+// readline's API, on Quorvel's public calls. The program's variables may live
+// in the program (copy relocation) or here; this file reads and writes them
+// only through their symbols, at the moment of use, so either works.
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
-#include <dirent.h>
-#include <sys/stat.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "quorvel.h"
 #include "quorvel/readline.h"
+#include "rlcompat.h"
 #include "rlhistory.h"
 
 namespace {
-
 char empty_line[1];
-
 } // namespace
 
-rl_completion_func_t *rl_attempted_completion_function = nullptr;
-int rl_attempted_completion_over = 0;
-rl_compentry_func_t *rl_completion_entry_function = nullptr;
-int rl_completion_append_character = ' ';
 char *rl_line_buffer = empty_line;
 int rl_point = 0;
 int rl_end = 0;
+int rl_mark = 0;
+int rl_done = 0;
+int rl_eof_found = 0;
+int rl_pending_input = 0;
+int rl_erase_empty_line = 0;
+int rl_already_prompted = 0;
+char *rl_prompt = nullptr;
+char *rl_display_prompt = nullptr;
 const char *rl_readline_name = "other";
+const char *rl_terminal_name = nullptr;
+const char *rl_library_version = "8.2";
+int rl_readline_version = 0x0802;
+int rl_gnu_readline_p = 1;
 FILE *rl_instream = nullptr;
 FILE *rl_outstream = nullptr;
+unsigned long rl_readline_state = 0;
+rl_hook_func_t *rl_startup_hook = nullptr;
+rl_hook_func_t *rl_pre_input_hook = nullptr;
+rl_hook_func_t *rl_event_hook = nullptr;
+rl_hook_func_t *rl_input_available_hook = nullptr;
+rl_getc_func_t *rl_getc_function = rl_getc;
+rl_voidfunc_t *rl_redisplay_function = rl_redisplay;
+rl_vintfunc_t *rl_prep_term_function = rl_prep_terminal;
+rl_voidfunc_t *rl_deprep_term_function = rl_deprep_terminal;
+int rl_catch_signals = 1;
+int rl_catch_sigwinch = 1;
+int _rl_echoing_p = 1;
 
 namespace {
 
 using CharPtr = std::unique_ptr<char, decltype(&free)>;
 
 bool started = false;
-char *line_copy = nullptr; // what rl_line_buffer points at after a Tab
+
+FILE *in_stream() { return rl_instream ? rl_instream : stdin; }
+FILE *out_stream() { return rl_outstream ? rl_outstream : stdout; }
 
 // ---------------------------------------------------------------------------
-// Completion
+// The line as the program sees it. The buffer rl_line_buffer points at is
+// ours; what was last shown is kept apart, so that a change the program
+// made to the variables is seen and handed to the editor.
 
-// Where readline's default word ends: at a blank, a quote or a shell
-// operator.
-constexpr const char kWordBreaks[] = " \t\n\"\\'`@$><=;|&{(";
+char *line_copy = nullptr;
+size_t line_cap = 0;
+char *shown = nullptr; // the text last published
+int shown_point = 0;
 
-int word_start(const char *text, int cursor) {
-    int i = cursor;
-    while (i > 0 && !strchr(kWordBreaks, text[i - 1])) i--;
-    return i;
-}
-
-// File names in the word's directory that start with its last part; a
-// directory gets a slash, so that completing goes on inside it.
-struct FileScan {
-    DIR *dir = nullptr;
-    char *prefix = nullptr; // the word up to and including its last slash
-    const char *base = nullptr;
-};
-FileScan scan;
-
-void scan_close() {
-    if (scan.dir) closedir(scan.dir);
-    free(scan.prefix);
-    scan = FileScan{};
-}
-
-char *file_names(const char *text, int state) {
-    if (state == 0) {
-        scan_close();
-        const char *slash = strrchr(text, '/');
-        const size_t plen = slash ? static_cast<size_t>(slash - text) + 1 : 0;
-        scan.prefix = strndup(text, plen);
-        if (!scan.prefix) return nullptr;
-        scan.base = text + plen;
-        scan.dir = opendir(plen ? scan.prefix : ".");
+void publish(const char *text, int cursor) {
+    const size_t n = strlen(text);
+    if (n + 1 > line_cap) {
+        char *grown = static_cast<char *>(realloc(line_copy, n + 64));
+        if (!grown) return;
+        line_copy = grown;
+        line_cap = n + 64;
     }
-    if (!scan.dir) return nullptr;
-    const size_t blen = strlen(scan.base);
-    while (const dirent *e = readdir(scan.dir)) {
-        if (!strcmp(e->d_name, ".") || !strcmp(e->d_name, "..")) continue;
-        if (e->d_name[0] == '.' && scan.base[0] != '.') continue;
-        if (strncmp(e->d_name, scan.base, blen) != 0) continue;
-        const size_t n = strlen(scan.prefix) + strlen(e->d_name) + 2;
-        char *match = static_cast<char *>(malloc(n));
-        if (!match) break;
-        snprintf(match, n, "%s%s", scan.prefix, e->d_name);
-        struct stat st;
-        if (stat(match, &st) == 0 && S_ISDIR(st.st_mode)) strcat(match, "/");
-        return match;
-    }
-    scan_close();
-    return nullptr;
-}
-
-void free_strings(char **strings) {
-    for (char **s = strings; *s; s++) free(*s);
-}
-
-// The completer handed to the editor: the program's functions answer in
-// readline's terms, and their matches become candidates. Everything they
-// returned is freed here, whatever it held.
-void complete(const char *text, int cursor, term_completions *out, void *) {
+    memcpy(line_copy, text, n + 1);
     char *copy = strdup(text);
     if (!copy) return;
-    free(line_copy);
-    line_copy = copy;
+    free(shown);
+    shown = copy;
     rl_line_buffer = line_copy;
-    rl_point = cursor;
-    rl_end = static_cast<int>(strlen(text));
-    const int start = word_start(text, cursor);
-    CharPtr word(strndup(text + start, static_cast<size_t>(cursor - start)), &free);
-    if (!word) return;
-    rl_completion_append_character = ' ';
-    rl_attempted_completion_over = 0;
-    char **matches = nullptr;
-    if (rl_attempted_completion_function)
-        matches = rl_attempted_completion_function(word.get(), start, cursor);
-    if (!matches && !rl_attempted_completion_over)
-        matches = rl_completion_matches(word.get(), rl_completion_entry_function
-                                                        ? rl_completion_entry_function
-                                                        : file_names);
-    if (!matches) return;
-    if (matches[0] && !matches[1]) {
-        // The one match, closed with the append character unless it names a
-        // directory to go on into.
-        const char *m = matches[0];
-        const size_t n = strlen(m);
-        const int append = n > 0 && m[n - 1] == '/' ? 0 : rl_completion_append_character;
-        CharPtr full(static_cast<char *>(malloc(n + 2)), &free);
-        if (full) {
-            memcpy(full.get(), m, n);
-            full.get()[n] = static_cast<char>(append);
-            full.get()[n + (append ? 1 : 0)] = 0;
-            term_addCompletion(out, start, full.get());
-        }
-    } else if (matches[0]) {
-        for (char **m = matches + 1; *m; m++) term_addCompletion(out, start, *m);
-    }
-    free_strings(matches);
-    free(matches);
+    rl_end = static_cast<int>(n);
+    rl_point = cursor < 0 ? 0 : cursor > rl_end ? rl_end : cursor;
+    shown_point = rl_point;
 }
 
-// ---------------------------------------------------------------------------
-// Reading
+// Hands the editor what the program changed in the variables since they
+// were published.
+void take_program_changes() {
+    if (!shown || rl_line_buffer != line_copy) return;
+    const int end = rl_end < 0 ? 0 : rl_end;
+    if (static_cast<size_t>(end) < line_cap) line_copy[end] = 0;
+    if (rl_point == shown_point && strcmp(line_copy, shown) == 0) return;
+    if (term_editSetLine(line_copy, rl_point)) publish(line_copy, rl_point);
+}
 
-bool start_editor() {
-    if (started) return true;
-    term_options options = {nullptr, 1};
-    if (!term_init(&options)) return false;
-    // The program decides what enters its history; the editor's own file
-    // is never read, and never written, since nothing here ends the instance.
-    term_setOption(TERM_OPTION_AUTO_HISTORY, 0);
-    term_setCompleter(complete, nullptr);
-    qv::rl_history_attach();
-    started = true;
+// The line with text put in place of bytes [from, to).
+bool splice(int from, int to, const char *text) {
+    take_program_changes();
+    CharPtr line(term_editLine(nullptr), &free);
+    if (!line) return false;
+    const int len = static_cast<int>(strlen(line.get()));
+    from = from < 0 ? 0 : from > len ? len : from;
+    to = to < from ? from : to > len ? len : to;
+    const size_t add = strlen(text);
+    CharPtr out(static_cast<char *>(malloc(static_cast<size_t>(len - (to - from)) + add + 1)), &free);
+    if (!out) return false;
+    memcpy(out.get(), line.get(), static_cast<size_t>(from));
+    memcpy(out.get() + from, text, add);
+    strcpy(out.get() + from + add, line.get() + to);
+    int point = rl_point;
+    if (point >= to)
+        point += static_cast<int>(add) - (to - from);
+    else if (point > from)
+        point = from;
+    if (!term_editSetLine(out.get(), point)) return false;
+    publish(out.get(), point);
     return true;
 }
 
@@ -179,6 +143,19 @@ CharPtr visible_prompt(const char *prompt) {
     return out;
 }
 
+void set_prompt_variable(const char *prompt) {
+    char *copy = strdup(prompt ? prompt : "");
+    if (!copy) return;
+    free(rl_prompt);
+    rl_prompt = copy;
+    rl_display_prompt = rl_prompt;
+}
+
+bool editable_streams() {
+    return fileno(in_stream()) == STDIN_FILENO && isatty(STDIN_FILENO) && fileno(out_stream()) == STDOUT_FILENO &&
+           isatty(STDOUT_FILENO);
+}
+
 // Without a terminal on both sides there is nothing to edit on: the prompt
 // goes out, a line comes in as it is.
 char *read_plain(FILE *in, FILE *out, const char *prompt) {
@@ -195,21 +172,90 @@ char *read_plain(FILE *in, FILE *out, const char *prompt) {
     return line;
 }
 
+// A new line is about to be read: the program's startup hook, a fresh
+// walk through the history, and the prompt it wrote itself taken back.
+void line_starts() {
+    rl_done = 0;
+    rl_eof_found = 0;
+    publish("", 0);
+    qv::rl_history_rewind();
+    RL_SETSTATE(RL_STATE_READCMD | RL_STATE_TERMPREPPED);
+    RL_UNSETSTATE(RL_STATE_DONE | RL_STATE_EOF);
+    if (rl_startup_hook) rl_startup_hook();
+    if (rl_already_prompted) {
+        fputc('\r', out_stream());
+        rl_already_prompted = 0;
+    }
+    fflush(out_stream());
+}
+
+// The line is complete: line is NULL at the end of input.
+void line_ends(const char *line) {
+    rl_done = 1;
+    rl_eof_found = line == nullptr;
+    RL_UNSETSTATE(RL_STATE_READCMD | RL_STATE_TERMPREPPED);
+    RL_SETSTATE(RL_STATE_DONE | (line ? 0 : RL_STATE_EOF));
+    publish(line ? line : "", line ? static_cast<int>(strlen(line)) : 0);
+}
+
+// The editor's answer as readline's: NULL for the end of input.
+char *as_readline_result(char *line, int status) {
+    if (line && status != ST_DONE && !*line) {
+        free(line);
+        return nullptr;
+    }
+    return line;
+}
+
+int idle_hook() {
+    if (rl_event_hook) rl_event_hook();
+    return 0;
+}
+
 } // namespace
 
-int rl_initialize(void) { return 0; }
+bool qv::rl_start_editor() {
+    if (started) return true;
+    term_options options = {nullptr, 1};
+    if (!term_init(&options)) return false;
+    // The program decides what enters its history; the editor's own file
+    // is never read, and never written, since nothing here ends the instance.
+    term_setOption(TERM_OPTION_AUTO_HISTORY, 0);
+    term_setCompleter(qv::rl_complete_line, nullptr);
+    term_callbacks callbacks{};
+    callbacks.onIdle = idle_hook;
+    term_setCallbacks(&callbacks);
+    qv::rl_history_attach();
+    RL_SETSTATE(RL_STATE_INITIALIZED);
+    started = true;
+    return true;
+}
+
+void qv::rl_publish_line(const char *text, int cursor) { publish(text, cursor); }
+
+void qv::rl_publish_edit() {
+    int cursor = 0;
+    CharPtr line(term_editLine(&cursor), &free);
+    if (line) publish(line.get(), cursor);
+}
+
+int rl_initialize(void) {
+    if (editable_streams()) qv::rl_start_editor();
+    return 0;
+}
 
 char *readline(const char *prompt) {
-    FILE *in = rl_instream ? rl_instream : stdin;
-    FILE *out = rl_outstream ? rl_outstream : stdout;
-    CharPtr shown = visible_prompt(prompt);
-    if (!shown) return nullptr;
-    const bool editable = fileno(in) == STDIN_FILENO && isatty(STDIN_FILENO) &&
-                          fileno(out) == STDOUT_FILENO && isatty(STDOUT_FILENO);
-    fflush(out);
-    if (!editable || !start_editor()) return read_plain(in, out, shown.get());
+    CharPtr visible = visible_prompt(prompt);
+    if (!visible) return nullptr;
+    set_prompt_variable(prompt);
+    fflush(out_stream());
+    if (!editable_streams() || !qv::rl_start_editor()) {
+        if (rl_startup_hook) rl_startup_hook();
+        return read_plain(in_stream(), out_stream(), rl_already_prompted ? "" : visible.get());
+    }
     for (;;) {
-        char *line = term_getRawLineUtf8(0, shown.get());
+        line_starts();
+        char *line = term_getRawLineUtf8(0, visible.get());
         const int status = term_getStatus();
         // The program's SIGINT disposition has had the signal; readline
         // programs expect to be asked again, not to get an empty line.
@@ -217,60 +263,10 @@ char *readline(const char *prompt) {
             free(line);
             continue;
         }
-        const bool ended = status != ST_DONE;
-        if (line && ended && !*line) {
-            free(line);
-            return nullptr;
-        }
+        line = as_readline_result(line, status);
+        line_ends(line);
         return line;
     }
-}
-
-char **rl_completion_matches(const char *text, rl_compentry_func_t *generator) {
-    if (!text || !generator) return nullptr;
-    size_t n = 0, cap = 16;
-    // Slot 0 is the common prefix, the last a NULL.
-    auto *m = static_cast<char **>(malloc(sizeof(char *) * (cap + 2)));
-    if (!m) return nullptr;
-    for (int state = 0;; state++) {
-        char *match = generator(text, state);
-        if (!match) break;
-        if (n == cap) {
-            auto *grown = static_cast<char **>(realloc(m, sizeof(char *) * (cap * 2 + 2)));
-            if (!grown) {
-                free(match);
-                break;
-            }
-            m = grown;
-            cap *= 2;
-        }
-        m[++n] = match;
-    }
-    m[n + 1] = nullptr;
-    if (n == 0) {
-        free(m);
-        return nullptr;
-    }
-    if (n == 1) {
-        m[0] = m[1];
-        m[1] = nullptr;
-        return m;
-    }
-    size_t common = strlen(m[1]);
-    for (size_t i = 2; i <= n; i++) {
-        size_t k = 0;
-        while (k < common && m[i][k] == m[1][k]) k++;
-        common = k;
-    }
-    // Never half a character.
-    while (common > 0 && (static_cast<unsigned char>(m[1][common]) & 0xC0) == 0x80) common--;
-    m[0] = strndup(m[1], common);
-    if (!m[0]) {
-        free_strings(m + 1);
-        free(m);
-        return nullptr;
-    }
-    return m;
 }
 
 // ---------------------------------------------------------------------------
@@ -285,29 +281,28 @@ char *callback_prompt = nullptr; // the visible prompt, kept for each new line
 bool callback_editing = false;
 unsigned installs = 0; // a handler that installs again has started its line
 
-bool editable_streams() {
-    FILE *in = rl_instream ? rl_instream : stdin;
-    FILE *out = rl_outstream ? rl_outstream : stdout;
-    return fileno(in) == STDIN_FILENO && isatty(STDIN_FILENO) && fileno(out) == STDOUT_FILENO &&
-           isatty(STDOUT_FILENO);
-}
-
 // The next line's edit: its prompt drawn, the terminal raw until it ends.
 void begin_callback_line() {
-    fflush(rl_outstream ? rl_outstream : stdout);
-    callback_editing = editable_streams() && start_editor() &&
+    line_starts();
+    callback_editing = editable_streams() && qv::rl_start_editor() &&
                        term_editStart(TERM_EDIT_RAW | TERM_EDIT_UTF8, 0, callback_prompt) != 0;
     if (!callback_editing) {
-        fputs(callback_prompt, rl_outstream ? rl_outstream : stdout);
-        fflush(rl_outstream ? rl_outstream : stdout);
+        fputs(callback_prompt, out_stream());
+        fflush(out_stream());
+    } else if (rl_pre_input_hook) {
+        rl_pre_input_hook();
+        take_program_changes();
+        term_editRedraw(0);
     }
 }
 
 // A line is complete: the program's handler takes it (and frees it), and
-// unless the handler removed itself the next line begins at once.
+// unless the handler removed itself or installed another the next line
+// begins at once.
 void deliver(char *line) {
     rl_vcpfunc_t *handler = line_handler;
     const unsigned before = installs;
+    line_ends(line);
     if (handler)
         handler(line);
     else
@@ -318,11 +313,15 @@ void deliver(char *line) {
 } // namespace
 
 void rl_callback_handler_install(const char *prompt, rl_vcpfunc_t *handler) {
-    rl_callback_handler_remove();
-    CharPtr shown = visible_prompt(prompt);
-    callback_prompt = shown.release();
+    if (callback_editing) term_editStop();
+    callback_editing = false;
+    free(callback_prompt);
+    CharPtr visible = visible_prompt(prompt);
+    callback_prompt = visible.release();
+    set_prompt_variable(prompt);
     line_handler = handler;
     installs++;
+    RL_SETSTATE(RL_STATE_CALLBACK);
     if (callback_prompt) begin_callback_line();
 }
 
@@ -330,12 +329,15 @@ void rl_callback_read_char(void) {
     if (!line_handler) return;
     if (!callback_editing) {
         // No terminal to edit on: a whole line, as it comes.
-        char *line = read_plain(rl_instream ? rl_instream : stdin, rl_outstream ? rl_outstream : stdout, "");
-        deliver(line);
+        deliver(read_plain(in_stream(), out_stream(), ""));
         return;
     }
+    take_program_changes();
     char *line = nullptr;
-    if (term_editFeed(&line) != 1) return;
+    if (term_editFeed(&line) != 1) {
+        qv::rl_publish_edit();
+        return;
+    }
     callback_editing = false;
     const int status = term_getStatus();
     // As readline() does: after an interrupt the program is asked again.
@@ -344,11 +346,7 @@ void rl_callback_read_char(void) {
         begin_callback_line();
         return;
     }
-    if (line && status != ST_DONE && !*line) {
-        free(line);
-        line = nullptr;
-    }
-    deliver(line);
+    deliver(as_readline_result(line, status));
 }
 
 void rl_callback_handler_remove(void) {
@@ -357,6 +355,158 @@ void rl_callback_handler_remove(void) {
     line_handler = nullptr;
     free(callback_prompt);
     callback_prompt = nullptr;
+    RL_UNSETSTATE(RL_STATE_CALLBACK | RL_STATE_READCMD | RL_STATE_TERMPREPPED);
 }
 
 void rl_callback_sigcleanup(void) {}
+
+void rl_cleanup_after_signal(void) {
+    if (callback_editing) term_editStop();
+    callback_editing = false;
+}
+
+void rl_reset_after_signal(void) {}
+void rl_free_line_state(void) {}
+int rl_check_signals(void) { return 0; }
+int rl_pending_signal(void) { return 0; }
+
+// ---------------------------------------------------------------------------
+// The line from the program's code
+
+int rl_insert_text(const char *text) {
+    if (!text || !*text) return 0;
+    if (!splice(rl_point, rl_point, text)) return 0;
+    return static_cast<int>(strlen(text));
+}
+
+int rl_delete_text(int start, int end) {
+    if (start > end) {
+        const int t = start;
+        start = end;
+        end = t;
+    }
+    const int before = rl_end;
+    return splice(start, end, "") ? before - rl_end : 0;
+}
+
+int rl_kill_text(int start, int end) {
+    rl_delete_text(start, end);
+    return 0;
+}
+
+void rl_replace_line(const char *text, int) {
+    if (!text) return;
+    const int point = rl_point;
+    if (term_editSetLine(text, point)) qv::rl_publish_edit();
+}
+
+int rl_stuff_char(int c) {
+    const char text[2] = {static_cast<char>(c), 0};
+    return c > 0 && rl_insert_text(text) ? 1 : 0;
+}
+
+// ---------------------------------------------------------------------------
+// The screen
+
+namespace {
+bool fresh_row = false; // the program left the cursor on a new, empty row
+} // namespace
+
+void rl_redisplay(void) {
+    take_program_changes();
+    term_editRedraw(fresh_row ? 1 : 0);
+    fresh_row = false;
+}
+
+int rl_forced_update_display(void) {
+    take_program_changes();
+    if (!fresh_row) _rl_erase_entire_line();
+    term_editRedraw(1);
+    fresh_row = false;
+    return 0;
+}
+
+int rl_on_new_line(void) {
+    fresh_row = true;
+    return 0;
+}
+
+int rl_on_new_line_with_prompt(void) { return rl_on_new_line(); }
+
+// Blanks over the cursor's row, the cursor left at its start: no escape
+// sequence, so any terminal does it.
+void _rl_erase_entire_line(void) {
+    int rows = 0, cols = 0;
+    rl_get_screen_size(&rows, &cols);
+    FILE *out = out_stream();
+    fputc('\r', out);
+    for (int i = 0; i + 1 < cols; i++) fputc(' ', out);
+    fputc('\r', out);
+    fflush(out);
+}
+
+int rl_crlf(void) {
+    fputc('\n', out_stream());
+    return 0;
+}
+
+int rl_ding(void) {
+    fputc('\a', out_stream());
+    fflush(out_stream());
+    return 0;
+}
+
+namespace {
+char *saved_prompt = nullptr;
+} // namespace
+
+int rl_set_prompt(const char *prompt) {
+    set_prompt_variable(prompt);
+    return 0;
+}
+
+int rl_expand_prompt(char *prompt) {
+    CharPtr visible = visible_prompt(prompt);
+    return visible ? static_cast<int>(strlen(visible.get())) : 0;
+}
+
+void rl_save_prompt(void) {
+    free(saved_prompt);
+    saved_prompt = rl_prompt ? strdup(rl_prompt) : nullptr;
+}
+
+void rl_restore_prompt(void) {
+    if (saved_prompt) set_prompt_variable(saved_prompt);
+    free(saved_prompt);
+    saved_prompt = nullptr;
+}
+
+int rl_message(const char *, ...) { return 0; }
+int rl_clear_message(void) { return 0; }
+
+int rl_getc(FILE *in) {
+    unsigned char byte = 0;
+    for (;;) {
+        const ssize_t n = read(fileno(in ? in : stdin), &byte, 1);
+        if (n == 1) return byte;
+        if (n == 0 || errno != EINTR) return EOF;
+    }
+}
+
+int rl_read_key(void) { return rl_getc(in_stream()); }
+
+// ---------------------------------------------------------------------------
+// The terminal
+
+void rl_prep_terminal(int) {}
+void rl_deprep_terminal(void) {}
+int rl_reset_terminal(const char *) { return 0; }
+void rl_resize_terminal(void) {}
+void rl_set_screen_size(int, int) {}
+
+void rl_get_screen_size(int *rows, int *cols) {
+    struct winsize ws {};
+    const bool known = ioctl(fileno(out_stream()), TIOCGWINSZ, &ws) == 0 && ws.ws_col > 0;
+    if (rows) *rows = known && ws.ws_row ? ws.ws_row : 24;
+    if (cols) *cols = known ? ws.ws_col : 80;
+}

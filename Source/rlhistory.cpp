@@ -1,15 +1,17 @@
-// The readline-compatible history: a list of byte strings kept exactly as
-// the program added them, and the plain one-entry-a-line files programs
-// keep them in. The editor gets a copy of each entry for Up and Down; this
-// list stays the one the files are written from, so an entry the editor
-// declines (empty, repeated, not UTF-8) is still saved.
+// The readline-compatible history: entries kept exactly as the program added
+// them, their time stamps, the walk through them, and the files programs keep
+// them in. The editor gets a copy of each line for Up and Down; this list
+// stays the one the files are written from, so an entry the editor declines
+// (empty, repeated, not UTF-8) is still saved.
 #include "rlhistory.h"
 
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 
 #include <fcntl.h>
@@ -21,43 +23,101 @@
 #include "quorvel.h"
 #include "quorvel/readline.h"
 
+int history_base = 1;
+int history_length = 0;
+int history_max_entries = 0;
+int history_write_timestamps = 0;
+char history_comment_char = 0;
+
 namespace {
 
 using CharPtr = std::unique_ptr<char, decltype(&free)>;
+using qv::FileFormat;
+using qv::write_all;
 
 struct List {
-    char **lines = nullptr; // oldest first
+    HIST_ENTRY **entries = nullptr; // oldest first, NULL after the last
     int count = 0;
     int cap = 0;
-    int limit = -1; // -1: not stifled
+    bool stifled = false;
+    int pos = 0; // the walk
     bool attached = false;
 };
 
 List list;
 
-void drop_oldest(int n) {
-    if (n <= 0) return;
-    for (int i = 0; i < n; i++) free(list.lines[i]);
-    memmove(list.lines, list.lines + n, sizeof(char *) * static_cast<size_t>(list.count - n));
-    list.count -= n;
+// The program reads the counts as variables, so they follow every change.
+void publish() {
+    history_length = list.count;
+    if (list.pos > list.count) list.pos = list.count;
 }
 
-bool push(const char *line, size_t len) {
-    if (list.limit == 0) return true;
-    if (list.limit > 0 && list.count >= list.limit) drop_oldest(list.count - list.limit + 1);
-    if (list.count == list.cap) {
+HIST_ENTRY *new_entry(const char *line, size_t len, const char *stamp, size_t stamp_len) {
+    auto *e = static_cast<HIST_ENTRY *>(malloc(sizeof(HIST_ENTRY)));
+    if (!e) return nullptr;
+    e->line = strndup(line, len);
+    e->timestamp = strndup(stamp ? stamp : "", stamp ? stamp_len : 0);
+    e->data = nullptr;
+    if (!e->line || !e->timestamp) {
+        free_history_entry(e);
+        return nullptr;
+    }
+    return e;
+}
+
+// The stamp readline puts on a new entry: the comment character and the
+// seconds; without a comment character it is empty and never written.
+CharPtr stamp_now() {
+    char buf[32];
+    snprintf(buf, sizeof buf, "X%lu", static_cast<unsigned long>(time(nullptr)));
+    buf[0] = history_comment_char;
+    return CharPtr(strdup(buf), &free);
+}
+
+// Hands the whole list to the editor again, after a change that is not an
+// addition at the end.
+void resync() {
+    if (!list.attached) return;
+    term_clearHistory();
+    term_setHistoryLimit(list.stifled ? history_max_entries : -1);
+    for (int i = 0; i < list.count; i++) term_addHistory(list.entries[i]->line);
+}
+
+void drop_oldest(int n) {
+    if (n <= 0) return;
+    for (int i = 0; i < n; i++) free_history_entry(list.entries[i]);
+    memmove(list.entries, list.entries + n, sizeof(HIST_ENTRY *) * static_cast<size_t>(list.count - n + 1));
+    list.count -= n;
+    list.pos = list.pos > n ? list.pos - n : 0;
+    history_base += n;
+    publish();
+}
+
+bool push(HIST_ENTRY *e) {
+    if (!e) return false;
+    if (list.stifled && history_max_entries <= 0) {
+        free_history_entry(e);
+        return true;
+    }
+    if (list.stifled && list.count >= history_max_entries) drop_oldest(list.count - history_max_entries + 1);
+    if (list.count + 1 >= list.cap) {
         const int cap = list.cap ? list.cap * 2 : 64;
-        auto *grown = static_cast<char **>(realloc(list.lines, sizeof(char *) * static_cast<size_t>(cap)));
-        if (!grown) return false;
-        list.lines = grown;
+        auto *grown = static_cast<HIST_ENTRY **>(realloc(list.entries, sizeof(HIST_ENTRY *) * static_cast<size_t>(cap)));
+        if (!grown) {
+            free_history_entry(e);
+            return false;
+        }
+        list.entries = grown;
         list.cap = cap;
     }
-    char *copy = strndup(line, len);
-    if (!copy) return false;
-    list.lines[list.count++] = copy;
-    if (list.attached) term_addHistory(copy);
+    list.entries[list.count++] = e;
+    list.entries[list.count] = nullptr;
+    publish();
+    if (list.attached) term_addHistory(e->line);
     return true;
 }
+
+bool valid(int offset) { return offset >= 0 && offset < list.count; }
 
 // ---------------------------------------------------------------------------
 // Files
@@ -123,14 +183,6 @@ CharPtr slurp(const char *path, size_t *size, int *err) {
     return data;
 }
 
-using qv::write_all;
-
-bool write_lines(int fd, char *const *lines, int n) {
-    for (int i = 0; i < n; i++)
-        if (!write_all(fd, lines[i], strlen(lines[i])) || !write_all(fd, "\n", 1)) return false;
-    return true;
-}
-
 // Replaces path with what write(fd) writes, through a synced temporary file
 // beside it (beside the link's target when path is a symbolic link), so that
 // a reader never finds half a file and a crash never leaves less than the old
@@ -155,86 +207,253 @@ template <typename W> int replace_file(const char *path, W write) {
     return err;
 }
 
-// Splits data into lines in place; a line holding a NUL byte is dropped,
-// the last line needs no line break. Calls take(line, length) for each.
-template <typename F> void each_line(char *data, size_t size, F take) {
-    size_t start = 0;
-    for (size_t i = 0; i <= size; i++) {
-        if (i < size && data[i] != '\n') continue;
-        if (i == size && start == size) break;
-        const size_t len = i - start;
-        if (memchr(data + start, 0, len) == nullptr) take(data + start, len);
-        start = i + 1;
+
+// The format an existing file is in, else the one a new file gets.
+FileFormat format_of(const char *path) {
+    char head[13];
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return qv::new_file_format();
+    const ssize_t n = read(fd, head, sizeof head);
+    close(fd);
+    if (n <= 0) return qv::new_file_format();
+    return n == sizeof head && memcmp(head, "_HiStOrY_V2_\n", sizeof head) == 0 ? FileFormat::kLibedit
+                                                                                 : FileFormat::kReadline;
+}
+
+// Entries from..to-1 of the list, each after its time stamp when stamps
+// are written, in the format.
+bool write_entries(int fd, int from, int to, FileFormat format) {
+    for (int i = from; i < to; i++) {
+        const HIST_ENTRY *e = list.entries[i];
+        if (history_write_timestamps && e->timestamp && e->timestamp[0] && format == FileFormat::kReadline &&
+            (!write_all(fd, e->timestamp, strlen(e->timestamp)) || !write_all(fd, "\n", 1)))
+            return false;
+        CharPtr line(qv::encode_entry(e->line, format), &free);
+        if (!line) {
+            errno = ENOMEM;
+            return false;
+        }
+        if (!write_all(fd, line.get(), strlen(line.get())) || !write_all(fd, "\n", 1)) return false;
     }
+    return true;
 }
 
 } // namespace
 
 void qv::rl_history_attach() {
     list.attached = true;
-    term_setHistoryLimit(list.limit);
-    for (int i = 0; i < list.count; i++) term_addHistory(list.lines[i]);
+    resync();
 }
 
-// ---------------------------------------------------------------------------
-// The readline calls
+void qv::rl_history_rewind() { list.pos = list.count; }
 
-// Nothing to begin: the list is ready from the start, and the editor begins
-// each read at its newest entry.
-void using_history(void) {}
+// ---------------------------------------------------------------------------
+// The list
+
+void using_history(void) { list.pos = list.count; }
+
+int history_init(void) { return 0; }
 
 void add_history(const char *line) {
-    if (line) push(line, strlen(line));
+    if (!line) return;
+    CharPtr stamp = stamp_now();
+    push(new_entry(line, strlen(line), stamp.get(), stamp ? strlen(stamp.get()) : 0));
+}
+
+void add_history_time(const char *string) {
+    if (list.count == 0 || !string) return;
+    char *copy = strdup(string);
+    if (!copy) return;
+    HIST_ENTRY *e = list.entries[list.count - 1];
+    free(e->timestamp);
+    e->timestamp = copy;
 }
 
 void clear_history(void) {
-    drop_oldest(list.count);
+    for (int i = 0; i < list.count; i++) free_history_entry(list.entries[i]);
+    list.count = 0;
+    if (list.entries) list.entries[0] = nullptr;
+    list.pos = 0;
+    history_base = 1;
+    publish();
     if (list.attached) term_clearHistory();
 }
 
 void stifle_history(int max) {
     if (max < 0) max = 0;
-    list.limit = max;
+    list.stifled = true;
+    history_max_entries = max;
     if (list.count > max) drop_oldest(list.count - max);
     if (list.attached) term_setHistoryLimit(max);
 }
 
 int unstifle_history(void) {
-    const int was = list.limit;
-    list.limit = -1;
+    const bool was = list.stifled;
+    list.stifled = false;
     if (list.attached) term_setHistoryLimit(-1);
-    return was;
+    return was ? history_max_entries : -history_max_entries;
 }
 
-int history_is_stifled(void) { return list.limit >= 0; }
+int history_is_stifled(void) { return list.stifled; }
 
-int read_history(const char *filename) {
+HIST_ENTRY *history_get(int offset) {
+    const long i = static_cast<long>(offset) - history_base;
+    return i >= 0 && i < list.count ? list.entries[i] : nullptr;
+}
+
+HIST_ENTRY **history_list(void) { return list.count ? list.entries : nullptr; }
+
+int where_history(void) { return list.pos; }
+
+int history_set_pos(int offset) {
+    if (offset < 0 || offset > list.count) return 0;
+    list.pos = offset;
+    return 1;
+}
+
+HIST_ENTRY *current_history(void) { return valid(list.pos) ? list.entries[list.pos] : nullptr; }
+
+HIST_ENTRY *previous_history(void) { return list.pos > 0 && list.count ? list.entries[--list.pos] : nullptr; }
+
+HIST_ENTRY *next_history(void) { return list.pos < list.count ? list.entries[++list.pos] : nullptr; }
+
+namespace {
+
+int search(const char *string, int direction, bool prefix) {
+    if (!string || list.count == 0) return -1;
+    const size_t n = strlen(string);
+    int i = list.pos >= list.count ? (direction < 0 ? list.count - 1 : list.count) : list.pos;
+    for (; i >= 0 && i < list.count; i += direction < 0 ? -1 : 1) {
+        const char *line = list.entries[i]->line;
+        const char *hit = prefix ? (strncmp(line, string, n) == 0 ? line : nullptr) : strstr(line, string);
+        if (hit) {
+            list.pos = i;
+            return static_cast<int>(hit - line);
+        }
+    }
+    return -1;
+}
+
+} // namespace
+
+int history_search(const char *string, int direction) { return search(string, direction, false); }
+
+int history_search_prefix(const char *string, int direction) { return search(string, direction, true); }
+
+HIST_ENTRY *remove_history(int which) {
+    if (!valid(which)) return nullptr;
+    HIST_ENTRY *e = list.entries[which];
+    memmove(list.entries + which, list.entries + which + 1, sizeof(HIST_ENTRY *) * static_cast<size_t>(list.count - which));
+    list.count--;
+    if (list.pos > which) list.pos--;
+    publish();
+    resync();
+    return e;
+}
+
+HIST_ENTRY *replace_history_entry(int which, const char *line, histdata_t data) {
+    if (!valid(which) || !line) return nullptr;
+    HIST_ENTRY *old = list.entries[which];
+    HIST_ENTRY *e = new_entry(line, strlen(line), old->timestamp, strlen(old->timestamp));
+    if (!e) return nullptr;
+    e->data = data;
+    list.entries[which] = e;
+    resync();
+    return old;
+}
+
+histdata_t free_history_entry(HIST_ENTRY *entry) {
+    if (!entry) return nullptr;
+    histdata_t data = entry->data;
+    free(entry->line);
+    free(entry->timestamp);
+    free(entry);
+    return data;
+}
+
+HISTORY_STATE *history_get_history_state(void) {
+    auto *state = static_cast<HISTORY_STATE *>(malloc(sizeof(HISTORY_STATE)));
+    if (!state) return nullptr;
+    *state = HISTORY_STATE{list.entries, list.pos, list.count, list.cap, list.stifled ? 1 : 0};
+    return state;
+}
+
+int history_total_bytes(void) {
+    long total = 0;
+    for (int i = 0; i < list.count; i++) total += static_cast<long>(strlen(list.entries[i]->line));
+    return total > INT_MAX ? INT_MAX : static_cast<int>(total);
+}
+
+int history_expand(const char *string, char **output) {
+    if (output) *output = strdup(string ? string : "");
+    return 0;
+}
+
+char *tilde_expand(const char *filename) {
+    if (!filename) return nullptr;
+    if (filename[0] != '~') return strdup(filename);
+    const char *rest = filename + 1 + strcspn(filename + 1, "/");
+    const char *home = nullptr;
+    if (rest == filename + 1) {
+        home = getenv("HOME");
+        if (!home || !*home) {
+            const passwd *pw = getpwuid(getuid());
+            home = pw ? pw->pw_dir : nullptr;
+        }
+    } else {
+        CharPtr user(strndup(filename + 1, static_cast<size_t>(rest - filename - 1)), &free);
+        const passwd *pw = user ? getpwnam(user.get()) : nullptr;
+        home = pw ? pw->pw_dir : nullptr;
+    }
+    if (!home) return strdup(filename);
+    const size_t n = strlen(home) + strlen(rest) + 1;
+    char *out = static_cast<char *>(malloc(n));
+    if (out) snprintf(out, n, "%s%s", home, rest);
+    return out;
+}
+
+// ---------------------------------------------------------------------------
+// Files
+
+int read_history_range(const char *filename, int from, int to) {
     size_t size = 0;
     int err = 0;
     CharPtr data = slurp(file_name(filename).get(), &size, &err);
     if (!data) return err;
-    each_line(data.get(), size, [&](const char *line, size_t len) {
-        if (!err && !push(line, len)) err = ENOMEM;
+    int index = 0;
+    qv::each_record(data.get(), size, history_comment_char, [&](const qv::FileRecord &r) {
+        const int i = index++;
+        if (err || i < from || (to >= 0 && i >= to)) return;
+        if (!push(new_entry(r.line, r.len, r.stamp, r.stamp_len))) err = ENOMEM;
     });
+    list.pos = list.count;
     return err;
 }
+
+int read_history(const char *filename) { return read_history_range(filename, 0, -1); }
 
 int write_history(const char *filename) {
     CharPtr path = file_name(filename);
     if (!path) return ENOMEM;
-    return replace_file(path.get(), [](int fd) { return write_lines(fd, list.lines, list.count); });
+    const FileFormat format = format_of(path.get());
+    return replace_file(path.get(), [&](int fd) {
+        const char *header = qv::format_header(format);
+        return write_all(fd, header, strlen(header)) && write_entries(fd, 0, list.count, format);
+    });
 }
 
 int append_history(int n, const char *filename) {
     CharPtr path = file_name(filename);
     if (!path) return ENOMEM;
+    const FileFormat format = format_of(path.get());
     // An existing file only, as readline has it: appending to nothing is
     // more likely a wrong name than a first save.
     const int fd = open(path.get(), O_WRONLY | O_APPEND | O_CLOEXEC);
     if (fd < 0) return errno;
     if (n > list.count) n = list.count;
     int err = 0;
-    if (n > 0 && !write_lines(fd, list.lines + list.count - n, n)) err = errno ? errno : EIO;
+    errno = 0;
+    if (n > 0 && !write_entries(fd, list.count - n, list.count, format)) err = errno ? errno : EIO;
     if (close(fd) != 0 && !err) err = errno;
     return err;
 }
@@ -245,17 +464,27 @@ int history_truncate_file(const char *filename, int lines) {
     int err = 0;
     CharPtr data = slurp(path.get(), &size, &err);
     if (!data) return err;
-    // The last `lines` lines start after the line break that many breaks
-    // back, not counting the one that ends the file.
-    const char *d = data.get();
-    size_t from = size > 0 && d[size - 1] == '\n' ? size - 1 : size;
-    int seen = 0;
-    if (lines <= 0) from = 0, seen = -1;
-    while (seen >= 0 && from > 0) {
-        if (d[from - 1] == '\n' && ++seen == lines) break;
-        from--;
-    }
-    if (lines > 0 && from == 0) return 0; // already short enough
-    const size_t keep = lines > 0 ? size - from : 0;
-    return replace_file(path.get(), [&](int fd) { return write_all(fd, d + from, keep); });
+    if (lines < 0) lines = 0;
+    // Whole entries are kept, each with its stamp: the file is read as
+    // records and the last ones written back in the same format.
+    int total = 0;
+    const FileFormat format = qv::each_record(data.get(), size, history_comment_char, [&](const qv::FileRecord &) { total++; });
+    if (total <= lines) return 0;
+    data = slurp(path.get(), &size, &err);
+    if (!data) return err;
+    int index = 0;
+    const int skip = total - lines;
+    return replace_file(path.get(), [&](int fd) {
+        const char *header = qv::format_header(format);
+        bool ok = write_all(fd, header, strlen(header));
+        qv::each_record(data.get(), size, history_comment_char, [&](const qv::FileRecord &r) {
+            if (!ok || index++ < skip) return;
+            if (r.stamp && !(write_all(fd, r.stamp, r.stamp_len) && write_all(fd, "\n", 1))) ok = false;
+            CharPtr line(strndup(r.line, r.len), &free);
+            CharPtr encoded(line ? qv::encode_entry(line.get(), format) : nullptr, &free);
+            if (!encoded || !write_all(fd, encoded.get(), strlen(encoded.get())) || !write_all(fd, "\n", 1))
+                ok = false;
+        });
+        return ok;
+    });
 }

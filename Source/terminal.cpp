@@ -306,6 +306,43 @@ void term_editStop(void) {
     edit_encoding = nullptr;
 }
 
+char *term_editLine(int *cursor) {
+    if (cursor) *cursor = 0;
+    if (!theTerminal) return nullptr;
+    const editor_t &e = the_console()->editor;
+    if (!e.buffer) return nullptr;
+    char *before = qv::utf8_of(e.buffer, static_cast<int>(e.cursor - e.buffer));
+    if (!before) return nullptr;
+    if (cursor) *cursor = static_cast<int>(strlen(before));
+    free(before);
+    return qv::utf8_of(e.buffer, static_cast<int>(e.lastchar - e.buffer));
+}
+
+int term_editSetLine(const char *text, int cursor) {
+    if (!theTerminal || !text) return 0;
+    console *c = the_console();
+    if (!c->editor.buffer) return 0;
+    const size_t len = strlen(text);
+    const size_t at = cursor < 0 ? 0 : static_cast<size_t>(cursor) < len ? static_cast<size_t>(cursor) : len;
+    int n = 0, before = 0;
+    std::unique_ptr<wchar_t, decltype(&free)> wide(cp2wchar(c, text, &n), &free);
+    std::unique_ptr<char, decltype(&free)> head(strndup(text, at), &free);
+    if (!wide || !head) return 0;
+    // A cut inside a character counts it out: the prefix decodes to one
+    // character fewer, or to a replacement that is not in the text.
+    std::unique_ptr<wchar_t, decltype(&free)> prefix(cp2wchar(c, head.get(), &before), &free);
+    if (!prefix) return 0;
+    if (before > 0 && before <= n && prefix.get()[before - 1] != wide.get()[before - 1]) before--;
+    buffer_replace(c, wide.get(), static_cast<uint32_t>(n));
+    if (!c->editor.buffer) return 0;
+    c->editor.cursor = c->editor.buffer + (before < n ? before : n);
+    return 1;
+}
+
+void term_editRedraw(int fresh) {
+    if (edit_encoding) qv::edit_redraw(the_console(), fresh != 0);
+}
+
 int term_editFd(void) { return edit_encoding ? qv::edit_fd() : -1; }
 
 int term_editTimeout(void) { return edit_encoding ? qv::edit_timeout(the_console()) : -1; }

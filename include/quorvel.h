@@ -212,6 +212,25 @@ QV_API int term_editFd(void);
    host passes it to poll(). */
 QV_API int term_editTimeout(void);
 
+/* The line being read, for a callback during a read (a completer, onIdle)
+   or for the host between feeds: a malloc'ed UTF-8 copy, and in *cursor
+   (when not NULL) the cursor's offset in it in bytes. NULL when no line is
+   being read or memory ran out. */
+QV_API char *term_editLine(int *cursor);
+
+/* Puts text (UTF-8) in place of the line being read, with the cursor at
+   byte offset cursor, clipped to the text and moved back to the start of
+   its character. The screen shows it at the next render: after the key
+   under way, or at term_editRedraw(). Answers 1, or 0 when no line is being
+   read or text is NULL. */
+QV_API int term_editSetLine(const char *text, int cursor);
+
+/* Between feeds of an edit, draws what changed since the last render. With
+   fresh nonzero the host has written to the terminal itself and left the
+   cursor at the start of an empty row: the prompt and the line are drawn
+   again there in full. Does nothing without an edit under way. */
+QV_API void term_editRedraw(int fresh);
+
 /* Releases a line returned by term_getLine() or term_getRawLine(); NULL is
    ignored. */
 QV_API void term_free(char *line);

@@ -1,0 +1,300 @@
+// Keymaps, settings and init files for programs written against readline.
+// The editor's keys are its own, so bindings and settings are recorded for
+// the program to read back; Tab's binding is the one that changes a key.
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "quorvel/readline.h"
+#include "rlcompat.h"
+
+KEYMAP_ENTRY_ARRAY emacs_standard_keymap, emacs_meta_keymap, emacs_ctlx_keymap;
+KEYMAP_ENTRY_ARRAY vi_insertion_keymap, vi_movement_keymap;
+int rl_editing_mode = 1;
+
+namespace {
+
+using CharPtr = std::unique_ptr<char, decltype(&free)>;
+
+bool tab_completes = true;
+Keymap current_map = emacs_standard_keymap;
+
+bool is_standard(Keymap map) { return map == emacs_standard_keymap || map == vi_insertion_keymap; }
+
+// Tab's binding decides whether Tab completes or inserts itself.
+void note_binding(int key, rl_command_func_t *function, Keymap map) {
+    if (key != '\t' || !is_standard(map)) return;
+    if (function == rl_complete)
+        tab_completes = true;
+    else if (function == rl_insert || function == rl_tab_insert)
+        tab_completes = false;
+}
+
+// Settings: the names readline knows, with its defaults; a value set is
+// kept as given.
+struct Setting {
+    const char *name;
+    char value[24];
+};
+Setting settings[] = {
+    {"bell-style", "audible"},        {"bind-tty-special-chars", "on"},
+    {"blink-matching-paren", "off"},  {"colored-completion-prefix", "off"},
+    {"colored-stats", "off"},         {"completion-ignore-case", "off"},
+    {"completion-query-items", "100"}, {"convert-meta", "off"},
+    {"disable-completion", "off"},    {"echo-control-characters", "on"},
+    {"editing-mode", "emacs"},        {"enable-bracketed-paste", "on"},
+    {"enable-keypad", "off"},         {"enable-meta-key", "on"},
+    {"expand-tilde", "off"},          {"history-size", "0"},
+    {"horizontal-scroll-mode", "off"}, {"input-meta", "on"},
+    {"keymap", "emacs"},              {"mark-directories", "on"},
+    {"output-meta", "on"},            {"page-completions", "on"},
+    {"show-all-if-ambiguous", "off"}, {"show-all-if-unmodified", "off"},
+};
+
+Setting *find_setting(const char *name) {
+    for (Setting &s : settings)
+        if (strcasecmp(s.name, name) == 0) return &s;
+    return nullptr;
+}
+
+struct Named {
+    const char *name;
+    rl_command_func_t *function;
+};
+Named named[64] = {
+    {"self-insert", rl_insert},     {"tab-insert", rl_tab_insert},
+    {"complete", rl_complete},      {"menu-complete", rl_complete},
+    {"accept-line", rl_newline},    {"abort", rl_abort},
+    {"previous-history", rl_get_previous_history}, {"next-history", rl_get_next_history},
+};
+
+// Whether a binding's key names Tab: "tab", "TAB", "C-i", "Control-i", or
+// a quoted "\t" or "\C-i".
+bool names_tab(const char *key) {
+    static const char *const kForms[] = {"tab", "c-i", "control-i", "\"\\t\"", "\"\\c-i\"", "\"\t\""};
+    for (const char *form : kForms)
+        if (strcasecmp(key, form) == 0) return true;
+    return false;
+}
+
+char *trim(char *s) {
+    while (isspace(static_cast<unsigned char>(*s))) s++;
+    size_t n = strlen(s);
+    while (n > 0 && isspace(static_cast<unsigned char>(s[n - 1]))) s[--n] = 0;
+    return s;
+}
+
+} // namespace
+
+bool qv::rl_tab_completes() { return tab_completes; }
+void qv::rl_set_tab_completes(bool on) { tab_completes = on; }
+
+int rl_bind_key_in_map(int key, rl_command_func_t *function, Keymap map) {
+    if (key < 0 || key >= KEYMAP_SIZE || !map) return -1;
+    map[key].type = ISFUNC;
+    map[key].function = function;
+    note_binding(key, function, map);
+    return 0;
+}
+
+int rl_bind_key(int key, rl_command_func_t *function) { return rl_bind_key_in_map(key, function, current_map); }
+int rl_unbind_key(int key) { return rl_bind_key(key, nullptr); }
+int rl_unbind_key_in_map(int key, Keymap map) { return rl_bind_key_in_map(key, nullptr, map); }
+
+int rl_bind_keyseq_in_map(const char *keyseq, rl_command_func_t *function, Keymap map) {
+    if (!keyseq || !map) return -1;
+    if (strcmp(keyseq, "\t") == 0 || strcmp(keyseq, "\\t") == 0 || strcasecmp(keyseq, "\\C-i") == 0)
+        return rl_bind_key_in_map('\t', function, map);
+    if (strlen(keyseq) == 1) return rl_bind_key_in_map(static_cast<unsigned char>(keyseq[0]), function, map);
+    return 0;
+}
+
+int rl_bind_keyseq(const char *keyseq, rl_command_func_t *function) {
+    return rl_bind_keyseq_in_map(keyseq, function, current_map);
+}
+
+int rl_generic_bind(int type, const char *keyseq, char *data, Keymap map) {
+    if (type == ISFUNC) return rl_bind_keyseq_in_map(keyseq, reinterpret_cast<rl_command_func_t *>(data), map);
+    return keyseq && map ? 0 : -1;
+}
+
+int rl_add_defun(const char *name, rl_command_func_t *function, int key) {
+    for (Named &n : named) {
+        if (n.name && strcmp(n.name, name ? name : "") != 0) continue;
+        if (!n.name) n.name = name;
+        n.function = function;
+        break;
+    }
+    if (key >= 0) rl_bind_key(key, function);
+    return 0;
+}
+
+rl_command_func_t *rl_named_function(const char *name) {
+    for (const Named &n : named)
+        if (n.name && name && strcmp(n.name, name) == 0) return n.function;
+    return nullptr;
+}
+
+Keymap rl_make_bare_keymap(void) { return static_cast<Keymap>(calloc(KEYMAP_SIZE, sizeof(KEYMAP_ENTRY))); }
+
+Keymap rl_copy_keymap(Keymap map) {
+    Keymap copy = rl_make_bare_keymap();
+    if (copy && map) memcpy(copy, map, sizeof(KEYMAP_ENTRY) * KEYMAP_SIZE);
+    return copy;
+}
+
+Keymap rl_make_keymap(void) { return rl_copy_keymap(emacs_standard_keymap); }
+
+namespace {
+bool is_builtin(Keymap map) {
+    return map == emacs_standard_keymap || map == emacs_meta_keymap || map == emacs_ctlx_keymap ||
+           map == vi_insertion_keymap || map == vi_movement_keymap;
+}
+} // namespace
+
+void rl_discard_keymap(Keymap map) {
+    if (map) memset(map, 0, sizeof(KEYMAP_ENTRY) * KEYMAP_SIZE);
+}
+
+void rl_free_keymap(Keymap map) {
+    if (!is_builtin(map)) free(map);
+}
+
+Keymap rl_get_keymap(void) { return current_map; }
+
+void rl_set_keymap(Keymap map) {
+    if (map) current_map = map;
+}
+
+namespace {
+struct MapName {
+    const char *name;
+    Keymap map;
+};
+MapName map_names[16] = {
+    {"emacs", emacs_standard_keymap},       {"emacs-standard", emacs_standard_keymap},
+    {"emacs-meta", emacs_meta_keymap},      {"emacs-ctlx", emacs_ctlx_keymap},
+    {"vi", vi_movement_keymap},             {"vi-move", vi_movement_keymap},
+    {"vi-command", vi_movement_keymap},     {"vi-insert", vi_insertion_keymap},
+};
+} // namespace
+
+Keymap rl_get_keymap_by_name(const char *name) {
+    for (const MapName &m : map_names)
+        if (m.name && name && strcmp(m.name, name) == 0) return m.map;
+    return nullptr;
+}
+
+char *rl_get_keymap_name(Keymap map) {
+    for (const MapName &m : map_names)
+        if (m.name && m.map == map) return const_cast<char *>(m.name);
+    return nullptr;
+}
+
+int rl_set_keymap_name(const char *name, Keymap map) {
+    if (!name || !map) return -1;
+    for (MapName &m : map_names) {
+        if (m.name && strcmp(m.name, name) != 0) continue;
+        if (m.name && is_builtin(m.map)) return -1;
+        m = MapName{name, map};
+        return 0;
+    }
+    return -1;
+}
+
+int rl_variable_bind(const char *name, const char *value) {
+    if (!name) return -1;
+    Setting *s = find_setting(name);
+    if (!s) return -1;
+    snprintf(s->value, sizeof s->value, "%s", value ? value : "");
+    if (strcasecmp(name, "disable-completion") == 0) rl_inhibit_completion = strcasecmp(s->value, "on") == 0;
+    return 0;
+}
+
+char *rl_variable_value(const char *name) {
+    Setting *s = name ? find_setting(name) : nullptr;
+    return s ? s->value : nullptr;
+}
+
+void rl_variable_dumper(int readable) {
+    FILE *out = rl_outstream ? rl_outstream : stdout;
+    for (const Setting &s : settings)
+        fprintf(out, readable ? "set %s %s\n" : "%s is set to `%s'\n", s.name, s.value);
+}
+
+void rl_macro_dumper(int) {}
+void rl_function_dumper(int) {}
+void rl_dump_functions(int, int) {}
+
+int rl_parse_and_bind(char *line) {
+    if (!line) return 0;
+    CharPtr copy(strdup(line), &free);
+    if (!copy) return 0;
+    char *s = trim(copy.get());
+    if (!*s || *s == '#' || *s == '$') return 0;
+    if (strncmp(s, "set", 3) == 0 && isspace(static_cast<unsigned char>(s[3]))) {
+        char *name = trim(s + 4);
+        char *value = name + strcspn(name, " \t");
+        if (*value) *value++ = 0;
+        rl_variable_bind(name, trim(value));
+        return 0;
+    }
+    // "key: function": the colon after a quoted key sequence, if any.
+    char *colon = s;
+    if (*s == '"') {
+        colon = s + 1;
+        while (*colon && *colon != '"') colon += (*colon == '\\' && colon[1]) ? 2 : 1;
+    }
+    colon = strchr(colon, ':');
+    if (!colon) return 0;
+    *colon = 0;
+    const char *key = trim(s);
+    const char *function = trim(colon + 1);
+    if (names_tab(key)) {
+        if (rl_command_func_t *f = rl_named_function(function)) rl_bind_key('\t', f);
+    }
+    return 0;
+}
+
+int rl_read_init_file(const char *filename) {
+    CharPtr path(nullptr, &free);
+    if (!filename) filename = getenv("INPUTRC");
+    path.reset(tilde_expand(filename ? filename : "~/.inputrc"));
+    FILE *f = path ? fopen(path.get(), "re") : nullptr;
+    if (!f) return path ? errno : ENOMEM;
+    char *line = nullptr;
+    size_t cap = 0;
+    while (getline(&line, &cap, f) >= 0) rl_parse_and_bind(line);
+    free(line);
+    fclose(f);
+    return 0;
+}
+
+// ---------------------------------------------------------------------------
+// Commands
+
+int rl_insert(int count, int key) {
+    if (count <= 0 || key <= 0 || key > 255) return 0;
+    const char text[2] = {static_cast<char>(key), 0};
+    for (int i = 0; i < count && i < 1024; i++) rl_insert_text(text);
+    return 0;
+}
+
+int rl_tab_insert(int count, int) { return rl_insert(count, '\t'); }
+int rl_complete(int, int) { return 0; }
+
+int rl_newline(int, int) {
+    rl_done = 1;
+    return 0;
+}
+
+int rl_abort(int, int) {
+    rl_ding();
+    return 0;
+}
+
+int rl_get_previous_history(int, int) { return 0; }
+int rl_get_next_history(int, int) { return 0; }

@@ -1,0 +1,251 @@
+// Completion for programs written against readline: their functions answer
+// in readline's terms (a word, its bounds, generators, an append character,
+// a display hook), and their matches become the editor's candidates.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include "quorvel/readline.h"
+#include "rlcompat.h"
+
+namespace {
+constexpr char kBreaks[] = " \t\n\"\\'`@$><=;|&{(";
+} // namespace
+
+rl_completion_func_t *rl_attempted_completion_function = nullptr;
+int rl_attempted_completion_over = 0;
+rl_compentry_func_t *rl_completion_entry_function = nullptr;
+int rl_completion_append_character = ' ';
+int rl_completion_suppress_append = 0;
+int rl_completion_type = 0;
+int rl_completion_query_items = 100;
+const char *rl_basic_word_break_characters = kBreaks;
+char *rl_completer_word_break_characters = nullptr;
+rl_cpvfunc_t *rl_completion_word_break_hook = nullptr;
+const char *rl_basic_quote_characters = "\"'";
+const char *rl_completer_quote_characters = nullptr;
+rl_compdisp_func_t *rl_completion_display_matches_hook = nullptr;
+int rl_filename_completion_desired = 0;
+int rl_filename_quoting_desired = 1;
+int rl_ignore_completion_duplicates = 1;
+int rl_sort_completion_matches = 1;
+int rl_completion_quote_character = 0;
+int rl_inhibit_completion = 0;
+rl_icppfunc_t *rl_directory_completion_hook = nullptr;
+int _rl_complete_mark_directories = 1;
+int _rl_completion_prefix_display_length = 0;
+int _rl_print_completions_horizontally = 0;
+
+namespace {
+
+using CharPtr = std::unique_ptr<char, decltype(&free)>;
+
+void free_matches(char **m) {
+    if (!m) return;
+    for (char **s = m; *s; s++) free(*s);
+    free(m);
+}
+
+// Where the word being completed starts: after the last break character
+// before the cursor, as the program's hook or variables define them.
+int word_start(const char *text, int cursor) {
+    const char *breaks = nullptr;
+    if (rl_completion_word_break_hook) breaks = rl_completion_word_break_hook();
+    if (!breaks) breaks = rl_completer_word_break_characters;
+    if (!breaks) breaks = rl_basic_word_break_characters;
+    if (!breaks) breaks = kBreaks;
+    int i = cursor;
+    while (i > 0 && !strchr(breaks, text[i - 1])) i--;
+    return i;
+}
+
+bool is_directory(const char *name) {
+    CharPtr path(tilde_expand(name), &free);
+    struct stat st;
+    return path && stat(path.get(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// File names in the word's directory that start with its last part.
+struct FileScan {
+    DIR *dir = nullptr;
+    char *prefix = nullptr; // the word up to and including its last slash
+    char *base = nullptr;   // its last part, which matches start with
+};
+FileScan scan;
+
+void scan_close() {
+    if (scan.dir) closedir(scan.dir);
+    free(scan.prefix);
+    free(scan.base);
+    scan = FileScan{};
+}
+
+// The last Tab that found several matches and did not extend the word: a
+// second one in the same place shows them through the program's hook.
+char *last_tab = nullptr;
+int last_cursor = -1;
+
+bool repeated_tab(const char *text, int cursor) {
+    const bool same = last_tab && last_cursor == cursor && strcmp(last_tab, text) == 0;
+    free(last_tab);
+    last_tab = same ? nullptr : strdup(text);
+    last_cursor = same ? -1 : cursor;
+    return same;
+}
+
+void show_through_hook(char **matches) {
+    int n = 0, longest = 0;
+    for (char **m = matches + 1; *m; m++, n++) {
+        const int len = static_cast<int>(strlen(*m));
+        if (len > longest) longest = len;
+    }
+    rl_completion_display_matches_hook(matches, n, longest);
+}
+
+// One match, closed with the append character, or a slash when it names a
+// directory a file name completion goes on into.
+void add_single(term_completions *out, int start, const char *m) {
+    const size_t n = strlen(m);
+    int append = rl_completion_suppress_append ? 0 : rl_completion_append_character;
+    if (rl_filename_completion_desired && n > 0 && m[n - 1] != '/' && is_directory(m)) append = '/';
+    if (n > 0 && m[n - 1] == '/') append = 0;
+    CharPtr full(static_cast<char *>(malloc(n + 2)), &free);
+    if (!full) return;
+    memcpy(full.get(), m, n);
+    full.get()[n] = static_cast<char>(append);
+    full.get()[n + (append ? 1 : 0)] = 0;
+    term_addCompletion(out, start, full.get());
+}
+
+} // namespace
+
+void qv::rl_complete_line(const char *text, int cursor, term_completions *out, void *) {
+    if (!qv::rl_tab_completes() || rl_inhibit_completion) {
+        term_addCompletion(out, cursor, "\t");
+        return;
+    }
+    qv::rl_publish_line(text, cursor);
+    const int start = word_start(text, cursor);
+    CharPtr word(strndup(text + start, static_cast<size_t>(cursor - start)), &free);
+    if (!word) return;
+    rl_completion_append_character = ' ';
+    rl_completion_suppress_append = 0;
+    rl_attempted_completion_over = 0;
+    rl_filename_completion_desired = 0;
+    rl_completion_type = '\t';
+    char **matches = nullptr;
+    if (rl_attempted_completion_function)
+        matches = rl_attempted_completion_function(word.get(), start, cursor);
+    if (!matches && !rl_attempted_completion_over)
+        matches = rl_completion_matches(word.get(), rl_completion_entry_function
+                                                        ? rl_completion_entry_function
+                                                        : rl_filename_completion_function);
+    if (!matches) return;
+    if (matches[0] && !matches[1]) {
+        add_single(out, start, matches[0]);
+    } else if (matches[0] && rl_completion_display_matches_hook) {
+        // The program shows the list itself; the editor only extends the word.
+        if (strlen(matches[0]) > strlen(word.get()))
+            term_addCompletion(out, start, matches[0]);
+        else if (repeated_tab(text, cursor))
+            show_through_hook(matches);
+    } else if (matches[0]) {
+        for (char **m = matches + 1; *m; m++) term_addCompletion(out, start, *m);
+    }
+    free_matches(matches);
+}
+
+char **rl_completion_matches(const char *text, rl_compentry_func_t *generator) {
+    if (!text || !generator) return nullptr;
+    size_t n = 0, cap = 16;
+    // Slot 0 is the common prefix, the last a NULL.
+    auto *m = static_cast<char **>(malloc(sizeof(char *) * (cap + 2)));
+    if (!m) return nullptr;
+    for (int state = 0;; state++) {
+        char *match = generator(text, state);
+        if (!match) break;
+        bool seen = false;
+        for (size_t i = 1; rl_ignore_completion_duplicates && i <= n && !seen; i++) seen = !strcmp(m[i], match);
+        if (seen) {
+            free(match);
+            continue;
+        }
+        if (n == cap) {
+            auto *grown = static_cast<char **>(realloc(m, sizeof(char *) * (cap * 2 + 2)));
+            if (!grown) {
+                free(match);
+                break;
+            }
+            m = grown;
+            cap *= 2;
+        }
+        m[++n] = match;
+    }
+    m[n + 1] = nullptr;
+    if (n == 0) {
+        free(m);
+        return nullptr;
+    }
+    if (n == 1) {
+        m[0] = m[1];
+        m[1] = nullptr;
+        return m;
+    }
+    size_t common = strlen(m[1]);
+    for (size_t i = 2; i <= n; i++) {
+        size_t k = 0;
+        while (k < common && m[i][k] == m[1][k]) k++;
+        common = k;
+    }
+    // Never half a character.
+    while (common > 0 && (static_cast<unsigned char>(m[1][common]) & 0xC0) == 0x80) common--;
+    m[0] = strndup(m[1], common);
+    if (!m[0]) {
+        m[0] = m[1]; // frees every match below
+        m[1] = nullptr;
+        free_matches(m);
+        return nullptr;
+    }
+    if (rl_sort_completion_matches)
+        qsort(m + 1, n, sizeof(char *), [](const void *a, const void *b) {
+            return strcmp(*static_cast<char *const *>(a), *static_cast<char *const *>(b));
+        });
+    return m;
+}
+
+char *rl_filename_completion_function(const char *text, int state) {
+    if (!text) return nullptr;
+    rl_filename_completion_desired = 1;
+    if (state == 0) {
+        scan_close();
+        const char *slash = strrchr(text, '/');
+        const size_t plen = slash ? static_cast<size_t>(slash - text) + 1 : 0;
+        scan.prefix = strndup(text, plen);
+        scan.base = strdup(text + plen);
+        if (!scan.prefix || !scan.base) {
+            scan_close();
+            return nullptr;
+        }
+        CharPtr dir(tilde_expand(plen ? scan.prefix : "."), &free);
+        scan.dir = dir ? opendir(dir.get()) : nullptr;
+    }
+    if (!scan.dir) return nullptr;
+    const size_t blen = strlen(scan.base);
+    while (const dirent *e = readdir(scan.dir)) {
+        if (!strcmp(e->d_name, ".") || !strcmp(e->d_name, "..")) continue;
+        if (e->d_name[0] == '.' && scan.base[0] != '.') continue;
+        if (strncmp(e->d_name, scan.base, blen) != 0) continue;
+        const size_t n = strlen(scan.prefix) + strlen(e->d_name) + 1;
+        char *match = static_cast<char *>(malloc(n));
+        if (match) snprintf(match, n, "%s%s", scan.prefix, e->d_name);
+        return match;
+    }
+    scan_close();
+    return nullptr;
+}
+
+int _rl_qsort_string_compare(char **a, char **b) { return strcoll(*a, *b); }
