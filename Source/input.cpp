@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -356,6 +357,18 @@ void qv::edit_end(console *c) {
     // Raised only once the terminal is the user's again, so that a host
     // without a handler dies leaving a working terminal.
     if (c->status == ST_INTERRUPTED && c->sigint) raise(SIGINT);
+}
+
+size_t qv::input_push(const char *bytes, size_t n) {
+    if (input_head > 0) {
+        memmove(input_buffer, input_buffer + input_head, input_tail - input_head);
+        input_tail -= input_head;
+        input_head = 0;
+    }
+    if (n > kInputSize - input_tail) n = kInputSize - input_tail;
+    memcpy(input_buffer + input_tail, bytes, n);
+    input_tail += n;
+    return n;
 }
 
 void qv::edit_redraw(console *c, bool fresh) {

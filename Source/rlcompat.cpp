@@ -313,7 +313,7 @@ void deliver(char *line) {
 } // namespace
 
 void rl_callback_handler_install(const char *prompt, rl_vcpfunc_t *handler) {
-    if (callback_editing) term_editStop();
+    if (callback_editing) term_editLeave();
     callback_editing = false;
     free(callback_prompt);
     CharPtr visible = visible_prompt(prompt);
@@ -350,7 +350,7 @@ void rl_callback_read_char(void) {
 }
 
 void rl_callback_handler_remove(void) {
-    if (callback_editing) term_editStop();
+    if (callback_editing) term_editLeave();
     callback_editing = false;
     line_handler = nullptr;
     free(callback_prompt);
@@ -361,7 +361,7 @@ void rl_callback_handler_remove(void) {
 void rl_callback_sigcleanup(void) {}
 
 void rl_cleanup_after_signal(void) {
-    if (callback_editing) term_editStop();
+    if (callback_editing) term_editLeave();
     callback_editing = false;
 }
 
@@ -401,8 +401,8 @@ void rl_replace_line(const char *text, int) {
 }
 
 int rl_stuff_char(int c) {
-    const char text[2] = {static_cast<char>(c), 0};
-    return c > 0 && rl_insert_text(text) ? 1 : 0;
+    const char byte = static_cast<char>(c);
+    return c >= 0 && c <= 255 && term_editPush(&byte, 1) == 1 ? 1 : 0;
 }
 
 // ---------------------------------------------------------------------------

@@ -343,6 +343,20 @@ void term_editRedraw(int fresh) {
     if (edit_encoding) qv::edit_redraw(the_console(), fresh != 0);
 }
 
+void term_editLeave(void) {
+    console *c = the_console();
+    if (!edit_encoding) return;
+    c->status = ST_STOPPED;
+    qv::edit_end(c);
+    free(finish_line(c, edit_encoding));
+    edit_encoding = nullptr;
+}
+
+int term_editPush(const char *bytes, int n) {
+    if (!edit_encoding || !bytes || n <= 0) return 0;
+    return static_cast<int>(qv::input_push(bytes, static_cast<size_t>(n)));
+}
+
 int term_editFd(void) { return edit_encoding ? qv::edit_fd() : -1; }
 
 int term_editTimeout(void) { return edit_encoding ? qv::edit_timeout(the_console()) : -1; }

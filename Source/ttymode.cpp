@@ -64,6 +64,7 @@ volatile sig_atomic_t resized;
 volatile sig_atomic_t have_saved;
 volatile sig_atomic_t session_active;
 struct termios saved_mode;
+struct termios raw_mode; // as the session set it, to tell whether the host changed it since
 int mode_fd = -1;
 int wake_pipe[2] = {-1, -1};
 // Bytes that undo what the read turned on in the terminal (bracketed paste),
@@ -166,12 +167,20 @@ class BlockSignals {
     sigset_t old_;
 };
 
-// A host that calls exit() from a callback still gets its terminal back.
+bool same_mode(const termios &a, const termios &b) {
+    return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag && a.c_lflag == b.c_lflag &&
+           memcmp(a.c_cc, b.c_cc, sizeof a.c_cc) == 0;
+}
+
+// A host that calls exit() from a callback still gets its terminal back;
+// one that set the terminal's mode itself on its way out keeps what it set.
 extern "C" void restore_at_exit(void) {
     if (!session_active) return;
     fflush(stdout);
     write_exit_bytes();
-    if (have_saved) tcsetattr(mode_fd, TCSADRAIN, &saved_mode);
+    struct termios now;
+    if (have_saved && (tcgetattr(mode_fd, &now) != 0 || same_mode(now, raw_mode)))
+        tcsetattr(mode_fd, TCSADRAIN, &saved_mode);
 }
 
 pthread_once_t exit_hook_once = PTHREAD_ONCE_INIT;
@@ -195,6 +204,7 @@ ReadSession::ReadSession(console *c) : active_(!session_active) {
     mode_fd = fileno(stdout);
     have_saved = console_get_mode(c, &saved_mode) != 0;
     if (have_saved) console_set_raw_mode(c, &saved_mode);
+    if (have_saved && tcgetattr(mode_fd, &raw_mode) != 0) raw_mode = saved_mode;
     if (pipe2(wake_pipe, O_CLOEXEC | O_NONBLOCK) != 0) wake_pipe[0] = wake_pipe[1] = -1;
     signalled = continued = resized = 0;
     for (int i = 0; i < kCount; i++) install(i);
@@ -242,7 +252,10 @@ int session_resume() {
     }
     if (continued) event |= kContinued;
     continued = 0;
-    if ((event & (kRearmed | kContinued)) && have_saved) console_set_raw_mode(nullptr, &saved_mode);
+    if ((event & (kRearmed | kContinued)) && have_saved) {
+        console_set_raw_mode(nullptr, &saved_mode);
+        if (tcgetattr(mode_fd, &raw_mode) != 0) raw_mode = saved_mode;
+    }
     if (resized) event |= kResized;
     resized = 0;
     return event;

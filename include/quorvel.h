@@ -202,6 +202,18 @@ QV_API int term_editFeed(char **line);
    dropped and term_getStatus() answers ST_WOKEN. */
 QV_API void term_editStop(void);
 
+/* Ends an edit under way where it stands: the screen keeps what it shows,
+   the cursor stays where the last render left it, the terminal is the
+   host's again, the line is dropped and term_getStatus() answers
+   ST_STOPPED. For a host that clears or rewrites the row itself. */
+QV_API void term_editLeave(void);
+
+/* Queues n bytes as input of the edit under way, ahead of what the terminal
+   has: for a host that reads the terminal itself, or types for the user.
+   The next term_editFeed() takes them. Answers how many were queued (fewer
+   when the queue is full), 0 without an edit. */
+QV_API int term_editPush(const char *bytes, int n);
+
 /* The descriptor to poll for reading while an edit is under way: it becomes
    readable when the terminal has input, a signal arrived or another thread
    printed. -1 without an edit. */

@@ -46,7 +46,7 @@ PROGRAMS = {
         prompt="(gdb) ",
         calc=[("print 40+2\r", "= 42")],
         utf8=[('print "hé" "llo"\r', '"héllo"')],
-        tab=[("ech\t", "echo "), ("done\\n\r", "\ndone")],
+        tab=[("ech\t", "echo"), ("done\\n\r", "\ndone")],
         up=[(UP + "\r", "\ndone")]),
     "rlwrap": dict(
         argv=["rlwrap", "-r", "-S", "cat> ", "cat"], prompt="cat> ",
