@@ -18,11 +18,15 @@ run: all
 	./$(BUILD)/examples/quorvel-demo
 
 # Warnings as errors, AddressSanitizer + UndefinedBehaviorSanitizer, every
-# test; the thread, logger and print tests also under ThreadSanitizer.
+# test; the thread, logger and print tests also under ThreadSanitizer; the
+# real programs that cannot run under a sanitizer on a plain build.
 test: setup test-tsan
 	cmake -S . -B $(TESTDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_SANITIZE=ON -DQUORVEL_TESTS=ON
 	cmake --build $(TESTDIR) -j $(JOBS)
 	cd $(TESTDIR) && ctest --output-on-failure -j $(JOBS)
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
+	cmake --build $(BUILD) -j $(JOBS) --target quorvel_readline
+	./scripts/rl_programs.py --library $(BUILD)/libquorvel-readline.so --uninstrumented
 
 test-tsan: setup
 	cmake -S . -B $(TSANDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_TSAN=ON -DQUORVEL_TESTS=ON

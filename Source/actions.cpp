@@ -187,7 +187,7 @@ void action_key_return(console *c, int) {
 void history_lookup(console *c, int direction) {
     if (c->masked || c->history->count < 1 || !c->editor.buffer) return;
     history_save_current_buffer(c, c->editor.buffer, static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer));
-    history_line *e = history_get(c, direction);
+    history_line *e = qv::history_step(c, direction);
     if (e) buffer_replace(c, e->text, e->length);
     qv::undo_reset(c); // undo goes back to the entry as it came, no further
 }
@@ -198,7 +198,7 @@ namespace {
 // current line when there is none.
 void history_jump(console *c) {
     if (c->masked || !c->editor.buffer) return;
-    history_line *e = history_get(c, 0);
+    history_line *e = qv::history_step(c, 0);
     if (e) {
         buffer_replace(c, e->text, e->length);
     } else {

@@ -143,7 +143,7 @@ const history_entry *qv::history_at_serial(const console *c, long long serial) {
     return e;
 }
 
-history_line *history_get(console *c, int direction) {
+history_line *qv::history_step(console *c, int direction) {
     history_t *h = c->history;
     if (direction < 0) {
         if (!h->current)

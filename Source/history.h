@@ -55,6 +55,12 @@ QV_API void history_print_all(struct console *c);
 
 #ifdef QUORVEL_INTERNAL
 namespace qv {
+/* One step of the walk, as history_get() answers it: back (direction < 0),
+   forward (> 0) or where it stands (0). history_get() itself lives in an
+   object of its own, so that a program linking this library statically
+   beside the readline-compatible one, whose history_get() takes an offset,
+   gets one definition of the name. */
+history_line *history_step(struct console *c, int direction);
 /* Told of each entry put into the list, with its text (good for the call). */
 using HistoryObserver = void (*)(struct console *c, const wchar_t *text, uint32_t n);
 void history_observe(struct console *c, HistoryObserver observer);

@@ -22,7 +22,9 @@ using CharPtr = std::unique_ptr<char, decltype(&free)>;
 bool tab_completes = true;
 Keymap current_map = emacs_standard_keymap;
 
-bool is_standard(Keymap map) { return map == emacs_standard_keymap || map == vi_insertion_keymap; }
+bool is_standard(Keymap map) {
+    return map == emacs_standard_keymap || map == vi_insertion_keymap;
+}
 
 // Tab's binding decides whether Tab completes or inserts itself.
 void note_binding(int key, rl_command_func_t *function, Keymap map) {
@@ -40,18 +42,30 @@ struct Setting {
     char value[24];
 };
 Setting settings[] = {
-    {"bell-style", "audible"},        {"bind-tty-special-chars", "on"},
-    {"blink-matching-paren", "off"},  {"colored-completion-prefix", "off"},
-    {"colored-stats", "off"},         {"completion-ignore-case", "off"},
-    {"completion-query-items", "100"}, {"convert-meta", "off"},
-    {"disable-completion", "off"},    {"echo-control-characters", "on"},
-    {"editing-mode", "emacs"},        {"enable-bracketed-paste", "on"},
-    {"enable-keypad", "off"},         {"enable-meta-key", "on"},
-    {"expand-tilde", "off"},          {"history-size", "0"},
-    {"horizontal-scroll-mode", "off"}, {"input-meta", "on"},
-    {"keymap", "emacs"},              {"mark-directories", "on"},
-    {"output-meta", "on"},            {"page-completions", "on"},
-    {"show-all-if-ambiguous", "off"}, {"show-all-if-unmodified", "off"},
+    {"bell-style", "audible"},
+    {"bind-tty-special-chars", "on"},
+    {"blink-matching-paren", "off"},
+    {"colored-completion-prefix", "off"},
+    {"colored-stats", "off"},
+    {"completion-ignore-case", "off"},
+    {"completion-query-items", "100"},
+    {"convert-meta", "off"},
+    {"disable-completion", "off"},
+    {"echo-control-characters", "on"},
+    {"editing-mode", "emacs"},
+    {"enable-bracketed-paste", "on"},
+    {"enable-keypad", "off"},
+    {"enable-meta-key", "on"},
+    {"expand-tilde", "off"},
+    {"history-size", "0"},
+    {"horizontal-scroll-mode", "off"},
+    {"input-meta", "on"},
+    {"keymap", "emacs"},
+    {"mark-directories", "on"},
+    {"output-meta", "on"},
+    {"page-completions", "on"},
+    {"show-all-if-ambiguous", "off"},
+    {"show-all-if-unmodified", "off"},
 };
 
 Setting *find_setting(const char *name) {
@@ -65,32 +79,43 @@ struct Named {
     rl_command_func_t *function;
 };
 Named named[64] = {
-    {"self-insert", rl_insert},     {"tab-insert", rl_tab_insert},
-    {"complete", rl_complete},      {"menu-complete", rl_complete},
-    {"accept-line", rl_newline},    {"abort", rl_abort},
-    {"previous-history", rl_get_previous_history}, {"next-history", rl_get_next_history},
+    {"self-insert", rl_insert},
+    {"tab-insert", rl_tab_insert},
+    {"complete", rl_complete},
+    {"menu-complete", rl_complete},
+    {"accept-line", rl_newline},
+    {"abort", rl_abort},
+    {"previous-history", rl_get_previous_history},
+    {"next-history", rl_get_next_history},
 };
 
 // Whether a binding's key names Tab: "tab", "TAB", "C-i", "Control-i", or
 // a quoted "\t" or "\C-i".
 bool names_tab(const char *key) {
-    static const char *const kForms[] = {"tab", "c-i", "control-i", "\"\\t\"", "\"\\c-i\"", "\"\t\""};
+    static const char *const kForms[] = {"tab",     "c-i",       "control-i",
+                                         "\"\\t\"", "\"\\c-i\"", "\"\t\""};
     for (const char *form : kForms)
         if (strcasecmp(key, form) == 0) return true;
     return false;
 }
 
 char *trim(char *s) {
-    while (isspace(static_cast<unsigned char>(*s))) s++;
+    while (isspace(static_cast<unsigned char>(*s)))
+        s++;
     size_t n = strlen(s);
-    while (n > 0 && isspace(static_cast<unsigned char>(s[n - 1]))) s[--n] = 0;
+    while (n > 0 && isspace(static_cast<unsigned char>(s[n - 1])))
+        s[--n] = 0;
     return s;
 }
 
 } // namespace
 
-bool qv::rl_tab_completes() { return tab_completes; }
-void qv::rl_set_tab_completes(bool on) { tab_completes = on; }
+bool qv::rl_tab_completes() {
+    return tab_completes;
+}
+void qv::rl_set_tab_completes(bool on) {
+    tab_completes = on;
+}
 
 int rl_bind_key_in_map(int key, rl_command_func_t *function, Keymap map) {
     if (key < 0 || key >= KEYMAP_SIZE || !map) return -1;
@@ -100,15 +125,22 @@ int rl_bind_key_in_map(int key, rl_command_func_t *function, Keymap map) {
     return 0;
 }
 
-int rl_bind_key(int key, rl_command_func_t *function) { return rl_bind_key_in_map(key, function, current_map); }
-int rl_unbind_key(int key) { return rl_bind_key(key, nullptr); }
-int rl_unbind_key_in_map(int key, Keymap map) { return rl_bind_key_in_map(key, nullptr, map); }
+int rl_bind_key(int key, rl_command_func_t *function) {
+    return rl_bind_key_in_map(key, function, current_map);
+}
+int rl_unbind_key(int key) {
+    return rl_bind_key(key, nullptr);
+}
+int rl_unbind_key_in_map(int key, Keymap map) {
+    return rl_bind_key_in_map(key, nullptr, map);
+}
 
 int rl_bind_keyseq_in_map(const char *keyseq, rl_command_func_t *function, Keymap map) {
     if (!keyseq || !map) return -1;
     if (strcmp(keyseq, "\t") == 0 || strcmp(keyseq, "\\t") == 0 || strcasecmp(keyseq, "\\C-i") == 0)
         return rl_bind_key_in_map('\t', function, map);
-    if (strlen(keyseq) == 1) return rl_bind_key_in_map(static_cast<unsigned char>(keyseq[0]), function, map);
+    if (strlen(keyseq) == 1)
+        return rl_bind_key_in_map(static_cast<unsigned char>(keyseq[0]), function, map);
     return 0;
 }
 
@@ -117,7 +149,8 @@ int rl_bind_keyseq(const char *keyseq, rl_command_func_t *function) {
 }
 
 int rl_generic_bind(int type, const char *keyseq, char *data, Keymap map) {
-    if (type == ISFUNC) return rl_bind_keyseq_in_map(keyseq, reinterpret_cast<rl_command_func_t *>(data), map);
+    if (type == ISFUNC)
+        return rl_bind_keyseq_in_map(keyseq, reinterpret_cast<rl_command_func_t *>(data), map);
     return keyseq && map ? 0 : -1;
 }
 
@@ -138,7 +171,9 @@ rl_command_func_t *rl_named_function(const char *name) {
     return nullptr;
 }
 
-Keymap rl_make_bare_keymap(void) { return static_cast<Keymap>(calloc(KEYMAP_SIZE, sizeof(KEYMAP_ENTRY))); }
+Keymap rl_make_bare_keymap(void) {
+    return static_cast<Keymap>(calloc(KEYMAP_SIZE, sizeof(KEYMAP_ENTRY)));
+}
 
 Keymap rl_copy_keymap(Keymap map) {
     Keymap copy = rl_make_bare_keymap();
@@ -146,7 +181,9 @@ Keymap rl_copy_keymap(Keymap map) {
     return copy;
 }
 
-Keymap rl_make_keymap(void) { return rl_copy_keymap(emacs_standard_keymap); }
+Keymap rl_make_keymap(void) {
+    return rl_copy_keymap(emacs_standard_keymap);
+}
 
 namespace {
 bool is_builtin(Keymap map) {
@@ -163,7 +200,9 @@ void rl_free_keymap(Keymap map) {
     if (!is_builtin(map)) free(map);
 }
 
-Keymap rl_get_keymap(void) { return current_map; }
+Keymap rl_get_keymap(void) {
+    return current_map;
+}
 
 void rl_set_keymap(Keymap map) {
     if (map) current_map = map;
@@ -175,10 +214,10 @@ struct MapName {
     Keymap map;
 };
 MapName map_names[16] = {
-    {"emacs", emacs_standard_keymap},       {"emacs-standard", emacs_standard_keymap},
-    {"emacs-meta", emacs_meta_keymap},      {"emacs-ctlx", emacs_ctlx_keymap},
-    {"vi", vi_movement_keymap},             {"vi-move", vi_movement_keymap},
-    {"vi-command", vi_movement_keymap},     {"vi-insert", vi_insertion_keymap},
+    {"emacs", emacs_standard_keymap},   {"emacs-standard", emacs_standard_keymap},
+    {"emacs-meta", emacs_meta_keymap},  {"emacs-ctlx", emacs_ctlx_keymap},
+    {"vi", vi_movement_keymap},         {"vi-move", vi_movement_keymap},
+    {"vi-command", vi_movement_keymap}, {"vi-insert", vi_insertion_keymap},
 };
 } // namespace
 
@@ -210,7 +249,8 @@ int rl_variable_bind(const char *name, const char *value) {
     Setting *s = find_setting(name);
     if (!s) return -1;
     snprintf(s->value, sizeof s->value, "%s", value ? value : "");
-    if (strcasecmp(name, "disable-completion") == 0) rl_inhibit_completion = strcasecmp(s->value, "on") == 0;
+    if (strcasecmp(name, "disable-completion") == 0)
+        rl_inhibit_completion = strcasecmp(s->value, "on") == 0;
     return 0;
 }
 
@@ -246,7 +286,8 @@ int rl_parse_and_bind(char *line) {
     char *colon = s;
     if (*s == '"') {
         colon = s + 1;
-        while (*colon && *colon != '"') colon += (*colon == '\\' && colon[1]) ? 2 : 1;
+        while (*colon && *colon != '"')
+            colon += (*colon == '\\' && colon[1]) ? 2 : 1;
     }
     colon = strchr(colon, ':');
     if (!colon) return 0;
@@ -267,7 +308,8 @@ int rl_read_init_file(const char *filename) {
     if (!f) return path ? errno : ENOMEM;
     char *line = nullptr;
     size_t cap = 0;
-    while (getline(&line, &cap, f) >= 0) rl_parse_and_bind(line);
+    while (getline(&line, &cap, f) >= 0)
+        rl_parse_and_bind(line);
     free(line);
     fclose(f);
     return 0;
@@ -279,12 +321,17 @@ int rl_read_init_file(const char *filename) {
 int rl_insert(int count, int key) {
     if (count <= 0 || key <= 0 || key > 255) return 0;
     const char text[2] = {static_cast<char>(key), 0};
-    for (int i = 0; i < count && i < 1024; i++) rl_insert_text(text);
+    for (int i = 0; i < count && i < 1024; i++)
+        rl_insert_text(text);
     return 0;
 }
 
-int rl_tab_insert(int count, int) { return rl_insert(count, '\t'); }
-int rl_complete(int, int) { return 0; }
+int rl_tab_insert(int count, int) {
+    return rl_insert(count, '\t');
+}
+int rl_complete(int, int) {
+    return 0;
+}
 
 int rl_newline(int, int) {
     rl_done = 1;
@@ -296,5 +343,9 @@ int rl_abort(int, int) {
     return 0;
 }
 
-int rl_get_previous_history(int, int) { return 0; }
-int rl_get_next_history(int, int) { return 0; }
+int rl_get_previous_history(int, int) {
+    return 0;
+}
+int rl_get_next_history(int, int) {
+    return 0;
+}

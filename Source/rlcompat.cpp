@@ -58,8 +58,12 @@ using CharPtr = std::unique_ptr<char, decltype(&free)>;
 
 bool started = false;
 
-FILE *in_stream() { return rl_instream ? rl_instream : stdin; }
-FILE *out_stream() { return rl_outstream ? rl_outstream : stdout; }
+FILE *in_stream() {
+    return rl_instream ? rl_instream : stdin;
+}
+FILE *out_stream() {
+    return rl_outstream ? rl_outstream : stdout;
+}
 
 // ---------------------------------------------------------------------------
 // The line as the program sees it. The buffer rl_line_buffer points at is
@@ -109,7 +113,8 @@ bool splice(int from, int to, const char *text) {
     from = from < 0 ? 0 : from > len ? len : from;
     to = to < from ? from : to > len ? len : to;
     const size_t add = strlen(text);
-    CharPtr out(static_cast<char *>(malloc(static_cast<size_t>(len - (to - from)) + add + 1)), &free);
+    CharPtr out(static_cast<char *>(malloc(static_cast<size_t>(len - (to - from)) + add + 1)),
+                &free);
     if (!out) return false;
     memcpy(out.get(), line.get(), static_cast<size_t>(from));
     memcpy(out.get() + from, text, add);
@@ -152,8 +157,8 @@ void set_prompt_variable(const char *prompt) {
 }
 
 bool editable_streams() {
-    return fileno(in_stream()) == STDIN_FILENO && isatty(STDIN_FILENO) && fileno(out_stream()) == STDOUT_FILENO &&
-           isatty(STDOUT_FILENO);
+    return fileno(in_stream()) == STDIN_FILENO && isatty(STDIN_FILENO) &&
+           fileno(out_stream()) == STDOUT_FILENO && isatty(STDOUT_FILENO);
 }
 
 // Without a terminal on both sides there is nothing to edit on: the prompt
@@ -231,7 +236,9 @@ bool qv::rl_start_editor() {
     return true;
 }
 
-void qv::rl_publish_line(const char *text, int cursor) { publish(text, cursor); }
+void qv::rl_publish_line(const char *text, int cursor) {
+    publish(text, cursor);
+}
 
 void qv::rl_publish_edit() {
     int cursor = 0;
@@ -367,8 +374,12 @@ void rl_cleanup_after_signal(void) {
 
 void rl_reset_after_signal(void) {}
 void rl_free_line_state(void) {}
-int rl_check_signals(void) { return 0; }
-int rl_pending_signal(void) { return 0; }
+int rl_check_signals(void) {
+    return 0;
+}
+int rl_pending_signal(void) {
+    return 0;
+}
 
 // ---------------------------------------------------------------------------
 // The line from the program's code
@@ -431,7 +442,9 @@ int rl_on_new_line(void) {
     return 0;
 }
 
-int rl_on_new_line_with_prompt(void) { return rl_on_new_line(); }
+int rl_on_new_line_with_prompt(void) {
+    return rl_on_new_line();
+}
 
 // Blanks over the cursor's row, the cursor left at its start: no escape
 // sequence, so any terminal does it.
@@ -440,7 +453,8 @@ void _rl_erase_entire_line(void) {
     rl_get_screen_size(&rows, &cols);
     FILE *out = out_stream();
     fputc('\r', out);
-    for (int i = 0; i + 1 < cols; i++) fputc(' ', out);
+    for (int i = 0; i + 1 < cols; i++)
+        fputc(' ', out);
     fputc('\r', out);
     fflush(out);
 }
@@ -481,8 +495,12 @@ void rl_restore_prompt(void) {
     saved_prompt = nullptr;
 }
 
-int rl_message(const char *, ...) { return 0; }
-int rl_clear_message(void) { return 0; }
+int rl_message(const char *, ...) {
+    return 0;
+}
+int rl_clear_message(void) {
+    return 0;
+}
 
 int rl_getc(FILE *in) {
     unsigned char byte = 0;
@@ -493,14 +511,18 @@ int rl_getc(FILE *in) {
     }
 }
 
-int rl_read_key(void) { return rl_getc(in_stream()); }
+int rl_read_key(void) {
+    return rl_getc(in_stream());
+}
 
 // ---------------------------------------------------------------------------
 // The terminal
 
 void rl_prep_terminal(int) {}
 void rl_deprep_terminal(void) {}
-int rl_reset_terminal(const char *) { return 0; }
+int rl_reset_terminal(const char *) {
+    return 0;
+}
 void rl_resize_terminal(void) {}
 void rl_set_screen_size(int, int) {}
 

@@ -46,7 +46,8 @@ using CharPtr = std::unique_ptr<char, decltype(&free)>;
 
 void free_matches(char **m) {
     if (!m) return;
-    for (char **s = m; *s; s++) free(*s);
+    for (char **s = m; *s; s++)
+        free(*s);
     free(m);
 }
 
@@ -59,7 +60,8 @@ int word_start(const char *text, int cursor) {
     if (!breaks) breaks = rl_basic_word_break_characters;
     if (!breaks) breaks = kBreaks;
     int i = cursor;
-    while (i > 0 && !strchr(breaks, text[i - 1])) i--;
+    while (i > 0 && !strchr(breaks, text[i - 1]))
+        i--;
     return i;
 }
 
@@ -154,7 +156,8 @@ void qv::rl_complete_line(const char *text, int cursor, term_completions *out, v
         else if (repeated_tab(text, cursor))
             show_through_hook(matches);
     } else if (matches[0]) {
-        for (char **m = matches + 1; *m; m++) term_addCompletion(out, start, *m);
+        for (char **m = matches + 1; *m; m++)
+            term_addCompletion(out, start, *m);
     }
     free_matches(matches);
 }
@@ -169,7 +172,8 @@ char **rl_completion_matches(const char *text, rl_compentry_func_t *generator) {
         char *match = generator(text, state);
         if (!match) break;
         bool seen = false;
-        for (size_t i = 1; rl_ignore_completion_duplicates && i <= n && !seen; i++) seen = !strcmp(m[i], match);
+        for (size_t i = 1; rl_ignore_completion_duplicates && i <= n && !seen; i++)
+            seen = !strcmp(m[i], match);
         if (seen) {
             free(match);
             continue;
@@ -198,11 +202,13 @@ char **rl_completion_matches(const char *text, rl_compentry_func_t *generator) {
     size_t common = strlen(m[1]);
     for (size_t i = 2; i <= n; i++) {
         size_t k = 0;
-        while (k < common && m[i][k] == m[1][k]) k++;
+        while (k < common && m[i][k] == m[1][k])
+            k++;
         common = k;
     }
     // Never half a character.
-    while (common > 0 && (static_cast<unsigned char>(m[1][common]) & 0xC0) == 0x80) common--;
+    while (common > 0 && (static_cast<unsigned char>(m[1][common]) & 0xC0) == 0x80)
+        common--;
     m[0] = strndup(m[1], common);
     if (!m[0]) {
         m[0] = m[1]; // frees every match below
@@ -248,4 +254,6 @@ char *rl_filename_completion_function(const char *text, int state) {
     return nullptr;
 }
 
-int _rl_qsort_string_compare(char **a, char **b) { return strcoll(*a, *b); }
+int _rl_qsort_string_compare(char **a, char **b) {
+    return strcoll(*a, *b);
+}

@@ -10,12 +10,16 @@
 
 namespace {
 
-bool is_octal(char ch) { return ch >= '0' && ch <= '7'; }
+bool is_octal(char ch) {
+    return ch >= '0' && ch <= '7';
+}
 
 // What libedit escapes: everything that would break the line apart or be
 // read back as an escape. Bytes above 127 stay as they are, so UTF-8 text
 // stays readable.
-bool needs_escape(unsigned char ch) { return ch <= ' ' || ch == '\\' || ch == 127; }
+bool needs_escape(unsigned char ch) {
+    return ch <= ' ' || ch == '\\' || ch == 127;
+}
 
 int find_libedit(dl_phdr_info *info, size_t, void *) {
     return info->dlpi_name && strstr(info->dlpi_name, "libedit.so") ? 1 : 0;

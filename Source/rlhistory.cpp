@@ -80,13 +80,16 @@ void resync() {
     if (!list.attached) return;
     term_clearHistory();
     term_setHistoryLimit(list.stifled ? history_max_entries : -1);
-    for (int i = 0; i < list.count; i++) term_addHistory(list.entries[i]->line);
+    for (int i = 0; i < list.count; i++)
+        term_addHistory(list.entries[i]->line);
 }
 
 void drop_oldest(int n) {
     if (n <= 0) return;
-    for (int i = 0; i < n; i++) free_history_entry(list.entries[i]);
-    memmove(list.entries, list.entries + n, sizeof(HIST_ENTRY *) * static_cast<size_t>(list.count - n + 1));
+    for (int i = 0; i < n; i++)
+        free_history_entry(list.entries[i]);
+    memmove(list.entries, list.entries + n,
+            sizeof(HIST_ENTRY *) * static_cast<size_t>(list.count - n + 1));
     list.count -= n;
     list.pos = list.pos > n ? list.pos - n : 0;
     history_base += n;
@@ -99,10 +102,12 @@ bool push(HIST_ENTRY *e) {
         free_history_entry(e);
         return true;
     }
-    if (list.stifled && list.count >= history_max_entries) drop_oldest(list.count - history_max_entries + 1);
+    if (list.stifled && list.count >= history_max_entries)
+        drop_oldest(list.count - history_max_entries + 1);
     if (list.count + 1 >= list.cap) {
         const int cap = list.cap ? list.cap * 2 : 64;
-        auto *grown = static_cast<HIST_ENTRY **>(realloc(list.entries, sizeof(HIST_ENTRY *) * static_cast<size_t>(cap)));
+        auto *grown = static_cast<HIST_ENTRY **>(
+            realloc(list.entries, sizeof(HIST_ENTRY *) * static_cast<size_t>(cap)));
         if (!grown) {
             free_history_entry(e);
             return false;
@@ -117,7 +122,9 @@ bool push(HIST_ENTRY *e) {
     return true;
 }
 
-bool valid(int offset) { return offset >= 0 && offset < list.count; }
+bool valid(int offset) {
+    return offset >= 0 && offset < list.count;
+}
 
 // ---------------------------------------------------------------------------
 // Files
@@ -207,7 +214,6 @@ template <typename W> int replace_file(const char *path, W write) {
     return err;
 }
 
-
 // The format an existing file is in, else the one a new file gets.
 FileFormat format_of(const char *path) {
     char head[13];
@@ -216,8 +222,9 @@ FileFormat format_of(const char *path) {
     const ssize_t n = read(fd, head, sizeof head);
     close(fd);
     if (n <= 0) return qv::new_file_format();
-    return n == sizeof head && memcmp(head, "_HiStOrY_V2_\n", sizeof head) == 0 ? FileFormat::kLibedit
-                                                                                 : FileFormat::kReadline;
+    return n == sizeof head && memcmp(head, "_HiStOrY_V2_\n", sizeof head) == 0
+               ? FileFormat::kLibedit
+               : FileFormat::kReadline;
 }
 
 // Entries from..to-1 of the list, each after its time stamp when stamps
@@ -225,7 +232,8 @@ FileFormat format_of(const char *path) {
 bool write_entries(int fd, int from, int to, FileFormat format) {
     for (int i = from; i < to; i++) {
         const HIST_ENTRY *e = list.entries[i];
-        if (history_write_timestamps && e->timestamp && e->timestamp[0] && format == FileFormat::kReadline &&
+        if (history_write_timestamps && e->timestamp && e->timestamp[0] &&
+            format == FileFormat::kReadline &&
             (!write_all(fd, e->timestamp, strlen(e->timestamp)) || !write_all(fd, "\n", 1)))
             return false;
         CharPtr line(qv::encode_entry(e->line, format), &free);
@@ -245,14 +253,20 @@ void qv::rl_history_attach() {
     resync();
 }
 
-void qv::rl_history_rewind() { list.pos = list.count; }
+void qv::rl_history_rewind() {
+    list.pos = list.count;
+}
 
 // ---------------------------------------------------------------------------
 // The list
 
-void using_history(void) { list.pos = list.count; }
+void using_history(void) {
+    list.pos = list.count;
+}
 
-int history_init(void) { return 0; }
+int history_init(void) {
+    return 0;
+}
 
 void add_history(const char *line) {
     if (!line) return;
@@ -270,7 +284,8 @@ void add_history_time(const char *string) {
 }
 
 void clear_history(void) {
-    for (int i = 0; i < list.count; i++) free_history_entry(list.entries[i]);
+    for (int i = 0; i < list.count; i++)
+        free_history_entry(list.entries[i]);
     list.count = 0;
     if (list.entries) list.entries[0] = nullptr;
     list.pos = 0;
@@ -294,16 +309,22 @@ int unstifle_history(void) {
     return was ? history_max_entries : -history_max_entries;
 }
 
-int history_is_stifled(void) { return list.stifled; }
+int history_is_stifled(void) {
+    return list.stifled;
+}
 
 HIST_ENTRY *history_get(int offset) {
     const long i = static_cast<long>(offset) - history_base;
     return i >= 0 && i < list.count ? list.entries[i] : nullptr;
 }
 
-HIST_ENTRY **history_list(void) { return list.count ? list.entries : nullptr; }
+HIST_ENTRY **history_list(void) {
+    return list.count ? list.entries : nullptr;
+}
 
-int where_history(void) { return list.pos; }
+int where_history(void) {
+    return list.pos;
+}
 
 int history_set_pos(int offset) {
     if (offset < 0 || offset > list.count) return 0;
@@ -311,11 +332,17 @@ int history_set_pos(int offset) {
     return 1;
 }
 
-HIST_ENTRY *current_history(void) { return valid(list.pos) ? list.entries[list.pos] : nullptr; }
+HIST_ENTRY *current_history(void) {
+    return valid(list.pos) ? list.entries[list.pos] : nullptr;
+}
 
-HIST_ENTRY *previous_history(void) { return list.pos > 0 && list.count ? list.entries[--list.pos] : nullptr; }
+HIST_ENTRY *previous_history(void) {
+    return list.pos > 0 && list.count ? list.entries[--list.pos] : nullptr;
+}
 
-HIST_ENTRY *next_history(void) { return list.pos < list.count ? list.entries[++list.pos] : nullptr; }
+HIST_ENTRY *next_history(void) {
+    return list.pos < list.count ? list.entries[++list.pos] : nullptr;
+}
 
 namespace {
 
@@ -325,7 +352,8 @@ int search(const char *string, int direction, bool prefix) {
     int i = list.pos >= list.count ? (direction < 0 ? list.count - 1 : list.count) : list.pos;
     for (; i >= 0 && i < list.count; i += direction < 0 ? -1 : 1) {
         const char *line = list.entries[i]->line;
-        const char *hit = prefix ? (strncmp(line, string, n) == 0 ? line : nullptr) : strstr(line, string);
+        const char *hit =
+            prefix ? (strncmp(line, string, n) == 0 ? line : nullptr) : strstr(line, string);
         if (hit) {
             list.pos = i;
             return static_cast<int>(hit - line);
@@ -336,14 +364,19 @@ int search(const char *string, int direction, bool prefix) {
 
 } // namespace
 
-int history_search(const char *string, int direction) { return search(string, direction, false); }
+int history_search(const char *string, int direction) {
+    return search(string, direction, false);
+}
 
-int history_search_prefix(const char *string, int direction) { return search(string, direction, true); }
+int history_search_prefix(const char *string, int direction) {
+    return search(string, direction, true);
+}
 
 HIST_ENTRY *remove_history(int which) {
     if (!valid(which)) return nullptr;
     HIST_ENTRY *e = list.entries[which];
-    memmove(list.entries + which, list.entries + which + 1, sizeof(HIST_ENTRY *) * static_cast<size_t>(list.count - which));
+    memmove(list.entries + which, list.entries + which + 1,
+            sizeof(HIST_ENTRY *) * static_cast<size_t>(list.count - which));
     list.count--;
     if (list.pos > which) list.pos--;
     publish();
@@ -380,7 +413,8 @@ HISTORY_STATE *history_get_history_state(void) {
 
 int history_total_bytes(void) {
     long total = 0;
-    for (int i = 0; i < list.count; i++) total += static_cast<long>(strlen(list.entries[i]->line));
+    for (int i = 0; i < list.count; i++)
+        total += static_cast<long>(strlen(list.entries[i]->line));
     return total > INT_MAX ? INT_MAX : static_cast<int>(total);
 }
 
@@ -430,7 +464,9 @@ int read_history_range(const char *filename, int from, int to) {
     return err;
 }
 
-int read_history(const char *filename) { return read_history_range(filename, 0, -1); }
+int read_history(const char *filename) {
+    return read_history_range(filename, 0, -1);
+}
 
 int write_history(const char *filename) {
     CharPtr path = file_name(filename);
@@ -468,7 +504,8 @@ int history_truncate_file(const char *filename, int lines) {
     // Whole entries are kept, each with its stamp: the file is read as
     // records and the last ones written back in the same format.
     int total = 0;
-    const FileFormat format = qv::each_record(data.get(), size, history_comment_char, [&](const qv::FileRecord &) { total++; });
+    const FileFormat format = qv::each_record(data.get(), size, history_comment_char,
+                                              [&](const qv::FileRecord &) { total++; });
     if (total <= lines) return 0;
     data = slurp(path.get(), &size, &err);
     if (!data) return err;
@@ -479,10 +516,12 @@ int history_truncate_file(const char *filename, int lines) {
         bool ok = write_all(fd, header, strlen(header));
         qv::each_record(data.get(), size, history_comment_char, [&](const qv::FileRecord &r) {
             if (!ok || index++ < skip) return;
-            if (r.stamp && !(write_all(fd, r.stamp, r.stamp_len) && write_all(fd, "\n", 1))) ok = false;
+            if (r.stamp && !(write_all(fd, r.stamp, r.stamp_len) && write_all(fd, "\n", 1)))
+                ok = false;
             CharPtr line(strndup(r.line, r.len), &free);
             CharPtr encoded(line ? qv::encode_entry(line.get(), format) : nullptr, &free);
-            if (!encoded || !write_all(fd, encoded.get(), strlen(encoded.get())) || !write_all(fd, "\n", 1))
+            if (!encoded || !write_all(fd, encoded.get(), strlen(encoded.get())) ||
+                !write_all(fd, "\n", 1))
                 ok = false;
         });
         return ok;

@@ -3,6 +3,7 @@
 // preloaded in place of GNU readline.
 #include <cstdlib>
 #include <fstream>
+#include <regex>
 #include <string>
 
 #include <sys/stat.h>
@@ -86,6 +87,12 @@ TEST(ReadlineCallback, LinesComeThroughTheHandler) {
     h.keys("\x1b[");
     usleep(20 * 1000);
     s.expect("A\x7f!\r", "got[session!]");
+    // The program's own changes to the line, and keys it types.
+    s.expect("!preset abc\r", "= 0");
+    s.shows("X", "rl> abXc");
+    s.expect("\r", "got[abXc]");
+    s.expect("!stuff xy\r", "= 0");
+    s.expect("z\r", "got[xyz]");
     s.expect("\x04", "EOF");
     EXPECT_EQ(h.finish(), 0) << visible(h.output());
     EXPECT_TRUE(h.isCooked());
@@ -125,78 +132,38 @@ TEST(ReadlineHistory, FilesStifleAndRecall) {
     EXPECT_EQ(h.finish(), 0);
 }
 
-// ---------------------------------------------------------------------------
-// Unmodified programs. The library is preloaded (after the sanitizer runtime
-// when the tests run under one); a program that did not load it is skipped.
-
-std::string sanitizerRuntime() {
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        const size_t at = line.find('/');
-        if (at != std::string::npos && line.find("libasan.so") != std::string::npos) return line.substr(at);
-    }
-    return "";
-}
-
-// The programs are the build machine's: not for a build run under an
-// emulator or valgrind.
-#define SKIP_UNLESS_NATIVE(path)                                                                    \
-    if (access(path, X_OK) != 0) GTEST_SKIP() << path << " is not installed";                      \
-    if (getenv("QV_HOST_EMULATOR") && *getenv("QV_HOST_EMULATOR"))                                  \
-    GTEST_SKIP() << "the host runs under " << getenv("QV_HOST_EMULATOR")
-
-HostOptions preloaded(std::vector<std::string> program, const std::string &dir = "") {
-    HostOptions o = programOptions(std::move(program), 80);
-    if (!dir.empty()) o.cwd = dir;
-    const std::string asan = sanitizerRuntime();
-    o.env = {"LD_PRELOAD=" + (asan.empty() ? "" : asan + ":") + QV_RL_LIBRARY, "ASAN_OPTIONS=detect_leaks=0",
-             "HOME=" + o.cwd, "SQLITE_HISTORY=" + o.cwd + "/history"};
-    return o;
-}
-
-bool loaded(const PtyHost &h) {
-    return readFile("/proc/" + std::to_string(h.pid()) + "/maps").find("libquorvel-readline") !=
-           std::string::npos;
-}
-
-#define SKIP_UNLESS_PRELOADED(h)                                                                    \
-    if (!loaded(h)) GTEST_SKIP() << "the preloaded library did not load into the program"
-
-TEST(RealPrograms, Sqlite3QueriesCompletesAndKeepsItsHistory) {
-    SKIP_UNLESS_NATIVE("/usr/bin/sqlite3");
-    const std::string dir = tempDir();
-    {
-        PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
-        Session s{h};
-        h.waitOutput("sqlite> ");
-        SKIP_UNLESS_PRELOADED(h);
-        s.expect("select 6*7;\r", "42");
-        s.shows("SEL\t", "sqlite> SELECT");
-        s.expect("2*5;\r", "10");
-        s.expect(kUp + "\r", "10");
-        h.keys("\x04");
-        EXPECT_EQ(h.finish(), 0) << visible(h.output());
-    }
-    EXPECT_EQ(readFile(dir + "/history"), "select 6*7;\nSELECT 2*5;\nSELECT 2*5;\n");
-    PtyHost h({}, preloaded({"/usr/bin/sqlite3"}, dir));
+// Positions from history_base, entries taken out and replaced, time stamps,
+// and libedit's file format kept as found.
+TEST(ReadlineHistory, EntriesStampsAndBothFileFormats) {
+    HostOptions o = programOptions({QV_RL_HOST_SHARED});
+    const std::string dir = o.cwd;
+    PtyHost h({}, o);
     Session s{h};
-    h.waitOutput("sqlite> ");
-    s.expect(kUp + kUp + kUp + "\r", "42");
-    h.keys("\x04");
+    s.expect("!stamps\r", "= 0");
+    for (const char *line : {"a", "b", "c"}) s.expect(std::string(line) + "\r", "got[");
+    s.expect("!stifle 2\r", "= 1");
+    s.expect("!get 2\r", "entry[b]\r\n= 2");
+    s.expect("!get 1\r", "entry[(none)]");
+    s.expect("!unstifle\r", "= 2");
+    s.expect("!replace 0 B\r", "old[b]\r\n= 2");
+    s.expect(kUp + kUp + "\r", "got[B]");
+    s.expect("!remove 1\r", "old[c]\r\n= 2");
+    s.expect("!where\r", "= 2");
+    s.expect("!write h\r", "= 0");
+    const std::string stamped = readFile(dir + "/h");
+    EXPECT_TRUE(std::regex_match(stamped, std::regex("#[0-9]+\nB\n#[0-9]+\nB\n"))) << stamped;
+    s.expect("!clear\r", "= 0");
+    s.expect("!read h\r", "= 0");
+    s.expect("!length\r", "= 2");
+    s.expect("!get 1\r", "entry[B]");
+
+    std::ofstream(dir + "/le") << "_HiStOrY_V2_\nprint\\0401+1\nsay\\040h\\303\\251\\134\n";
+    s.expect("!read le\r", "= 0");
+    s.expect(kUp + "\r", "got[say h\xc3\xa9\\]");
+    s.expect("!write le\r", "= 0");
+    EXPECT_EQ(readFile(dir + "/le"), "_HiStOrY_V2_\nB\nB\nprint\\0401+1\nsay\\040h\xc3\xa9\\134\nsay\\040h\xc3\xa9\\134\n");
+    s.expect("\x04", "EOF");
     EXPECT_EQ(h.finish(), 0);
-}
-
-TEST(RealPrograms, BcCalculatesAndRecalls) {
-    SKIP_UNLESS_NATIVE("/usr/bin/bc");
-    PtyHost h({}, preloaded({"/usr/bin/bc", "-q"}));
-    Session s{h};
-    h.keys("");
-    SKIP_UNLESS_PRELOADED(h);
-    s.expect("6*7\r", "42");
-    s.expect("2^10\r", "1024");
-    s.expect(kUp + kUp + "\r", "42");
-    h.keys("\x04");
-    EXPECT_EQ(h.finish(), 0) << visible(h.output());
 }
 
 } // namespace

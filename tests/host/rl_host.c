@@ -4,11 +4,19 @@
  * until the end of input and answers on the terminal:
  *
  *   !stifle N  !unstifle  !clear  !read F  !write F  !append N F  !trunc F N
+ *   !where  !setpos N  !length  !stamps (time stamps on, with '#')
  *              the history call; prints "= <answer>"
+ *   !get N     prints "entry[<line>]" for history_get(N); answers history_base
+ *   !remove N  !replace N TEXT
+ *              prints "old[<line>]" for the entry taken out; answers
+ *              history_length
  *   anything else  prints "got[<line>]" and adds the line to the history
  *
  * With QV_RL_CALLBACK set it reads through the callback interface instead,
- * in a select loop on standard input, as Python and gdb do.
+ * in a select loop on standard input, as Python and gdb do. There
+ *   !preset TEXT  puts TEXT in the next line from rl_pre_input_hook, with
+ *                 rl_insert_text, the cursor before its last byte
+ *   !stuff TEXT   types TEXT into the next line with rl_stuff_char
  *
  * Tab completes the word before the cursor from a fixed list; a word starting
  * with "./" falls back to file names. Each completion call writes
@@ -50,8 +58,22 @@ static char **complete(const char *text, int start, int end) {
     return rl_completion_matches(text, word_generator);
 }
 
+static char preset[64], stuffed[64];
+
+static int pre_input(void) {
+    if (preset[0]) {
+        rl_insert_text(preset);
+        rl_point = rl_end - 1;
+        rl_redisplay();
+    }
+    for (const char *p = stuffed; *p; p++) rl_stuff_char((unsigned char)*p);
+    preset[0] = stuffed[0] = 0;
+    return 0;
+}
+
 static int command(const char *line) {
     char file[256];
+    if (sscanf(line, "!preset %63s", preset) == 1 || sscanf(line, "!stuff %63s", stuffed) == 1) return 0;
     int n = 0;
     if (sscanf(line, "!stifle %d", &n) == 1) {
         stifle_history(n);
@@ -66,6 +88,26 @@ static int command(const char *line) {
     if (sscanf(line, "!write %255s", file) == 1) return write_history(file);
     if (sscanf(line, "!append %d %255s", &n, file) == 2) return append_history(n, file);
     if (sscanf(line, "!trunc %255s %d", file, &n) == 2) return history_truncate_file(file, n);
+    if (strcmp(line, "!where") == 0) return where_history();
+    if (sscanf(line, "!setpos %d", &n) == 1) return history_set_pos(n);
+    if (strcmp(line, "!length") == 0) return history_length;
+    if (strcmp(line, "!stamps") == 0) {
+        history_comment_char = '#';
+        history_write_timestamps = 1;
+        return 0;
+    }
+    if (sscanf(line, "!get %d", &n) == 1) {
+        HIST_ENTRY *e = history_get(n);
+        printf("entry[%s]\n", e ? e->line : "(none)");
+        return history_base;
+    }
+    int at = 0;
+    if (sscanf(line, "!remove %d", &n) == 1 || sscanf(line, "!replace %d %n", &n, &at) == 1) {
+        HIST_ENTRY *old = at ? replace_history_entry(n, line + at, NULL) : remove_history(n);
+        printf("old[%s]\n", old ? old->line : "(none)");
+        free_history_entry(old);
+        return history_length;
+    }
     return -1000;
 }
 
@@ -97,6 +139,7 @@ int main(void) {
     rl_initialize();
     using_history();
     if (getenv("QV_RL_CALLBACK")) {
+        rl_pre_input_hook = pre_input;
         rl_callback_handler_install("rl> ", on_line);
         while (running) {
             fd_set in;
