@@ -13,6 +13,7 @@ std::atomic<int> hints{0};
 std::atomic<int> utf8_input{1};
 std::atomic<int> auto_history{1};
 std::atomic<int> log_to_terminal{0};
+std::atomic<int> signal_keys{0};
 
 std::atomic<int> *slot(int id) {
     switch (id) {
@@ -21,6 +22,7 @@ std::atomic<int> *slot(int id) {
     case TERM_OPTION_UTF8_INPUT: return &utf8_input;
     case TERM_OPTION_AUTO_HISTORY: return &auto_history;
     case TERM_OPTION_LOG_TO_TERMINAL: return &log_to_terminal;
+    case TERM_OPTION_SIGNAL_KEYS: return &signal_keys;
     default: return nullptr;
     }
 }

@@ -58,9 +58,14 @@ using CharPtr = std::unique_ptr<char, decltype(&free)>;
 
 bool started = false;
 
-FILE *in_stream() {
-    return rl_instream ? rl_instream : stdin;
+// As readline does on its first use: the program may write to rl_outstream
+// from its hooks, so the streams are never left NULL.
+void default_streams() {
+    if (!rl_instream) rl_instream = stdin;
+    if (!rl_outstream) rl_outstream = stdout;
 }
+
+FILE *in_stream() { return rl_instream ? rl_instream : stdin; }
 FILE *out_stream() {
     return rl_outstream ? rl_outstream : stdout;
 }
@@ -247,11 +252,13 @@ void qv::rl_publish_edit() {
 }
 
 int rl_initialize(void) {
+    default_streams();
     if (editable_streams()) qv::rl_start_editor();
     return 0;
 }
 
 char *readline(const char *prompt) {
+    default_streams();
     CharPtr visible = visible_prompt(prompt);
     if (!visible) return nullptr;
     set_prompt_variable(prompt);
@@ -262,6 +269,7 @@ char *readline(const char *prompt) {
     }
     for (;;) {
         line_starts();
+        term_setOption(TERM_OPTION_SIGNAL_KEYS, 0);
         char *line = term_getRawLineUtf8(0, visible.get());
         const int status = term_getStatus();
         // The program's SIGINT disposition has had the signal; readline
@@ -291,6 +299,9 @@ unsigned installs = 0; // a handler that installs again has started its line
 // The next line's edit: its prompt drawn, the terminal raw until it ends.
 void begin_callback_line() {
     line_starts();
+    // As readline leaves them: Ctrl-C reaches the program as SIGINT while it
+    // waits in its own loop, where its handler can see it at once.
+    term_setOption(TERM_OPTION_SIGNAL_KEYS, 1);
     callback_editing = editable_streams() && qv::rl_start_editor() &&
                        term_editStart(TERM_EDIT_RAW | TERM_EDIT_UTF8, 0, callback_prompt) != 0;
     if (!callback_editing) {
@@ -320,6 +331,7 @@ void deliver(char *line) {
 } // namespace
 
 void rl_callback_handler_install(const char *prompt, rl_vcpfunc_t *handler) {
+    default_streams();
     if (callback_editing) term_editLeave();
     callback_editing = false;
     free(callback_prompt);

@@ -8,6 +8,7 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <termios.h>
 
 #include "quorvel/readline.h"
 #include "rlcompat.h"
@@ -105,7 +106,42 @@ void show_through_hook(char **matches) {
         const int len = static_cast<int>(strlen(*m));
         if (len > longest) longest = len;
     }
+    // The hook writes lines as for a cooked terminal, ending them with a
+    // bare line feed: output processing is on while it runs.
+    FILE *out = rl_outstream ? rl_outstream : stdout;
+    fflush(out);
+    struct termios before;
+    const bool raw = tcgetattr(fileno(out), &before) == 0 && !(before.c_oflag & OPOST);
+    if (raw) {
+        struct termios cooked = before;
+        cooked.c_oflag |= OPOST | ONLCR;
+        tcsetattr(fileno(out), TCSADRAIN, &cooked);
+    }
     rl_completion_display_matches_hook(matches, n, longest);
+    fflush(out);
+    if (raw) tcsetattr(fileno(out), TCSADRAIN, &before);
+}
+
+// As readline treats matches before it shows or offers them: sorted, and
+// each only once.
+void tidy(char **matches) {
+    size_t n = 0;
+    while (matches[n + 1]) n++;
+    if (n < 2) return;
+    if (rl_sort_completion_matches)
+        qsort(matches + 1, n, sizeof(char *), [](const void *a, const void *b) {
+            return strcmp(*static_cast<char *const *>(a), *static_cast<char *const *>(b));
+        });
+    if (!rl_ignore_completion_duplicates) return;
+    size_t w = 1;
+    for (size_t r = 1; r <= n; r++) {
+        if (w > 1 && strcmp(matches[w - 1], matches[r]) == 0) {
+            free(matches[r]);
+            continue;
+        }
+        matches[w++] = matches[r];
+    }
+    matches[w] = nullptr;
 }
 
 // One match, closed with the append character, or a slash when it names a
@@ -147,6 +183,7 @@ void qv::rl_complete_line(const char *text, int cursor, term_completions *out, v
                                                         ? rl_completion_entry_function
                                                         : rl_filename_completion_function);
     if (!matches) return;
+    if (matches[0]) tidy(matches);
     if (matches[0] && !matches[1]) {
         add_single(out, start, matches[0]);
     } else if (matches[0] && rl_completion_display_matches_hook) {

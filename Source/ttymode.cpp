@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include "console.h"
+#include "options.h"
 
 int console_get_mode(console *, struct termios *t) {
     if (!t) return 1;
@@ -40,7 +41,8 @@ void console_set_raw_mode(console *, const struct termios *t) {
     raw.c_oflag &= ~static_cast<tcflag_t>(OPOST);
     raw.c_cflag &= ~static_cast<tcflag_t>(CSIZE | PARENB);
     raw.c_cflag |= CS8 | CLOCAL;
-    raw.c_lflag &= ~static_cast<tcflag_t>(ISIG | ICANON | ECHO | IEXTEN);
+    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
+    if (!qv::option(TERM_OPTION_SIGNAL_KEYS)) raw.c_lflag &= ~static_cast<tcflag_t>(ISIG);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
     tcsetattr(fileno(stdin), TCSADRAIN, &raw);

@@ -153,6 +153,13 @@ QV_API int term_addCompletion(term_completions *out, int start, const char *repl
    is also printed with term_print(), as the appender's name, ": " and the
    text. */
 #define TERM_OPTION_LOG_TO_TERMINAL 5
+/* default 0. 1: Ctrl-C, Ctrl-\ and Ctrl-Z stay the terminal's during a read,
+   as in a cooked terminal: it sends SIGINT, SIGQUIT and SIGTSTP to the
+   process group and the editor never sees those keys. The host's handlers
+   decide what follows; a read goes on after them unless one ends it
+   (term_wake(), or term_editLeave() between feeds). Taken at the start of
+   each read. */
+#define TERM_OPTION_SIGNAL_KEYS 6
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */

@@ -93,6 +93,9 @@ TEST(ReadlineCallback, LinesComeThroughTheHandler) {
     s.expect("\r", "got[abXc]");
     s.expect("!stuff xy\r", "= 0");
     s.expect("z\r", "got[xyz]");
+    s.shows("lost", "rl> lost");
+    s.expect("\x03", "interrupted");
+    s.expect("kept\r", "got[kept]");
     s.expect("\x04", "EOF");
     EXPECT_EQ(h.finish(), 0) << visible(h.output());
     EXPECT_TRUE(h.isCooked());

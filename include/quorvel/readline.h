@@ -112,7 +112,8 @@ QV_RL_API extern const char *rl_terminal_name;
 QV_RL_API extern const char *rl_library_version; /* "8.2": the interface this follows */
 QV_RL_API extern int rl_readline_version;        /* 0x0802 */
 QV_RL_API extern int rl_gnu_readline_p;
-/* NULL: standard input and standard output. */
+/* Standard input and standard output when NULL at rl_initialize(), the
+   first readline() or the first rl_callback_handler_install(). */
 QV_RL_API extern FILE *rl_instream;
 QV_RL_API extern FILE *rl_outstream;
 

@@ -17,12 +17,16 @@
  *   !preset TEXT  puts TEXT in the next line from rl_pre_input_hook, with
  *                 rl_insert_text, the cursor before its last byte
  *   !stuff TEXT   types TEXT into the next line with rl_stuff_char
+ * and Ctrl-C, seen by a SIGINT handler as the select is interrupted, as
+ * Python sees it, drops the line, prints "interrupted" and starts another.
  *
  * Tab completes the word before the cursor from a fixed list; a word starting
  * with "./" falls back to file names. Each completion call writes
  * "WORD <text> <start> <end> <rl_point> <rl_end> <rl_line_buffer>" to the
  * file named by QV_SIDE.
  */
+#define _POSIX_C_SOURCE 200809L
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -121,6 +125,12 @@ static void answer(const char *line) {
 }
 
 static int running = 1;
+static volatile sig_atomic_t interrupted;
+
+static void on_sigint(int sig) {
+    (void)sig;
+    interrupted = 1;
+}
 
 static void on_line(char *line) {
     if (!line) {
@@ -139,13 +149,24 @@ int main(void) {
     rl_initialize();
     using_history();
     if (getenv("QV_RL_CALLBACK")) {
+        struct sigaction sa;
+        memset(&sa, 0, sizeof sa);
+        sa.sa_handler = on_sigint;
+        sigaction(SIGINT, &sa, NULL);
         rl_pre_input_hook = pre_input;
         rl_callback_handler_install("rl> ", on_line);
         while (running) {
             fd_set in;
             FD_ZERO(&in);
             FD_SET(STDIN_FILENO, &in);
-            if (select(STDIN_FILENO + 1, &in, NULL, NULL, NULL) > 0) rl_callback_read_char();
+            const int ready = select(STDIN_FILENO + 1, &in, NULL, NULL, NULL);
+            if (ready > 0) rl_callback_read_char();
+            if (ready < 0 && interrupted) {
+                interrupted = 0;
+                rl_callback_handler_remove();
+                printf("\ninterrupted\n");
+                rl_callback_handler_install("rl> ", on_line);
+            }
         }
     } else {
         while ((line = readline("rl> ")) != NULL) {
