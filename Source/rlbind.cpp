@@ -110,6 +110,58 @@ char *trim(char *s) {
 
 } // namespace
 
+namespace {
+
+// The commands this library does itself: a key bound to one of them stays
+// the editor's.
+bool is_ours(rl_command_func_t *f) {
+    return f == rl_insert || f == rl_tab_insert || f == rl_complete || f == rl_newline ||
+           f == rl_abort || f == rl_get_previous_history || f == rl_get_next_history;
+}
+
+} // namespace
+
+rl_command_func_t *qv::rl_program_binding(unsigned char key) {
+    const KEYMAP_ENTRY &e = current_map[key];
+    return e.type == ISFUNC && e.function && !is_ours(e.function) ? e.function : nullptr;
+}
+
+bool qv::rl_has_program_bindings() {
+    for (int key = 0; key < 256; key++)
+        if (rl_program_binding(static_cast<unsigned char>(key))) return true;
+    return false;
+}
+
+// An escape sequence is ESC, then '[' or 'O' and parameters up to a final
+// byte, or ESC and one more byte; a paste runs from ESC [ 200 ~ to
+// ESC [ 201 ~.
+bool qv::KeyBytes::alone(unsigned char byte) {
+    switch (state_) {
+    case kEscape:
+        state_ = byte == '[' || byte == 'O' ? kSequence : kText;
+        nparams_ = 0;
+        return false;
+    case kSequence:
+        if (byte >= 0x40 && byte <= 0x7e) {
+            state_ = kText;
+            if (byte == '~' && nparams_ == 3 && params_[0] == '2' && params_[1] == '0') {
+                if (params_[2] == '0') paste_ = true;
+                if (params_[2] == '1') paste_ = false;
+            }
+        } else if (nparams_ < static_cast<int>(sizeof params_)) {
+            params_[nparams_++] = static_cast<char>(byte);
+        }
+        return false;
+    case kText:
+        if (byte == 0x1b) {
+            state_ = kEscape;
+            return false;
+        }
+        return !paste_;
+    }
+    return false;
+}
+
 bool qv::rl_tab_completes() {
     return tab_completes;
 }
@@ -335,6 +387,7 @@ int rl_complete(int, int) {
 
 int rl_newline(int, int) {
     rl_done = 1;
+    qv::rl_ask_newline();
     return 0;
 }
 

@@ -65,7 +65,9 @@ void default_streams() {
     if (!rl_outstream) rl_outstream = stdout;
 }
 
-FILE *in_stream() { return rl_instream ? rl_instream : stdin; }
+FILE *in_stream() {
+    return rl_instream ? rl_instream : stdin;
+}
 FILE *out_stream() {
     return rl_outstream ? rl_outstream : stdout;
 }
@@ -245,6 +247,18 @@ void qv::rl_publish_line(const char *text, int cursor) {
     publish(text, cursor);
 }
 
+void qv::rl_take_program_changes() {
+    take_program_changes();
+}
+
+void qv::rl_set_prompt_variable(const char *prompt) {
+    set_prompt_variable(prompt);
+}
+
+char *qv::rl_visible_prompt(const char *prompt) {
+    return visible_prompt(prompt).release();
+}
+
 void qv::rl_publish_edit() {
     int cursor = 0;
     CharPtr line(term_editLine(&cursor), &free);
@@ -344,6 +358,100 @@ void rl_callback_handler_install(const char *prompt, rl_vcpfunc_t *handler) {
     if (callback_prompt) begin_callback_line();
 }
 
+namespace {
+
+// Bytes for the editor that wait for the next line: read along with a key
+// that ended a line, or stuffed by the program.
+unsigned char waiting[1024];
+size_t waiting_len = 0;
+qv::KeyBytes key_bytes;
+
+void keep_waiting(const unsigned char *bytes, size_t n) {
+    if (n > sizeof waiting - waiting_len) n = sizeof waiting - waiting_len;
+    memcpy(waiting + waiting_len, bytes, n);
+    waiting_len += n;
+}
+
+// Feeds the editor what it has; true when that ended the line.
+bool feed_editor() {
+    char *line = nullptr;
+    if (term_editFeed(&line) != 1) {
+        qv::rl_publish_edit();
+        return false;
+    }
+    callback_editing = false;
+    const int status = term_getStatus();
+    // As readline() does: after an interrupt the program is asked again.
+    if (status == ST_INTERRUPTED) {
+        free(line);
+        begin_callback_line();
+        return false;
+    }
+    deliver(as_readline_result(line, status));
+    return true;
+}
+
+// A key the program bound runs its function on the line as it stands; a
+// function that sets rl_done completes the line where it is, as readline
+// would, without the editor's own Return.
+bool newline_asked = false;
+
+bool run_binding(rl_command_func_t *function, int key) {
+    qv::rl_publish_edit();
+    rl_done = 0;
+    newline_asked = false;
+    function(1, key);
+    if (!callback_editing) return true; // it removed the handler
+    take_program_changes();
+    if (!rl_done) {
+        term_editRedraw(0);
+        return false;
+    }
+    char *line = term_editLine(nullptr);
+    if (newline_asked)
+        term_editStop();
+    else
+        term_editLeave();
+    callback_editing = false;
+    deliver(line ? line : strdup(""));
+    return true;
+}
+
+// What is ready, the program's keys among it: the bytes before such a key
+// go to the editor first, the key to the program's function.
+void route_input() {
+    unsigned char buf[sizeof waiting + 512];
+    size_t n = waiting_len;
+    memcpy(buf, waiting, n);
+    waiting_len = 0;
+    int ready = 0;
+    if (ioctl(fileno(in_stream()), FIONREAD, &ready) == 0 && ready > 0) {
+        const ssize_t r = read(fileno(in_stream()), buf + n, sizeof buf - n);
+        if (r > 0) n += static_cast<size_t>(r);
+    }
+    size_t from = 0;
+    for (size_t i = 0; i < n; i++) {
+        rl_command_func_t *function =
+            key_bytes.alone(buf[i]) ? qv::rl_program_binding(buf[i]) : nullptr;
+        if (!function) continue;
+        term_editPush(reinterpret_cast<const char *>(buf + from), static_cast<int>(i - from));
+        const bool ended = (i > from && feed_editor()) || run_binding(function, buf[i]);
+        from = i + 1;
+        if (ended) {
+            keep_waiting(buf + i + 1, n - i - 1);
+            return;
+        }
+    }
+    term_editPush(reinterpret_cast<const char *>(buf + from), static_cast<int>(n - from));
+    feed_editor();
+}
+
+} // namespace
+
+void qv::rl_ask_newline() {
+    newline_asked = true;
+}
+
 void rl_callback_read_char(void) {
     if (!line_handler) return;
     if (!callback_editing) {
@@ -352,20 +460,10 @@ void rl_callback_read_char(void) {
         return;
     }
     take_program_changes();
-    char *line = nullptr;
-    if (term_editFeed(&line) != 1) {
-        qv::rl_publish_edit();
-        return;
-    }
-    callback_editing = false;
-    const int status = term_getStatus();
-    // As readline() does: after an interrupt the program is asked again.
-    if (status == ST_INTERRUPTED) {
-        free(line);
-        begin_callback_line();
-        return;
-    }
-    deliver(as_readline_result(line, status));
+    if (qv::rl_has_program_bindings())
+        route_input();
+    else
+        feed_editor();
 }
 
 void rl_callback_handler_remove(void) {
@@ -424,123 +522,13 @@ void rl_replace_line(const char *text, int) {
 }
 
 int rl_stuff_char(int c) {
-    const char byte = static_cast<char>(c);
-    return c >= 0 && c <= 255 && term_editPush(&byte, 1) == 1 ? 1 : 0;
-}
-
-// ---------------------------------------------------------------------------
-// The screen
-
-namespace {
-bool fresh_row = false; // the program left the cursor on a new, empty row
-} // namespace
-
-void rl_redisplay(void) {
-    take_program_changes();
-    term_editRedraw(fresh_row ? 1 : 0);
-    fresh_row = false;
-}
-
-int rl_forced_update_display(void) {
-    take_program_changes();
-    if (!fresh_row) _rl_erase_entire_line();
-    term_editRedraw(1);
-    fresh_row = false;
-    return 0;
-}
-
-int rl_on_new_line(void) {
-    fresh_row = true;
-    return 0;
-}
-
-int rl_on_new_line_with_prompt(void) {
-    return rl_on_new_line();
-}
-
-// Blanks over the cursor's row, the cursor left at its start: no escape
-// sequence, so any terminal does it.
-void _rl_erase_entire_line(void) {
-    int rows = 0, cols = 0;
-    rl_get_screen_size(&rows, &cols);
-    FILE *out = out_stream();
-    fputc('\r', out);
-    for (int i = 0; i + 1 < cols; i++)
-        fputc(' ', out);
-    fputc('\r', out);
-    fflush(out);
-}
-
-int rl_crlf(void) {
-    fputc('\n', out_stream());
-    return 0;
-}
-
-int rl_ding(void) {
-    fputc('\a', out_stream());
-    fflush(out_stream());
-    return 0;
-}
-
-namespace {
-char *saved_prompt = nullptr;
-} // namespace
-
-int rl_set_prompt(const char *prompt) {
-    set_prompt_variable(prompt);
-    return 0;
-}
-
-int rl_expand_prompt(char *prompt) {
-    CharPtr visible = visible_prompt(prompt);
-    return visible ? static_cast<int>(strlen(visible.get())) : 0;
-}
-
-void rl_save_prompt(void) {
-    free(saved_prompt);
-    saved_prompt = rl_prompt ? strdup(rl_prompt) : nullptr;
-}
-
-void rl_restore_prompt(void) {
-    if (saved_prompt) set_prompt_variable(saved_prompt);
-    free(saved_prompt);
-    saved_prompt = nullptr;
-}
-
-int rl_message(const char *, ...) {
-    return 0;
-}
-int rl_clear_message(void) {
-    return 0;
-}
-
-int rl_getc(FILE *in) {
-    unsigned char byte = 0;
-    for (;;) {
-        const ssize_t n = read(fileno(in ? in : stdin), &byte, 1);
-        if (n == 1) return byte;
-        if (n == 0 || errno != EINTR) return EOF;
+    if (c < 0 || c > 255) return 0;
+    const unsigned char byte = static_cast<unsigned char>(c);
+    // Where the program binds keys, a stuffed key may be one of them.
+    if (qv::rl_has_program_bindings()) {
+        const size_t before = waiting_len;
+        keep_waiting(&byte, 1);
+        return waiting_len > before ? 1 : 0;
     }
-}
-
-int rl_read_key(void) {
-    return rl_getc(in_stream());
-}
-
-// ---------------------------------------------------------------------------
-// The terminal
-
-void rl_prep_terminal(int) {}
-void rl_deprep_terminal(void) {}
-int rl_reset_terminal(const char *) {
-    return 0;
-}
-void rl_resize_terminal(void) {}
-void rl_set_screen_size(int, int) {}
-
-void rl_get_screen_size(int *rows, int *cols) {
-    struct winsize ws {};
-    const bool known = ioctl(fileno(out_stream()), TIOCGWINSZ, &ws) == 0 && ws.ws_col > 0;
-    if (rows) *rows = known && ws.ws_row ? ws.ws_row : 24;
-    if (cols) *cols = known ? ws.ws_col : 80;
+    return term_editPush(reinterpret_cast<const char *>(&byte), 1) == 1 ? 1 : 0;
 }

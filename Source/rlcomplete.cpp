@@ -126,7 +126,8 @@ void show_through_hook(char **matches) {
 // each only once.
 void tidy(char **matches) {
     size_t n = 0;
-    while (matches[n + 1]) n++;
+    while (matches[n + 1])
+        n++;
     if (n < 2) return;
     if (rl_sort_completion_matches)
         qsort(matches + 1, n, sizeof(char *), [](const void *a, const void *b) {

@@ -324,15 +324,21 @@ int term_editSetLine(const char *text, int cursor) {
     if (!c->editor.buffer) return 0;
     const size_t len = strlen(text);
     const size_t at = cursor < 0 ? 0 : static_cast<size_t>(cursor) < len ? static_cast<size_t>(cursor) : len;
+    if (len == 0) {
+        buffer_clear(c);
+        return c->editor.buffer ? 1 : 0;
+    }
     int n = 0, before = 0;
     std::unique_ptr<wchar_t, decltype(&free)> wide(cp2wchar(c, text, &n), &free);
-    std::unique_ptr<char, decltype(&free)> head(strndup(text, at), &free);
-    if (!wide || !head) return 0;
-    // A cut inside a character counts it out: the prefix decodes to one
-    // character fewer, or to a replacement that is not in the text.
-    std::unique_ptr<wchar_t, decltype(&free)> prefix(cp2wchar(c, head.get(), &before), &free);
-    if (!prefix) return 0;
-    if (before > 0 && before <= n && prefix.get()[before - 1] != wide.get()[before - 1]) before--;
+    if (!wide) return 0;
+    if (at > 0) {
+        // A cut inside a character counts it out: the prefix decodes to one
+        // character fewer, or to a replacement that is not in the text.
+        std::unique_ptr<char, decltype(&free)> head(strndup(text, at), &free);
+        std::unique_ptr<wchar_t, decltype(&free)> prefix(head ? cp2wchar(c, head.get(), &before) : nullptr, &free);
+        if (!prefix) return 0;
+        if (before > 0 && before <= n && prefix.get()[before - 1] != wide.get()[before - 1]) before--;
+    }
     buffer_replace(c, wide.get(), static_cast<uint32_t>(n));
     if (!c->editor.buffer) return 0;
     c->editor.cursor = c->editor.buffer + (before < n ? before : n);

@@ -89,8 +89,8 @@ TEST(ReadlineCallback, LinesComeThroughTheHandler) {
     s.expect("A\x7f!\r", "got[session!]");
     // The program's own changes to the line, and keys it types.
     s.expect("!preset abc\r", "= 0");
-    s.shows("X", "rl> abXc");
-    s.expect("\r", "got[abXc]");
+    s.shows("X", "rl> Xabc");
+    s.expect("\r", "got[Xabc]");
     s.expect("!stuff xy\r", "= 0");
     s.expect("z\r", "got[xyz]");
     s.shows("lost", "rl> lost");

@@ -15,7 +15,8 @@
  * With QV_RL_CALLBACK set it reads through the callback interface instead,
  * in a select loop on standard input, as Python and gdb do. There
  *   !preset TEXT  puts TEXT in the next line from rl_pre_input_hook, with
- *                 rl_insert_text, the cursor before its last byte
+ *                 rl_insert_text over text it deleted, the cursor at the
+ *                 start
  *   !stuff TEXT   types TEXT into the next line with rl_stuff_char
  * and Ctrl-C, seen by a SIGINT handler as the select is interrupted, as
  * Python sees it, drops the line, prints "interrupted" and starts another.
@@ -66,8 +67,10 @@ static char preset[64], stuffed[64];
 
 static int pre_input(void) {
     if (preset[0]) {
+        rl_insert_text("junk");
+        rl_delete_text(0, rl_end);
         rl_insert_text(preset);
-        rl_point = rl_end - 1;
+        rl_point = 0;
         rl_redisplay();
     }
     for (const char *p = stuffed; *p; p++) rl_stuff_char((unsigned char)*p);
