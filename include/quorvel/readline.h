@@ -12,9 +12,12 @@
  *
  * Differences from GNU readline, on purpose:
  * - Keys are Quorvel's; an init file's settings and bindings are kept for
- *   the program to read back, but only Tab's binding changes what a key
- *   does, and bound functions are not called. rl_readline_name is kept but
- *   not used.
+ *   the program to read back. Tab's binding, and in the callback interface
+ *   control keys bound to the program's own functions, are the exceptions
+ *   (see Keys below). rl_readline_name is kept but not used.
+ * - In the callback interface Ctrl-C, Ctrl-\ and Ctrl-Z are the terminal's,
+ *   as with readline: the program's handlers get the signals while it
+ *   waits. readline() keeps the behaviour below.
  * - Ctrl-C abandons the line being typed: the program's SIGINT disposition
  *   takes the signal, and when the program goes on, readline() starts a fresh
  *   line instead of returning.
@@ -242,11 +245,15 @@ QV_RL_API char *rl_filename_completion_function(const char *text, int state);
 QV_RL_API int _rl_qsort_string_compare(char **a, char **b);
 
 /* ---------------------------------------------------------------------------
-   Keys. Keys are Quorvel's: bindings are recorded in the keymaps, where the
-   program can read them back, but the editor does not call the functions.
-   The one binding that takes effect is Tab's: bound to rl_insert or
-   rl_tab_insert (or "tab-insert", "self-insert") it inserts a tab, bound
-   to rl_complete ("complete", "menu-complete") it completes. */
+   Keys. Keys are Quorvel's, with two exceptions. Tab's binding takes effect:
+   bound to rl_insert or rl_tab_insert (or "tab-insert", "self-insert") Tab
+   inserts a tab, bound to rl_complete ("complete", "menu-complete") it
+   completes. And in the callback interface a single key byte (a control
+   key, not part of an escape sequence or a paste) that the current keymap
+   binds to one of the program's own functions runs that function, with
+   rl_line_buffer and rl_point up to date; a function that sets rl_done
+   completes the line where it stands, and one that calls rl_newline as
+   Return would. Other bindings are recorded for the program to read back. */
 typedef struct _keymap_entry {
     char type;
     rl_command_func_t *function;
