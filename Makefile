@@ -26,7 +26,7 @@ test: setup test-tsan
 	cd $(TESTDIR) && ctest --output-on-failure -j $(JOBS)
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
 	cmake --build $(BUILD) -j $(JOBS) --target quorvel_readline
-	./scripts/rl_programs.py --library $(BUILD)/libquorvel-readline.so --uninstrumented
+	./scripts/rl_programs.py --library $(BUILD)/libquorvel-readline.so --uninstrumented || [ $$? -eq 77 ]
 
 test-tsan: setup
 	cmake -S . -B $(TSANDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_TSAN=ON -DQUORVEL_TESTS=ON
