@@ -297,14 +297,22 @@ int term_editFeed(char **line) {
     return 1;
 }
 
-void term_editStop(void) {
+namespace {
+
+// Ends the edit under way from outside, its line dropped: status says how
+// the screen is left (ST_WOKEN: the row below; ST_STOPPED: as it is).
+void end_edit(int status) {
     console *c = the_console();
     if (!edit_encoding) return;
-    c->status = ST_WOKEN;
+    c->status = status;
     qv::edit_end(c);
     free(finish_line(c, edit_encoding));
     edit_encoding = nullptr;
 }
+
+} // namespace
+
+void term_editStop(void) { end_edit(ST_WOKEN); }
 
 char *term_editLine(int *cursor) {
     if (cursor) *cursor = 0;
@@ -349,14 +357,7 @@ void term_editRedraw(int fresh) {
     if (edit_encoding) qv::edit_redraw(the_console(), fresh != 0);
 }
 
-void term_editLeave(void) {
-    console *c = the_console();
-    if (!edit_encoding) return;
-    c->status = ST_STOPPED;
-    qv::edit_end(c);
-    free(finish_line(c, edit_encoding));
-    edit_encoding = nullptr;
-}
+void term_editLeave(void) { end_edit(ST_STOPPED); }
 
 int term_editPush(const char *bytes, int n) {
     if (!edit_encoding || !bytes || n <= 0) return 0;
