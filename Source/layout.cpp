@@ -59,18 +59,18 @@ void put_unit(wchar_t mask, const wchar_t *s, int o, int e, bool in_prompt, term
               int &col, int cols) {
     const wchar_t ch = s[o];
     if (mask) {
-        cells[col++] = termchar{mask, 0};
+        cells[col++] = termchar{mask, 0, 0};
     } else if (is_control(ch)) {
-        cells[col++] = termchar{L'^', 0};
-        if (col < cols) cells[col++] = termchar{static_cast<wchar_t>(ch ^ 0x40), 0};
+        cells[col++] = termchar{L'^', 0, 0};
+        if (col < cols) cells[col++] = termchar{static_cast<wchar_t>(ch ^ 0x40), 0, 0};
     } else {
         uint32_t attr = 0;
         // Marks (or a lone mark) are fetched from the text when drawn.
         const bool lone_mark = display_width(ch) == 0;
         if ((e > o + 1 || lone_mark) && static_cast<uint32_t>(o) <= ATTR_OFFSET_MASK)
             attr = ATTR_CLUSTER | (in_prompt ? ATTR_IN_PROMPT : 0u) | static_cast<uint32_t>(o);
-        cells[col++] = termchar{ch, attr};
-        if (lead_cells(0, ch) == 2 && col < cols) cells[col++] = termchar{0, ATTR_WIDE_TAIL};
+        cells[col++] = termchar{ch, attr, 0};
+        if (lead_cells(0, ch) == 2 && col < cols) cells[col++] = termchar{0, ATTR_WIDE_TAIL, 0};
     }
 }
 
@@ -83,7 +83,10 @@ int put_prompt(const LayoutText &t, termchar *cells, int limit) {
     for (int o = 0; o < n;) {
         const int e = unit_end(0, p, o, n);
         if (col + lead_cells(0, p[o]) > limit) break;
+        const int from = col;
         put_unit(0, p, o, e, true, cells, col, limit);
+        if (t.prompt_styles)
+            for (int j = from; j < col; j++) cells[j].style = t.prompt_styles[o];
         o = e;
     }
     return col;
@@ -145,7 +148,7 @@ int prompt_cells(const wchar_t *prompt, int cols) {
 
 int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *last,
                RowStart *next) {
-    for (int j = 0; j < t.cols; j++) cells[j] = termchar{L' ', 0};
+    for (int j = 0; j < t.cols; j++) cells[j] = termchar{L' ', 0, 0};
     int col = 0;
     if (s.kind == kFirstRow) {
         col = put_prompt(t, cells, t.prompt_cells < t.cols ? t.prompt_cells : t.cols);
@@ -200,7 +203,10 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
         if (col + lead_cells(t.mask, ch) > t.cols && col > 0) return wrap(o);
         const int stop = brk < t.nbreaks && t.breaks[brk].offset < t.len ? t.breaks[brk].offset : t.len;
         const int e = unit_end(t.mask, t.text, o, stop);
+        const int from = col;
         put_unit(t.mask, t.text, o, e, false, cells, col, t.cols);
+        if (t.text_styles)
+            for (int j = from; j < col; j++) cells[j].style = t.text_styles[o];
         o = e;
         if (col >= t.cols) return wrap(o);
     }
@@ -256,7 +262,7 @@ int layout_line_cells(const LayoutText &t, const LineSpan &l, int cursor, termch
     if (l.first) {
         col = put_prompt(t, cells, t.prompt_cells < cap ? t.prompt_cells : cap);
     } else {
-        for (; col < t.indent && col < cap; col++) cells[col] = termchar{L' ', 0};
+        for (; col < t.indent && col < cap; col++) cells[col] = termchar{L' ', 0, 0};
     }
     *cursor_col = col;
     for (int o = l.start; o < l.end && col + lead_cells(t.mask, t.text[o]) <= cap;) {
@@ -265,7 +271,7 @@ int layout_line_cells(const LayoutText &t, const LineSpan &l, int cursor, termch
         if (o < cursor) *cursor_col = col;
         o = e;
     }
-    if (l.backslash && col < cap) cells[col++] = termchar{L'\\', 0};
+    if (l.backslash && col < cap) cells[col++] = termchar{L'\\', 0, 0};
     return col;
 }
 

@@ -48,6 +48,8 @@ struct LayoutText {
     int cols;
     const wchar_t *hint; // drawn dim after the text; no part of it
     int hint_len;
+    const uint32_t *prompt_styles; // a style for each prompt character, or NULL
+    const uint32_t *text_styles;   // a style for each text character, or NULL
 };
 
 // Cells of the prompt actually shown: a prompt wider than the terminal is cut

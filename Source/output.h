@@ -72,6 +72,10 @@ bool terminal_reflows();
 bool paste_bracketing(bool on);
 // Dim on, or all attributes off; nothing on a terminal without them.
 void terminal_attribute(bool dim);
+// Takes the terminal's pen from style from to style to with the fewest
+// changes its capabilities allow: attributes are only added, or all reset
+// first. Answers the style the pen then has (what the terminal could show).
+uint32_t terminal_style(uint32_t from, uint32_t to);
 // Clears the screen, the cursor at its top left; false when the terminal
 // cannot.
 bool erase_screen();

@@ -27,7 +27,7 @@ int invalidate_vbuf_line(screen_t *s, int i) {
     for (int j = 0; j < s->cols; j++) {
         termchar &v = shown->chars[j];
         const termchar &m = model->chars[j];
-        if (v.ch != m.ch || v.attr != m.attr) {
+        if (v.ch != m.ch || v.attr != m.attr || v.style != m.style) {
             v.attr |= ATTR_INVALID;
             any = 1;
         }
@@ -80,11 +80,13 @@ struct Pen {
 // burst of keys) leaves the cursor where the run ended and, on a terminal
 // with automatic margins, lets a full row flow into the next one, so a paste
 // costs about one byte per character.
-void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, bool hint) {
+void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, bool hint, uint32_t style,
+               uint32_t *pen) {
     input_t *in = &c->screen.input;
     if (!compact && !hint) {
         screen_cursor_move_y(c, i - in->cur.pos.y);
         in->cur.pos.y = i;
+        *pen = qv::terminal_style(*pen, style);
         if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
         run.clear();
         return;
@@ -98,6 +100,7 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
         if (from_x != start || pending || !compact) screen_cursor_move_to_col(c, start);
     }
     std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
+    *pen = qv::terminal_style(*pen, hint ? 0 : style);
     if (hint) qv::terminal_attribute(true);
     if (text) fputs(text.get(), stdout);
     if (hint) qv::terminal_attribute(false);
@@ -126,6 +129,7 @@ void do_paint(console *c, bool compact) {
     const qv::LayoutText text = qv::layout_text(c, r->cols);
     Pen pen{r->input.cur.pos.x, r->input.cur.pos.y, false};
     Pen *flow = compact ? &pen : nullptr;
+    uint32_t style_pen = 0; // the colours and attributes the terminal draws with
     int first = 0, last = -1;
     qv::model_take_touched(c, &first, &last);
     for (int i = first; i <= last; i++) {
@@ -134,19 +138,24 @@ void do_paint(console *c, bool compact) {
         const termchar *model = r->input.lines[i]->chars;
         int start = -1;
         bool hint = false;
+        uint32_t style = 0;
         for (int j = 0; j < r->cols; j++) {
-            // The hint is written in its own runs, dim.
-            if (start >= 0 && (shown[j].attr & ATTR_INVALID) && ((model[j].attr & ATTR_HINT) != 0) != hint) {
-                write_run(c, i, start, j - start, run, flow, hint);
+            // The hint is written in its own runs, dim, and each style in
+            // runs of its own.
+            if (start >= 0 && (shown[j].attr & ATTR_INVALID) &&
+                (((model[j].attr & ATTR_HINT) != 0) != hint || model[j].style != style)) {
+                write_run(c, i, start, j - start, run, flow, hint, style, &style_pen);
                 start = -1;
             }
             if (shown[j].attr & ATTR_INVALID) {
                 if (start < 0) {
                     hint = (model[j].attr & ATTR_HINT) != 0;
+                    style = model[j].style;
                     start = j;
                     // Half a wide character cannot be drawn: start at its left half.
                     if ((model[j].attr & ATTR_WIDE_TAIL) && j > 0) {
                         start = j - 1;
+                        style = model[j - 1].style;
                         run.cell(text, model[j - 1]);
                     }
                 }
@@ -154,12 +163,13 @@ void do_paint(console *c, bool compact) {
                 shown[j] = model[j];
                 QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
             } else if (start >= 0) {
-                write_run(c, i, start, j - start, run, flow, hint);
+                write_run(c, i, start, j - start, run, flow, hint, style, &style_pen);
                 start = -1;
             }
         }
-        if (start >= 0) write_run(c, i, start, r->cols - start, run, flow, hint);
+        if (start >= 0) write_run(c, i, start, r->cols - start, run, flow, hint, style, &style_pen);
     }
+    style_pen = qv::terminal_style(style_pen, 0);
     if (compact) {
         r->input.cur.pos.x = pen.x;
         r->input.cur.pos.y = pen.y;

@@ -115,8 +115,8 @@ void plain_refresh(console *c) {
     if (!reserve(st, view > st->nshown ? view : st->nshown)) return;
     termchar *want = cells.get() + st->scroll;
     // Half a wide character at either edge of the window shows as a blank.
-    if (view > 0 && is_tail(want[0])) want[0] = termchar{L' ', 0};
-    if (view > 0 && view < n - st->scroll && is_tail(want[view])) want[view - 1] = termchar{L' ', 0};
+    if (view > 0 && is_tail(want[0])) want[0] = termchar{L' ', 0, 0};
+    if (view > 0 && view < n - st->scroll && is_tail(want[view])) want[view - 1] = termchar{L' ', 0, 0};
 
     // Clusters are always written again: their marks are not in the cell.
     const termchar *old = st->shown;

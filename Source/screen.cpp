@@ -137,7 +137,7 @@ int cursor_move_left(console *c) {
 void termchar_insert(console *c, wchar_t ch) {
     input_t *in = &c->screen.input;
     if (!in->lines) return;
-    const termchar cell = {ch, c->screen.curattr};
+    const termchar cell = {ch, c->screen.curattr, 0};
     int y = in->newcur.pos.y;
     termline *row = in->lines[y];
     termchar spill, spill2;

@@ -81,8 +81,8 @@ int termchars_equal(const termchar *a, const termchar *b) {
     return termchars_equal_override(a, b, b->ch, b->attr);
 }
 
-int termchars_equal_override(const termchar *a, const termchar *, wchar_t ch, uint32_t attr) {
-    return a->ch == ch && ((a->attr ^ attr) & 0x0FFFFFFFu) == 0;
+int termchars_equal_override(const termchar *a, const termchar *b, wchar_t ch, uint32_t attr) {
+    return a->ch == ch && ((a->attr ^ attr) & 0x0FFFFFFFu) == 0 && a->style == b->style;
 }
 
 int char_width(wchar_t ch) {

@@ -33,6 +33,7 @@ extern "C" {
 typedef struct termchar {
     wchar_t ch;
     uint32_t attr;
+    uint32_t style; /* colours and attributes: TERM_FG, TERM_BG, TERM_BOLD... */
 } termchar;
 
 typedef struct termline {
@@ -56,7 +57,7 @@ QV_API void termline_erase_after(termline *line, const termchar *fill, int k);
 QV_API void termline_resize(termline *line, int n, const termchar *fill);
 QV_API termchar *termchar_copy(termchar *dst, const termchar *src);
 QV_API int termchars_equal(const termchar *a, const termchar *b);
-/* a equals (ch, attr), ignoring attribute bits 28 to 31. */
+/* a equals (ch, attr) and b's style, ignoring attribute bits 28 to 31. */
 QV_API int termchars_equal_override(const termchar *a, const termchar *b, wchar_t ch,
                                     uint32_t attr);
 /* The cells a character takes on its own: 2 for a wide character, 0 for a

@@ -138,6 +138,39 @@ QV_API void term_setCompleter(term_completer fn, void *user);
    candidate is then dropped and nothing else changes. */
 QV_API int term_addCompletion(term_completions *out, int start, const char *replacement);
 
+/* ---------------------------------------------------------------------------
+   Colour. A style is an OR of at most one TERM_FG(n), at most one
+   TERM_BG(n) (n from 0 to 255: the terminal's palette, 0-7 the basic
+   colours, 8-15 their bright forms) and any of the flags; 0 is the
+   terminal's default. A terminal without a colour or an attribute shows
+   what it has: a palette colour past its range falls back to the basic
+   colour it brightens (8-15) or to none, a missing attribute to none. */
+#define TERM_FG(n) ((((unsigned)(n)) & 0xFFu) + 1u)
+#define TERM_BG(n) (((((unsigned)(n)) & 0xFFu) + 1u) << 9)
+#define TERM_BOLD 0x040000u
+#define TERM_DIM 0x080000u
+#define TERM_ITALIC 0x100000u
+#define TERM_UNDERLINE 0x200000u
+#define TERM_REVERSE 0x400000u
+
+/* A prompt may be coloured: SGR sequences in it (ESC [ ... m) take no
+   cells and are drawn as the style they mean, and so is everything between
+   the markers \001 and \002 (readline's way of marking what takes no room). */
+
+typedef struct term_highlight term_highlight; /* owned by the library */
+/* Called once per render, before the input is drawn, with the whole input
+   as UTF-8 (len bytes, NUL-terminated): it styles byte ranges with
+   term_addHighlight(). It must not change the input, call a read or keep the
+   text past the call. Not called while a mask hides the input. */
+typedef void (*term_highlighter)(const char *text, int len, term_highlight *out, void *user);
+/* Installs (fn NULL: removes) the highlighter. Works before term_init(). */
+QV_API void term_setHighlighter(term_highlighter fn, void *user);
+/* During the highlighter's call: the characters wholly inside bytes
+   [start, end) take style, a later range over an earlier one. The range is
+   clipped to the text; a character it only partly covers is left out.
+   Answers the number of characters styled. */
+QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned style);
+
 /* Options, process-wide: they may be set before term_init(). */
 #define TERM_OPTION_BRACKETED_PASTE 1 /* default 1: pasted text is inserted, never run */
 /* default 0. 1: with the cursor at the end of the input, the rest of the
@@ -160,6 +193,10 @@ QV_API int term_addCompletion(term_completions *out, int start, const char *repl
    (term_wake(), or term_editLeave() between feeds). Taken at the start of
    each read. */
 #define TERM_OPTION_SIGNAL_KEYS 6
+
+/* default 0. 1: with the cursor on a bracket ( [ { ) ] }, or just after
+   one, its partner is shown in reverse video while the cursor stays there. */
+#define TERM_OPTION_BRACE_MATCH 7
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */
