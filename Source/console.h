@@ -37,6 +37,10 @@ typedef struct console {
     int status;
     int error;
     const wchar_t *prompt; /* not owned; valid during a read only */
+    /* Not owned: the read's own prompt and a style for each of its
+       characters (NULL: none), used while prompt is that prompt. */
+    const wchar_t *styled_prompt;
+    const uint32_t *prompt_styles;
     editor_t editor;
     screen_t screen;
     keymap_entry **keymaps; /* three maps; the first is active */

@@ -26,6 +26,7 @@
 #include "output.h"
 #include "printer.h"
 #include "render.h"
+#include "sgr.h"
 #include "text.h"
 #include "ttymode.h"
 
@@ -298,6 +299,7 @@ struct Edit {
     PrintGuard prints;
     qv::ReadSession session;
     std::unique_ptr<wchar_t, decltype(&free)> prompt{nullptr, &free};
+    std::unique_ptr<uint32_t, decltype(&free)> prompt_styles{nullptr, &free};
     PasteBrackets brackets;
     int poll_fd = -1; // the terminal, the signal pipe and the print pipe
     Steady::time_point last_event;
@@ -327,7 +329,10 @@ bool qv::edit_begin(console *c, const char *prompt) {
     }
     cursor_reset(c);
     if (prompt && *prompt) the_edit->prompt.reset(cp2wchar(c, prompt, nullptr));
+    if (the_edit->prompt) the_edit->prompt_styles.reset(qv::take_styles(the_edit->prompt.get()));
     c->prompt = the_edit->prompt ? the_edit->prompt.get() : L"";
+    c->styled_prompt = c->prompt;
+    c->prompt_styles = the_edit->prompt_styles.get();
     the_edit->last_event = Steady::now();
     engine_begin(c);
     return true;
@@ -351,6 +356,8 @@ void qv::edit_end(console *c) {
     engine_end(c);
     e->brackets.end();
     c->prompt = L"";
+    c->styled_prompt = nullptr;
+    c->prompt_styles = nullptr;
     if (e->poll_fd >= 0) close(e->poll_fd);
     the_edit = nullptr;
     delete e;

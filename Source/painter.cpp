@@ -86,8 +86,18 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     if (!compact && !hint) {
         screen_cursor_move_y(c, i - in->cur.pos.y);
         in->cur.pos.y = i;
-        *pen = qv::terminal_style(*pen, style);
-        if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
+        if (style == 0 && *pen == 0) {
+            if (run.size() > 0) screen_draw_wstring(c, start, run.text(), run.size(), nullptr);
+        } else if (run.size() > 0) {
+            // The style only for the run's own characters: the way back to
+            // the cursor's column is plain.
+            std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
+            screen_cursor_move_to_col(c, start);
+            *pen = qv::terminal_style(*pen, style);
+            if (text) fputs(text.get(), stdout);
+            *pen = qv::terminal_style(*pen, 0);
+            screen_cursor_move_to_col(c, in->cur.pos.x);
+        }
         run.clear();
         return;
     }

@@ -284,7 +284,8 @@ char *readline(const char *prompt) {
     for (;;) {
         line_starts();
         term_setOption(TERM_OPTION_SIGNAL_KEYS, 0);
-        char *line = term_getRawLineUtf8(0, visible.get());
+        // The editor draws the prompt's colours itself, markers and all.
+        char *line = term_getRawLineUtf8(0, prompt ? prompt : "");
         const int status = term_getStatus();
         // The program's SIGINT disposition has had the signal; readline
         // programs expect to be asked again, not to get an empty line.
@@ -306,7 +307,7 @@ char *readline(const char *prompt) {
 namespace {
 
 rl_vcpfunc_t *line_handler = nullptr;
-char *callback_prompt = nullptr; // the visible prompt, kept for each new line
+char *callback_prompt = nullptr; // kept for each new line
 bool callback_editing = false;
 unsigned installs = 0; // a handler that installs again has started its line
 
@@ -319,7 +320,8 @@ void begin_callback_line() {
     callback_editing = editable_streams() && qv::rl_start_editor() &&
                        term_editStart(TERM_EDIT_RAW | TERM_EDIT_UTF8, 0, callback_prompt) != 0;
     if (!callback_editing) {
-        fputs(callback_prompt, out_stream());
+        CharPtr visible = visible_prompt(callback_prompt);
+        fputs(visible ? visible.get() : "", out_stream());
         fflush(out_stream());
     } else if (rl_pre_input_hook) {
         rl_pre_input_hook();
@@ -349,8 +351,7 @@ void rl_callback_handler_install(const char *prompt, rl_vcpfunc_t *handler) {
     if (callback_editing) term_editLeave();
     callback_editing = false;
     free(callback_prompt);
-    CharPtr visible = visible_prompt(prompt);
-    callback_prompt = visible.release();
+    callback_prompt = strdup(prompt ? prompt : "");
     set_prompt_variable(prompt);
     line_handler = handler;
     installs++;

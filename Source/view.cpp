@@ -4,8 +4,10 @@
 #include <climits>
 #include <cstdlib>
 #include <cwchar>
+#include <memory>
 
 #include "console.h"
+#include "highlight.h"
 #include "hints.h"
 #include "model.h"
 
@@ -20,6 +22,10 @@ struct qv::ViewState {
     int prompt_len, prompt_cap;
     unsigned hint_version;
     unsigned long rows_laid_out;
+    // The style of each text character, while anything styles the input.
+    uint32_t *styles;
+    int nstyles, capstyles;
+    bool styled;
 };
 
 qv::ViewState *qv::view_new() { return static_cast<ViewState *>(calloc(1, sizeof(ViewState))); }
@@ -28,6 +34,7 @@ void qv::view_free(ViewState *v) {
     if (!v) return;
     free(v->rows);
     free(v->prompt);
+    free(v->styles);
     free(v);
 }
 
@@ -42,6 +49,9 @@ qv::LayoutText qv::layout_text(const console *c, int cols) {
     t.breaks = buffer_breaks(c, &t.nbreaks);
     t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
     t.hint = hint_text(c, &t.hint_len, nullptr);
+    t.prompt_styles = c->prompt && c->prompt == c->styled_prompt ? c->prompt_styles : nullptr;
+    const qv::ViewState *v = c->state ? c->state->view : nullptr;
+    t.text_styles = v && v->styled && v->nstyles == t.len ? v->styles : nullptr;
     return t;
 }
 
@@ -81,6 +91,38 @@ void take_changes(console *c) {
     }
 }
 
+// The styles the highlighter and brace matching give the text now; the text
+// is laid out again from the first character whose style changed.
+void take_styles(console *c) {
+    qv::ViewState *v = c->state->view;
+    const int len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
+    if (!qv::highlight_active() || c->masked) {
+        if (v->styled && v->dirty_from > 0) v->dirty_from = 0;
+        v->styled = false;
+        return;
+    }
+    std::unique_ptr<uint32_t, decltype(&free)> now(
+        static_cast<uint32_t *>(malloc(sizeof(uint32_t) * (static_cast<size_t>(len) + 1))), &free);
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    if (!now || !qv::highlight_styles(c->editor.buffer, len, cursor, now.get())) return;
+    int first = 0;
+    if (v->styled) {
+        const int common = len < v->nstyles ? len : v->nstyles;
+        while (first < common && now.get()[first] == v->styles[first]) first++;
+        if (first == common && len == v->nstyles) return;
+    }
+    if (len + 1 > v->capstyles) {
+        free(v->styles);
+        v->styles = now.release();
+        v->capstyles = len + 1;
+    } else {
+        for (int i = 0; i < len; i++) v->styles[i] = now.get()[i];
+    }
+    v->nstyles = len;
+    v->styled = true;
+    if (first < v->dirty_from) v->dirty_from = first;
+}
+
 // The last row of the layout that starts at or before text offset o.
 int row_of(const qv::ViewState *st, int o) {
     int lo = 0, hi = st->nrows - 1;
@@ -114,6 +156,7 @@ void layout_input(console *c) {
     input_t *in = &c->screen.input;
     if (!in->lines) return;
     take_changes(c);
+    take_styles(c);
     if (st->dirty_from == INT_MAX && st->nrows > 0) return;
     const qv::LayoutText t = text_of(c);
     const int old_rows = st->nrows;

@@ -119,9 +119,23 @@ Screen render(const std::string &bytes, int rows, int cols, const std::vector<Re
     Screen screen;
     for (int r = 0; r < rows; r++) {
         std::string row;
+        std::vector<std::string> looks;
         for (int c = 0; c < cols; c++) {
             VTermScreenCell cell;
             vterm_screen_get_cell(vs, VTermPos{r, c}, &cell);
+            std::string look;
+            auto add = [&](bool on, const std::string &what) {
+                if (on) look += (look.empty() ? "" : "+") + what;
+            };
+            add(VTERM_COLOR_IS_INDEXED(&cell.fg) && !VTERM_COLOR_IS_DEFAULT_FG(&cell.fg),
+                "fg" + std::to_string(cell.fg.indexed.idx));
+            add(VTERM_COLOR_IS_INDEXED(&cell.bg) && !VTERM_COLOR_IS_DEFAULT_BG(&cell.bg),
+                "bg" + std::to_string(cell.bg.indexed.idx));
+            add(cell.attrs.bold, "bold");
+            add(cell.attrs.italic, "italic");
+            add(cell.attrs.underline, "underline");
+            add(cell.attrs.reverse, "reverse");
+            looks.push_back(look);
             // The second cell of a double-width character holds (uint32_t)-1.
             if (cell.chars[0] == static_cast<uint32_t>(-1)) continue;
             if (!cell.chars[0]) row += ' ';
@@ -129,6 +143,7 @@ Screen render(const std::string &bytes, int rows, int cols, const std::vector<Re
             for (int k = 0; k < VTERM_MAX_CHARS_PER_CELL && cell.chars[k]; k++) row += to_utf8(cell.chars[k]);
         }
         screen.rows.push_back(row);
+        screen.looks.push_back(looks);
     }
     VTermPos pos;
     vterm_state_get_cursorpos(vterm_obtain_state(vt), &pos);

@@ -11,6 +11,9 @@ namespace qvtest {
 
 struct Screen {
     std::vector<std::string> rows; // UTF-8, trailing blanks kept
+    // How each cell looks: "" for plain, else "fg<n>", "bg<n>", "bold",
+    // "italic", "underline", "reverse" joined by '+'.
+    std::vector<std::vector<std::string>> looks;
     int cursor_row = 0;
     int cursor_col = 0;
     // Row r with trailing blanks removed.

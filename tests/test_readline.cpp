@@ -101,6 +101,23 @@ TEST(ReadlineCallback, LinesComeThroughTheHandler) {
     EXPECT_TRUE(h.isCooked());
 }
 
+// A prompt coloured the readline way reaches the editor whole: the marked
+// sequences take no cells and colour what they surround.
+TEST(ReadlineCallback, ColouredPromptsKeepTheirColours) {
+    HostOptions o = programOptions({QV_RL_HOST_SHARED});
+    o.env.push_back("QV_RL_CALLBACK=1");
+    o.env.push_back("QV_RL_PROMPT=\001\x1b[32m\002rl>\001\x1b[0m\002 ");
+    PtyHost h({}, o);
+    Session s{h};
+    s.shows("abc", "rl> abc");
+    EXPECT_EQ(h.screen().looks[0][0], "fg2");
+    EXPECT_EQ(h.screen().looks[0][3], "");
+    EXPECT_EQ(h.screen().cursor_col, 7);
+    s.expect("\r", "got[abc]");
+    s.expect("\x04", "EOF");
+    EXPECT_EQ(h.finish(), 0);
+}
+
 // History calls and files, seen through Up and through the files.
 TEST(ReadlineHistory, FilesStifleAndRecall) {
     HostOptions o = programOptions({QV_RL_HOST_SHARED});

@@ -23,8 +23,8 @@
  *   line instead of returning.
  * - Up and Down skip an entry equal to the one before it and empty entries;
  *   the history list and its files keep every line as added.
- * - Prompt text between \001 and \002 (invisible escape sequences, usually
- *   colours) is left out of the prompt.
+ * - Prompt text between \001 and \002 takes no cells; the colours its SGR
+ *   sequences set are drawn, any other sequence there is dropped.
  */
 #ifndef QUORVEL_READLINE_H
 #define QUORVEL_READLINE_H

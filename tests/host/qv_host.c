@@ -25,6 +25,8 @@
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
  *   sigint:default (no SIGINT handler)  completer:words|many=N|bad
+ *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
+ *   highlight:bad (ranges before, past, across and inside characters)
  *   print:S  printers:TxN@US (T threads print N lines "T<t> L<nnn>" each, US
  *   microseconds apart, while the commands go on)  join (waits for them)  wake:MS (a thread calls
  *   term_wake after MS ms)  wake:signal (SIGUSR1 calls term_wake)
@@ -63,6 +65,24 @@ static void on_caught(int sig) {
     int i;
     for (i = 0; i < 5; i++)
         if (caught_signals[i] == sig) caught[i]++;
+}
+
+static void highlight_digits(const char *text, int len, term_highlight *out, void *user) {
+    int i;
+    (void)user;
+    fprintf(side, "HIGHLIGHT %d\n", len);
+    for (i = 0; i < len; i++)
+        if (text[i] >= '0' && text[i] <= '9') term_addHighlight(out, i, i + 1, TERM_FG(3) | TERM_BOLD);
+}
+
+/* Ranges no highlighter should send: only whole characters inside the
+   text may take a style. */
+static void highlight_bad(const char *text, int len, term_highlight *out, void *user) {
+    (void)text;
+    (void)user;
+    fprintf(side, "ADDS %d %d %d %d\n", term_addHighlight(out, -10, 1, TERM_FG(1)),
+            term_addHighlight(out, len - 1, len + 50, TERM_FG(4)), term_addHighlight(out, 3, 2, TERM_FG(5)),
+            term_addHighlight(NULL, 0, len, TERM_FG(6)));
 }
 
 /* Completes the word before the cursor from a fixed list, or from item000
@@ -348,6 +368,8 @@ int main(int argc, char **argv) {
         } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
+        } else if (strncmp(a, "highlight:", 10) == 0) {
+            term_setHighlighter(strcmp(a + 10, "bad") == 0 ? highlight_bad : highlight_digits, NULL);
         } else if (strncmp(a, "completer:", 10) == 0) {
             many_count = strncmp(a + 10, "many=", 5) == 0 ? atol(a + 15) : 0;
             term_setCompleter(strcmp(a + 10, "bad") == 0 ? complete_bad : complete_words, NULL);

@@ -12,6 +12,8 @@
  *              history_length
  *   anything else  prints "got[<line>]" and adds the line to the history
  *
+ * QV_RL_PROMPT, when set, is the prompt instead of "rl> ".
+ *
  * With QV_RL_CALLBACK set it reads through the callback interface instead,
  * in a select loop on standard input, as Python and gdb do. There
  *   !preset TEXT  puts TEXT in the next line from rl_pre_input_hook, with
@@ -147,6 +149,7 @@ static void on_line(char *line) {
 
 int main(void) {
     char *line;
+    const char *prompt = getenv("QV_RL_PROMPT") ? getenv("QV_RL_PROMPT") : "rl> ";
     rl_readline_name = "rl_host";
     rl_attempted_completion_function = complete;
     rl_initialize();
@@ -157,7 +160,7 @@ int main(void) {
         sa.sa_handler = on_sigint;
         sigaction(SIGINT, &sa, NULL);
         rl_pre_input_hook = pre_input;
-        rl_callback_handler_install("rl> ", on_line);
+        rl_callback_handler_install(prompt, on_line);
         while (running) {
             fd_set in;
             FD_ZERO(&in);
@@ -168,11 +171,11 @@ int main(void) {
                 interrupted = 0;
                 rl_callback_handler_remove();
                 printf("\ninterrupted\n");
-                rl_callback_handler_install("rl> ", on_line);
+                rl_callback_handler_install(prompt, on_line);
             }
         }
     } else {
-        while ((line = readline("rl> ")) != NULL) {
+        while ((line = readline(prompt)) != NULL) {
             answer(line);
             free(line);
         }

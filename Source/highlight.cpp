@@ -1,0 +1,144 @@
+// The host's highlighter and brace matching. The highlighter sees a UTF-8
+// copy of the input and styles byte ranges; the ranges are mapped to whole
+// characters here, so a bad range can only style less, never more.
+#include "highlight.h"
+
+#include <cstdlib>
+
+#include "options.h"
+#include "quorvel.h"
+
+struct term_highlight {
+    const int *starts; // the byte offset of each character, then the length
+    int n;             // characters
+    uint32_t *styles;
+};
+
+namespace {
+
+term_highlighter the_highlighter = nullptr;
+void *the_user = nullptr;
+
+// The bytes UTF-8 takes for ch, as the result encoding writes it: what it
+// cannot hold becomes U+FFFD.
+int utf8_length(wchar_t ch) {
+    const auto u = static_cast<uint32_t>(ch);
+    if (u < 0x80) return 1;
+    if (u < 0x800) return 2;
+    if ((u >= 0xD800 && u <= 0xDFFF) || u > 0x10FFFF) return 3;
+    return u < 0x10000 ? 3 : 4;
+}
+
+int utf8_put(wchar_t ch, char *out) {
+    auto u = static_cast<uint32_t>(ch);
+    if ((u >= 0xD800 && u <= 0xDFFF) || u > 0x10FFFF) u = 0xFFFD;
+    if (u < 0x80) {
+        out[0] = static_cast<char>(u);
+        return 1;
+    }
+    if (u < 0x800) {
+        out[0] = static_cast<char>(0xC0 | (u >> 6));
+        out[1] = static_cast<char>(0x80 | (u & 0x3F));
+        return 2;
+    }
+    if (u < 0x10000) {
+        out[0] = static_cast<char>(0xE0 | (u >> 12));
+        out[1] = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+        out[2] = static_cast<char>(0x80 | (u & 0x3F));
+        return 3;
+    }
+    out[0] = static_cast<char>(0xF0 | (u >> 18));
+    out[1] = static_cast<char>(0x80 | ((u >> 12) & 0x3F));
+    out[2] = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+    out[3] = static_cast<char>(0x80 | (u & 0x3F));
+    return 4;
+}
+
+bool call_highlighter(const wchar_t *text, int len, uint32_t *out) {
+    int bytes = 0;
+    for (int i = 0; i < len; i++) bytes += utf8_length(text[i]);
+    auto *utf8 = static_cast<char *>(malloc(static_cast<size_t>(bytes) + 1));
+    auto *starts = static_cast<int *>(malloc(sizeof(int) * (static_cast<size_t>(len) + 1)));
+    const bool ok = utf8 && starts;
+    if (ok) {
+        int at = 0;
+        for (int i = 0; i < len; i++) {
+            starts[i] = at;
+            at += utf8_put(text[i], utf8 + at);
+        }
+        starts[len] = at;
+        utf8[at] = 0;
+        term_highlight h{starts, len, out};
+        the_highlighter(utf8, at, &h, the_user);
+    }
+    free(utf8);
+    free(starts);
+    return ok;
+}
+
+bool is_open(wchar_t ch) { return ch == L'(' || ch == L'[' || ch == L'{'; }
+bool is_close(wchar_t ch) { return ch == L')' || ch == L']' || ch == L'}'; }
+
+wchar_t partner_of(wchar_t ch) {
+    switch (ch) {
+    case L'(': return L')';
+    case L'[': return L']';
+    case L'{': return L'}';
+    case L')': return L'(';
+    case L']': return L'[';
+    default: return L'{';
+    }
+}
+
+// The offset of the bracket at o's partner, counting nested pairs of the
+// same kind; -1 when it has none.
+int partner(const wchar_t *text, int len, int o) {
+    const wchar_t self = text[o], other = partner_of(self);
+    const int step = is_open(self) ? 1 : -1;
+    int depth = 0;
+    for (int i = o; i >= 0 && i < len; i += step) {
+        if (text[i] == self) depth++;
+        if (text[i] == other && --depth == 0) return i;
+    }
+    return -1;
+}
+
+} // namespace
+
+void term_setHighlighter(term_highlighter fn, void *user) {
+    the_highlighter = fn;
+    the_user = fn ? user : nullptr;
+}
+
+int term_addHighlight(term_highlight *out, int start, int end, unsigned style) {
+    if (!out || start >= end) return 0;
+    // The first character that starts inside the range.
+    int lo = 0, hi = out->n;
+    while (lo < hi) {
+        const int mid = (lo + hi) / 2;
+        if (out->starts[mid] < start)
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    int count = 0;
+    for (int k = lo; k < out->n && out->starts[k + 1] <= end; k++, count++) out->styles[k] = style;
+    return count;
+}
+
+bool qv::highlight_active() { return the_highlighter || qv::option(TERM_OPTION_BRACE_MATCH); }
+
+bool qv::highlight_styles(const wchar_t *text, int len, int cursor, uint32_t *out) {
+    for (int i = 0; i < len; i++) out[i] = 0;
+    if (the_highlighter && len > 0 && !call_highlighter(text, len, out)) return false;
+    if (qv::option(TERM_OPTION_BRACE_MATCH)) {
+        int at = -1;
+        if (cursor < len && (is_open(text[cursor]) || is_close(text[cursor])))
+            at = cursor;
+        else if (cursor > 0 && cursor <= len && (is_open(text[cursor - 1]) || is_close(text[cursor - 1])))
+            at = cursor - 1;
+        const int p = at >= 0 ? partner(text, len, at) : -1;
+        if (p >= 0) out[p] |= TERM_REVERSE;
+    }
+    return true;
+}

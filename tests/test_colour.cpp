@@ -1,0 +1,110 @@
+// Colour as a user meets it: the styles a prompt, a highlighter and brace
+// matching give the cells on the screen, and the bytes that draw them.
+#include <gtest/gtest.h>
+
+#include "pty_harness.h"
+
+using namespace qvtest;
+
+namespace {
+
+// A prompt's SGR sequences and what stands between \001 and \002 take no
+// cells; the colours stay with their characters as the text wraps, and a
+// prompt as wide as the terminal is cut as a plain one is.
+TEST(Colour, PromptsTakeNoCells) {
+    const std::string prompt = "\x1b[32m>\x1b[0m \001\x1b[1m\002ok\001\x1b[0m\002: ";
+    PtyHost h({"init", "cb:idle=tick", "utf8:" + prompt, "destroy"}, xterm(12));
+    h.keys("abcdefghij");
+    h.settle();
+    const Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> ok: abcdef");
+    EXPECT_EQ(s.row(1), "ghij");
+    EXPECT_EQ(s.cursor_row, 1);
+    EXPECT_EQ(s.cursor_col, 4);
+    EXPECT_EQ(s.looks[0], (std::vector<std::string>{"fg2", "", "bold", "bold", "", "", "", "", "", "", "", ""}));
+    EXPECT_EQ(h.typed("\r"), Lines{"abcdefghij"});
+
+    Screen wide[2];
+    for (int i = 0; i < 2; i++) {
+        const std::string p = std::string(12, 'p');
+        PtyHost w({"init", "cb:idle=tick", "utf8:" + (i ? "\x1b[31m" + p + "\x1b[0m" : p), "destroy"}, xterm(12));
+        w.keys("ab");
+        w.settle();
+        wide[i] = w.screen();
+        EXPECT_EQ(w.typed("\r"), Lines{"ab"});
+    }
+    EXPECT_EQ(wide[1].shown(), wide[0].shown());
+    EXPECT_EQ(wide[1].looks[0][0], "fg1");
+    EXPECT_EQ(wide[1].looks[1][0], "");
+}
+
+// The highlighter styles whole characters, once for a burst of keys; brace
+// matching shows the partner only while the cursor is on or after a bracket.
+TEST(Colour, HighlighterAndBraces) {
+    PtyHost h({"init", "highlight:digits", "option:7=1", "cb:idle=tick", "utf8:> ", "destroy"}, xterm());
+    h.keys("(x1)");
+    h.settle();
+    Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> (x1)");
+    EXPECT_EQ(s.looks[0][2], "reverse");
+    EXPECT_EQ(s.looks[0][3], "");
+    EXPECT_EQ(s.looks[0][4], "fg3+bold");
+    EXPECT_EQ(s.looks[0][5], "");
+    h.keys(kLeft);
+    h.settle();
+    EXPECT_EQ(h.screen().looks[0][2], "reverse");
+    h.keys(kLeft);
+    h.settle();
+    EXPECT_EQ(h.screen().looks[0][2], "");
+    EXPECT_EQ(h.screen().looks[0][4], "fg3+bold");
+    const size_t calls = h.records("HIGHLIGHT").size();
+    h.keys(std::string(20, '7'));
+    h.settle();
+    EXPECT_LT(h.records("HIGHLIGHT").size() - calls, 10u);
+    EXPECT_EQ(h.screen().looks[1][0], "fg3+bold");
+    EXPECT_EQ(h.typed("\r"), Lines{"(x" + std::string(20, '7') + "1)"});
+}
+
+// Ranges outside the text, across a character or backwards style nothing
+// they do not wholly cover.
+TEST(Colour, BadRangesStyleOnlyWholeCharacters) {
+    PtyHost h({"init", "highlight:bad", "cb:idle=tick", "utf8:> ", "destroy"}, xterm());
+    h.keys("\xc3\xa9" "ab");
+    h.settle();
+    const Screen s = h.screen();
+    EXPECT_EQ(s.looks[0][2], "");
+    EXPECT_EQ(s.looks[0][3], "");
+    EXPECT_EQ(s.looks[0][4], "fg4");
+    EXPECT_EQ(h.records("ADDS").back(), "ADDS 0 1 0 0");
+    EXPECT_EQ(h.typed("\r"), Lines{"\xc3\xa9" "ab"});
+}
+
+// When only a style changes the painter rewrites just those cells, with the
+// fewest attribute changes; a terminal without colour gets the bytes an
+// unstyled input gets.
+TEST(Colour, BytesOfAStyleChange) {
+    HostOptions colour;
+    colour.term = "qv-colour";
+    PtyHost h({"init", "option:7=1", "cb:idle=tick", "utf8:> ", "destroy"}, colour);
+    h.keys("(x)");
+    h.settle();
+    h.keys(kLeft);
+    h.settle();
+    const size_t before = h.output().size();
+    h.keys(kLeft);
+    h.settle();
+    EXPECT_EQ(h.output().substr(before), "<hpa 2>(<hpa 4><hpa 4><rev>)<sgr0><hpa 4><cub 1>");
+    EXPECT_EQ(h.typed("\r"), Lines{"(x)"});
+
+    std::string plain[2];
+    for (int i = 0; i < 2; i++) {
+        PtyHost p({"init", i ? "highlight:digits" : "cb:none", "cb:idle=tick", "utf8:> ", "destroy"});
+        p.keys("a1(");
+        p.settle();
+        plain[i] = p.output();
+        EXPECT_EQ(p.typed("\r"), Lines{"a1("});
+    }
+    EXPECT_EQ(plain[1], plain[0]);
+}
+
+} // namespace
