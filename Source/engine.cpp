@@ -10,6 +10,7 @@
 #include "console.h"
 #include "editkeys.h"
 #include "frame.h"
+#include "highlight.h"
 #include "hints.h"
 #include "output.h"
 #include "paste.h"
@@ -84,10 +85,16 @@ bool take_by_mode(console *c, action_fn action, int key) {
 // Text for the screen from a key (a completion listing, a question), written
 // as it is; a line feed ends a row.
 void write_text(console *c, const wchar_t *text, int n) {
+    const uint32_t look = qv::look(TERM_LOOK_LISTING);
     int from = 0;
     for (int i = 0; i <= n; i++) {
         if (i < n && text[i] != L'\n') continue;
-        if (i > from) console_put_wstring(c, text + from, i - from);
+        if (i > from) {
+            // Each row in the listing's look, plain before the line feed.
+            const uint32_t pen = qv::terminal_style(0, look);
+            console_put_wstring(c, text + from, i - from);
+            qv::terminal_style(pen, 0);
+        }
         if (i < n) console_newline(c);
         from = i + 1;
     }

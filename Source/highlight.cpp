@@ -3,6 +3,7 @@
 // characters here, so a bad range can only style less, never more.
 #include "highlight.h"
 
+#include <atomic>
 #include <cstdlib>
 
 #include "options.h"
@@ -18,6 +19,10 @@ namespace {
 
 term_highlighter the_highlighter = nullptr;
 void *the_user = nullptr;
+
+// Set by the host's thread, read while drawing.
+std::atomic<uint32_t> looks[] = {{0}, {TERM_DIM}, {0}, {TERM_REVERSE}};
+constexpr int kLooks = sizeof(looks) / sizeof(looks[0]);
 
 // The bytes UTF-8 takes for ch, as the result encoding writes it: what it
 // cannot hold becomes U+FFFD.
@@ -105,6 +110,14 @@ int partner(const wchar_t *text, int len, int o) {
 
 } // namespace
 
+int term_setLook(int element, unsigned style) {
+    if (element < 1 || element >= kLooks) return -1;
+    // Only the bits a style has: a stray bit must not reach the painter.
+    return static_cast<int>(looks[element].exchange(style & 0x7FFFFFu));
+}
+
+uint32_t qv::look(int element) { return element >= 1 && element < kLooks ? looks[element].load() : 0; }
+
 void term_setHighlighter(term_highlighter fn, void *user) {
     the_highlighter = fn;
     the_user = fn ? user : nullptr;
@@ -138,7 +151,7 @@ bool qv::highlight_styles(const wchar_t *text, int len, int cursor, uint32_t *ou
         else if (cursor > 0 && cursor <= len && (is_open(text[cursor - 1]) || is_close(text[cursor - 1])))
             at = cursor - 1;
         const int p = at >= 0 ? partner(text, len, at) : -1;
-        if (p >= 0) out[p] |= TERM_REVERSE;
+        if (p >= 0) out[p] |= qv::look(TERM_LOOK_MATCH);
     }
     return true;
 }

@@ -9,6 +9,9 @@
 
 namespace qv {
 
+// The style of a look (TERM_LOOK_HINT, ...); 0 for an unknown one.
+uint32_t look(int element);
+
 // Whether anything styles the input now: a highlighter, or brace matching.
 bool highlight_active();
 // The style of each of the len characters of text (the cursor at offset

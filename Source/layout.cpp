@@ -186,8 +186,10 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
             const int from = col;
             const int e = unit_end(0, t.hint, h, t.hint_len);
             put_unit(0, t.hint, h, e, false, cells, col, t.cols);
-            for (int j = from; j < col; j++)
+            for (int j = from; j < col; j++) {
                 cells[j].attr = (cells[j].attr & ATTR_WIDE_TAIL) | ATTR_HINT;
+                cells[j].style = t.hint_style;
+            }
             o = t.len + e;
             if (col >= t.cols) return wrap(o);
             continue;

@@ -50,6 +50,7 @@ struct LayoutText {
     int hint_len;
     const uint32_t *prompt_styles; // a style for each prompt character, or NULL
     const uint32_t *text_styles;   // a style for each text character, or NULL
+    uint32_t hint_style;
 };
 
 // Cells of the prompt actually shown: a prompt wider than the terminal is cut

@@ -133,10 +133,6 @@ const char *qv::terminal_key(const char *name) {
     return available(value) ? value : nullptr;
 }
 
-void qv::terminal_attribute(bool dim) {
-    const char *cap = qv::terminal_key(dim ? "dim" : "sgr0");
-    if (cap) tputs(cap, 1, char_to_terminal);
-}
 
 namespace {
 

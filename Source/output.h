@@ -70,8 +70,6 @@ bool terminal_reflows();
 // Turns the terminal's bracketed paste on or off, when its description has
 // the four extended capabilities it takes (BE, BD, PS, PE); false when not.
 bool paste_bracketing(bool on);
-// Dim on, or all attributes off; nothing on a terminal without them.
-void terminal_attribute(bool dim);
 // Takes the terminal's pen from style from to style to with the fewest
 // changes its capabilities allow: attributes are only added, or all reset
 // first. Answers the style the pen then has (what the terminal could show).

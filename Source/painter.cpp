@@ -110,10 +110,12 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
         if (from_x != start || pending || !compact) screen_cursor_move_to_col(c, start);
     }
     std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
+    // The hint in its look, plain again right after it; other text leaves
+    // the pen for the next run.
     *pen = qv::terminal_style(*pen, hint ? 0 : style);
-    if (hint) qv::terminal_attribute(true);
+    const uint32_t look = hint ? qv::terminal_style(0, style) : 0;
     if (text) fputs(text.get(), stdout);
-    if (hint) qv::terminal_attribute(false);
+    if (hint) qv::terminal_style(look, 0);
     run.clear();
     if (!compact) {
         // As a single key's paint always does: back to the cursor's column.

@@ -49,6 +49,7 @@ qv::LayoutText qv::layout_text(const console *c, int cols) {
     t.breaks = buffer_breaks(c, &t.nbreaks);
     t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
     t.hint = hint_text(c, &t.hint_len, nullptr);
+    t.hint_style = qv::look(TERM_LOOK_HINT);
     t.prompt_styles = c->prompt && c->prompt == c->styled_prompt ? c->prompt_styles : nullptr;
     const qv::ViewState *v = c->state ? c->state->view : nullptr;
     t.text_styles = v && v->styled && v->nstyles == t.len ? v->styles : nullptr;

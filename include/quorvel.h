@@ -153,6 +153,16 @@ QV_API int term_addCompletion(term_completions *out, int start, const char *repl
 #define TERM_UNDERLINE 0x200000u
 #define TERM_REVERSE 0x400000u
 
+/* The looks of what the library draws itself: the history hint (default
+   TERM_DIM), the completion listing (default 0, the terminal's own) and the
+   bracket brace matching shows (default TERM_REVERSE, added to its own
+   style). term_setLook answers the element's previous style, or -1 for an
+   unknown element. Process-wide, like the options. */
+#define TERM_LOOK_HINT 1
+#define TERM_LOOK_LISTING 2
+#define TERM_LOOK_MATCH 3
+QV_API int term_setLook(int element, unsigned style);
+
 /* A prompt may be coloured: SGR sequences in it (ESC [ ... m) take no
    cells and are drawn as the style they mean, and so is everything between
    the markers \001 and \002 (readline's way of marking what takes no room). */

@@ -65,6 +65,35 @@ TEST(Colour, HighlighterAndBraces) {
     EXPECT_EQ(h.typed("\r"), Lines{"(x" + std::string(20, '7') + "1)"});
 }
 
+// The hint, the completion listing and the matched bracket take the looks
+// the host gives them.
+TEST(Colour, LooksOfHintListingAndMatch) {
+    // TERM_FG(4) for the hint, TERM_FG(1) for the listing, TERM_UNDERLINE
+    // for the bracket.
+    const std::string fg4 = "look:1=5", fg1 = "look:2=2", under = "look:3=0x200000";
+    PtyHost h({"option:2=1", "option:7=1", fg4, under, "init:dir=" + historyDir("print 42\n"), "load", "cb:idle=tick",
+               "utf8:> ", "destroy"},
+              xterm(30));
+    h.keys("pr");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "> print 42");
+    EXPECT_EQ(h.screen().looks[0][3], "");
+    EXPECT_EQ(h.screen().looks[0][4], "fg4");
+    h.keys("\x15(x)");
+    h.settle();
+    EXPECT_EQ(h.screen().looks[0][2], "underline");
+    EXPECT_EQ(h.records("LOOK"), (Lines{"LOOK 524288", "LOOK 4194304"}));
+    EXPECT_EQ(h.typed("\r"), Lines{"(x)"});
+
+    PtyHost l({fg1, "completer:words", "init", "cb:idle=tick", "utf8:> ", "destroy"}, xterm(30));
+    l.keys("pr\t");
+    l.settle();
+    l.keys("\t");
+    l.settle();
+    EXPECT_EQ(l.screen().looks[1][0], "fg1");
+    EXPECT_EQ(l.typed("\r"), Lines{"pr"});
+}
+
 // Ranges outside the text, across a character or backwards style nothing
 // they do not wholly cover.
 TEST(Colour, BadRangesStyleOnlyWholeCharacters) {

@@ -27,6 +27,7 @@
  *   sigint:default (no SIGINT handler)  completer:words|many=N|bad
  *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
  *   highlight:bad (ranges before, past, across and inside characters)
+ *   look:ELEMENT=STYLE (term_setLook; LOOK <previous> records the answer)
  *   print:S  printers:TxN@US (T threads print N lines "T<t> L<nnn>" each, US
  *   microseconds apart, while the commands go on)  join (waits for them)  wake:MS (a thread calls
  *   term_wake after MS ms)  wake:signal (SIGUSR1 calls term_wake)
@@ -368,6 +369,8 @@ int main(int argc, char **argv) {
         } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
+        } else if (strncmp(a, "look:", 5) == 0 && strchr(a, '=')) {
+            fprintf(side, "LOOK %d\n", term_setLook(atoi(a + 5), (unsigned)strtoul(strchr(a, '=') + 1, NULL, 0)));
         } else if (strncmp(a, "highlight:", 10) == 0) {
             term_setHighlighter(strcmp(a + 10, "bad") == 0 ? highlight_bad : highlight_digits, NULL);
         } else if (strncmp(a, "completer:", 10) == 0) {
