@@ -13,6 +13,7 @@ struct term_highlight {
     const int *starts; // the byte offset of each character, then the length
     int n;             // characters
     uint32_t *styles;
+    int next; // where the last range ended: highlighters mostly go left to right
 };
 
 namespace {
@@ -24,16 +25,8 @@ void *the_user = nullptr;
 std::atomic<uint32_t> looks[] = {{0}, {TERM_DIM}, {0}, {TERM_REVERSE}};
 constexpr int kLooks = sizeof(looks) / sizeof(looks[0]);
 
-// The bytes UTF-8 takes for ch, as the result encoding writes it: what it
-// cannot hold becomes U+FFFD.
-int utf8_length(wchar_t ch) {
-    const auto u = static_cast<uint32_t>(ch);
-    if (u < 0x80) return 1;
-    if (u < 0x800) return 2;
-    if ((u >= 0xD800 && u <= 0xDFFF) || u > 0x10FFFF) return 3;
-    return u < 0x10000 ? 3 : 4;
-}
-
+// ch as UTF-8, as the result encoding writes it: what UTF-8 cannot hold
+// becomes U+FFFD.
 int utf8_put(wchar_t ch, char *out) {
     auto u = static_cast<uint32_t>(ch);
     if ((u >= 0xD800 && u <= 0xDFFF) || u > 0x10FFFF) u = 0xFFFD;
@@ -60,20 +53,23 @@ int utf8_put(wchar_t ch, char *out) {
 }
 
 bool call_highlighter(const wchar_t *text, int len, uint32_t *out) {
-    int bytes = 0;
-    for (int i = 0; i < len; i++) bytes += utf8_length(text[i]);
-    auto *utf8 = static_cast<char *>(malloc(static_cast<size_t>(bytes) + 1));
+    // Room for the longest encoding: one pass instead of two.
+    auto *utf8 = static_cast<char *>(malloc(static_cast<size_t>(len) * 4 + 1));
     auto *starts = static_cast<int *>(malloc(sizeof(int) * (static_cast<size_t>(len) + 1)));
     const bool ok = utf8 && starts;
     if (ok) {
         int at = 0;
         for (int i = 0; i < len; i++) {
             starts[i] = at;
-            at += utf8_put(text[i], utf8 + at);
+            const auto u = static_cast<uint32_t>(text[i]);
+            if (u < 0x80)
+                utf8[at++] = static_cast<char>(u);
+            else
+                at += utf8_put(text[i], utf8 + at);
         }
         starts[len] = at;
         utf8[at] = 0;
-        term_highlight h{starts, len, out};
+        term_highlight h{starts, len, out, 0};
         the_highlighter(utf8, at, &h, the_user);
     }
     free(utf8);
@@ -125,18 +121,26 @@ void term_setHighlighter(term_highlighter fn, void *user) {
 
 int term_addHighlight(term_highlight *out, int start, int end, unsigned style) {
     if (!out || start >= end) return 0;
-    // The first character that starts inside the range.
-    int lo = 0, hi = out->n;
-    while (lo < hi) {
-        const int mid = (lo + hi) / 2;
-        if (out->starts[mid] < start)
-            lo = mid + 1;
-        else
-            hi = mid;
+    // The first character that starts inside the range: found by walking on
+    // from the last range when this one comes after it, else by halving.
+    int lo = out->next;
+    if (lo > out->n || (lo > 0 && out->starts[lo - 1] >= start)) {
+        lo = 0;
+        int hi = out->n;
+        while (lo < hi) {
+            const int mid = (lo + hi) / 2;
+            if (out->starts[mid] < start)
+                lo = mid + 1;
+            else
+                hi = mid;
+        }
+    } else {
+        while (lo < out->n && out->starts[lo] < start) lo++;
     }
-    int count = 0;
-    for (int k = lo; k < out->n && out->starts[k + 1] <= end; k++, count++) out->styles[k] = style;
-    return count;
+    int k = lo;
+    for (; k < out->n && out->starts[k + 1] <= end; k++) out->styles[k] = style;
+    out->next = k;
+    return k - lo;
 }
 
 bool qv::highlight_active() { return the_highlighter || qv::option(TERM_OPTION_BRACE_MATCH); }

@@ -108,7 +108,16 @@ struct CacheInit {
 // Whether a terminal description was loaded at all. Without one, a carriage
 // return is the one motion every terminal is sure to understand.
 bool described = false;
-int palette = -1; // colours the terminal has; -1 until asked
+
+// The capabilities styles take, looked up once per terminal: a paint may
+// change style at every word.
+struct StyleCaps {
+    bool loaded = false;
+    const char *sgr0, *setaf, *setab;
+    const char *flag[5]; // bold, dim, sitm, smul, rev
+    int palette;
+};
+StyleCaps style_caps;
 
 bool available(const char *s) {
     const auto v = reinterpret_cast<intptr_t>(s);
@@ -117,7 +126,7 @@ bool available(const char *s) {
 
 void get_terminal_capabilities(console *) {
     for (const Capability &cap : kCapabilities) *cap.var = tigetstr(cap.name);
-    palette = -1;
+    style_caps.loaded = false;
     t_auto_right_margin = (tigetflag("am") != 0 && tigetflag("xenl") != 0) ? 1 : 0;
     t_has_meta_key = tigetflag("km") != 0 ? 1 : 0;
 }
@@ -139,28 +148,36 @@ namespace {
 constexpr uint32_t kColourMask = 0x1FFu;
 constexpr uint32_t kFlags = TERM_BOLD | TERM_DIM | TERM_ITALIC | TERM_UNDERLINE | TERM_REVERSE;
 
+constexpr uint32_t kFlagBits[5] = {TERM_BOLD, TERM_DIM, TERM_ITALIC, TERM_UNDERLINE, TERM_REVERSE};
+
+const StyleCaps &caps() {
+    StyleCaps &s = style_caps;
+    if (s.loaded) return s;
+    static constexpr const char *kNames[5] = {"bold", "dim", "sitm", "smul", "rev"};
+    s.sgr0 = qv::terminal_key("sgr0");
+    s.setaf = qv::terminal_key("setaf");
+    s.setab = qv::terminal_key("setab");
+    for (int i = 0; i < 5; i++) s.flag[i] = qv::terminal_key(kNames[i]);
+    s.palette = described ? tigetnum("colors") : 0;
+    if (s.palette < 0) s.palette = 0;
+    s.loaded = true;
+    return s;
+}
+
 // A palette index the terminal can show: a bright colour past an 8-colour
 // palette becomes its basic one; anything else past the palette, none.
 int showable(int n) {
-    if (palette < 0) {
-        palette = described ? tigetnum("colors") : 0;
-        if (palette < 0) palette = 0;
-    }
+    const int palette = caps().palette;
     if (n < palette) return n;
     return n >= 8 && n < 16 && palette >= 8 ? n - 8 : -1;
 }
 
-void put_cap(const char *name) {
-    if (const char *cap = qv::terminal_key(name)) tputs(cap, 1, char_to_terminal);
-}
-
 // A colour (setaf or setab) when the terminal has it: answers the colour
 // part of the style the pen then has.
-uint32_t put_colour(const char *name, uint32_t colour) {
+uint32_t put_colour(const char *cap, uint32_t colour) {
     if (colour == 0) return 0;
     const int n = showable(static_cast<int>(colour) - 1);
-    const char *cap = n >= 0 ? qv::terminal_key(name) : nullptr;
-    if (!cap) return 0;
+    if (n < 0 || !cap) return 0;
     tputs(tiparm(cap, n), 1, char_to_terminal);
     return static_cast<uint32_t>(n) + 1;
 }
@@ -169,28 +186,24 @@ uint32_t put_colour(const char *name, uint32_t colour) {
 
 uint32_t qv::terminal_style(uint32_t from, uint32_t to) {
     if (from == to) return to;
+    const StyleCaps &s = caps();
     // Without a way back to plain text, nothing is drawn in colour at all.
-    if (!qv::terminal_key("sgr0")) return 0;
+    if (!s.sgr0) return 0;
     const uint32_t fg = to & kColourMask, bg = (to >> 9) & kColourMask;
     const bool reset = (from & kFlags & ~to) || ((from & kColourMask) && !fg) || (((from >> 9) & kColourMask) && !bg);
     if (reset) {
-        put_cap("sgr0");
+        tputs(s.sgr0, 1, char_to_terminal);
         from = 0;
     }
     uint32_t now = from & kFlags;
-    static constexpr struct {
-        uint32_t flag;
-        const char *cap;
-    } kAttributes[] = {{TERM_BOLD, "bold"}, {TERM_DIM, "dim"}, {TERM_ITALIC, "sitm"}, {TERM_UNDERLINE, "smul"},
-                       {TERM_REVERSE, "rev"}};
-    for (const auto &a : kAttributes) {
-        if (!(to & a.flag) || (now & a.flag) || !qv::terminal_key(a.cap)) continue;
-        put_cap(a.cap);
-        now |= a.flag;
+    for (int i = 0; i < 5; i++) {
+        if (!(to & kFlagBits[i]) || (now & kFlagBits[i]) || !s.flag[i]) continue;
+        tputs(s.flag[i], 1, char_to_terminal);
+        now |= kFlagBits[i];
     }
     uint32_t colours = from & (kColourMask | (kColourMask << 9));
-    if (fg && fg != (from & kColourMask)) colours = (colours & ~kColourMask) | put_colour("setaf", fg);
-    if (bg && bg != ((from >> 9) & kColourMask)) colours = (colours & kColourMask) | (put_colour("setab", bg) << 9);
+    if (fg && fg != (from & kColourMask)) colours = (colours & ~kColourMask) | put_colour(s.setaf, fg);
+    if (bg && bg != ((from >> 9) & kColourMask)) colours = (colours & kColourMask) | (put_colour(s.setab, bg) << 9);
     return now | colours;
 }
 

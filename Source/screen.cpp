@@ -140,7 +140,7 @@ void termchar_insert(console *c, wchar_t ch) {
     const termchar cell = {ch, c->screen.curattr, 0};
     int y = in->newcur.pos.y;
     termline *row = in->lines[y];
-    termchar spill, spill2;
+    termchar spill{}, spill2{};
     int pushed = termchar_insert_1(row, in->newcur.pos.x, &cell, &spill);
     qv::model_touch(c, y);
     // A row that just became full gets its continuation row at once; a full

@@ -1,5 +1,8 @@
 // Cost of one keystroke (insert a character, paint it) at the end of inputs
 // of 1 to 10,000 terminal rows. The cost should not grow with the input.
+// Then colour: a 100,000-character paste and 2,000 typed keys, each without
+// (argument 0) and with (1) a highlighter that colours every word, with the
+// bytes written per key.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -16,7 +19,8 @@ namespace {
 
 constexpr int kCols = 80;
 
-// A console on an 80-column xterm description whose output goes nowhere.
+// A console on an 80-column xterm description whose output goes to a
+// scratch file, to be counted.
 struct Bench {
     console c{};
     int saved_stdout = -1;
@@ -26,9 +30,9 @@ struct Bench {
         unsetenv("LINES");
         fflush(stdout);
         saved_stdout = dup(1);
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        close(null);
+        FILE *scratch = tmpfile();
+        dup2(fileno(scratch), 1);
+        fclose(scratch);
         if (!console_init(&c) || !console_init_editor(&c)) abort();
         c.prompt = L"> ";
         screen_buffer_reset(&c);
@@ -39,6 +43,10 @@ struct Bench {
         fflush(stdout);
         dup2(saved_stdout, 1);
         close(saved_stdout);
+    }
+    long written() {
+        fflush(stdout);
+        return static_cast<long>(lseek(1, 0, SEEK_END));
     }
     // Fills the edit buffer to the given number of rows, then lays it out
     // and paints it once.
@@ -61,6 +69,61 @@ void BM_KeystrokeAtEnd(benchmark::State &state) {
     (void)kCols;
 }
 BENCHMARK(BM_KeystrokeAtEnd)->Arg(1)->Arg(100)->Arg(1000)->Arg(10000)->Iterations(20000);
+
+// Every word in a colour of its own, cycling through six.
+void colour_words(const char *text, int len, term_highlight *out, void *) {
+    int word = 0;
+    for (int i = 0; i < len;) {
+        if (text[i] == ' ') {
+            i++;
+            continue;
+        }
+        int end = i;
+        while (end < len && text[end] != ' ') end++;
+        term_addHighlight(out, i, end, TERM_FG(1 + word++ % 6));
+        i = end;
+    }
+}
+
+const char kWords[] = "let total = price * 12 + tax ";
+
+// A paste arrives in reads of 8 KiB, each drawn once, compactly.
+void BM_Paste100k(benchmark::State &state) {
+    term_setHighlighter(state.range(0) ? colour_words : nullptr, nullptr);
+    constexpr int kChars = 100000;
+    long bytes = 0;
+    for (auto _ : state) {
+        Bench b;
+        const long before = b.written();
+        for (int i = 0; i < kChars; i++) {
+            action_insert_char(&b.c, kWords[i % (sizeof kWords - 1)]);
+            if (i % 8192 == 8191 || i == kChars - 1) qv::render(&b.c, 0, true);
+        }
+        bytes += b.written() - before;
+    }
+    state.counters["bytes/key"] = static_cast<double>(bytes) / (static_cast<double>(state.iterations()) * kChars);
+    term_setHighlighter(nullptr, nullptr);
+}
+BENCHMARK(BM_Paste100k)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
+
+// Keys typed one at a time, each drawn.
+void BM_Typed2000(benchmark::State &state) {
+    term_setHighlighter(state.range(0) ? colour_words : nullptr, nullptr);
+    constexpr int kKeys = 2000;
+    long bytes = 0;
+    for (auto _ : state) {
+        Bench b;
+        const long before = b.written();
+        for (int i = 0; i < kKeys; i++) {
+            action_insert_char(&b.c, kWords[i % (sizeof kWords - 1)]);
+            qv::render(&b.c, 0, false);
+        }
+        bytes += b.written() - before;
+    }
+    state.counters["bytes/key"] = static_cast<double>(bytes) / (static_cast<double>(state.iterations()) * kKeys);
+    term_setHighlighter(nullptr, nullptr);
+}
+BENCHMARK(BM_Typed2000)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 } // namespace
 

@@ -8,7 +8,9 @@
  * ~/.local/state/quorvel/term.history). Commands: :password, :raw, :size,
  * :ticker (a thread prints a line every second, above the input, until
  * :ticker again), :help. Tab completes the commands and the words of earlier lines. Ctrl-D
- * on an empty line leaves.
+ * on an empty line leaves. The prompt is coloured; numbers, strings and the
+ * demo's own commands are highlighted, and a bracket's partner shows while
+ * the cursor is on it.
  */
 #include <quorvel.h>
 
@@ -206,6 +208,38 @@ static char *history_dir(void) {
     return dir;
 }
 
+/* Numbers, quoted strings and a command at the start of the input. */
+static void highlight(const char *text, int len, term_highlight *out, void *unused) {
+    int i = 0;
+    (void)unused;
+    if (text[0] == ':') {
+        size_t k;
+        for (k = 0; k < sizeof commands / sizeof commands[0]; k++) {
+            const int n = (int)strlen(commands[k]);
+            if (strncmp(text, commands[k], (size_t)n) == 0 && (text[n] == 0 || text[n] == ' ')) {
+                term_addHighlight(out, 0, n, TERM_FG(6) | TERM_BOLD);
+                i = n;
+            }
+        }
+    }
+    while (i < len) {
+        if (text[i] == '"' || text[i] == '\'') {
+            int end = i + 1;
+            while (end < len && text[end] != text[i]) end++;
+            if (end < len) end++;
+            term_addHighlight(out, i, end, TERM_FG(2));
+            i = end;
+        } else if (text[i] >= '0' && text[i] <= '9') {
+            int end = i;
+            while (end < len && ((text[end] >= '0' && text[end] <= '9') || text[end] == '.')) end++;
+            term_addHighlight(out, i, end, TERM_FG(3));
+            i = end;
+        } else {
+            i++;
+        }
+    }
+}
+
 int main(void) {
     term_options options;
     term_callbacks callbacks;
@@ -226,12 +260,14 @@ int main(void) {
     term_setCallbacks(&callbacks);
     term_setCompleter(complete, NULL);
     term_setOption(TERM_OPTION_HINTS, 1);
+    term_setOption(TERM_OPTION_BRACE_MATCH, 1);
+    term_setHighlighter(highlight, NULL);
     term_loadHistory();
 
     printf("Quorvel demo: %dx%d terminal. Type :help for commands, Ctrl-D to leave.\n",
            term_getConsoleWidth(), term_getConsoleHeight());
     while (!done) {
-        char *line = term_getLine(0, "quorvel> ");
+        char *line = term_getLine(0, "\x1b[1;34mquorvel\x1b[0m> ");
         if (!line) {
             fprintf(stderr, "out of memory\n");
             break;
