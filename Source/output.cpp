@@ -116,8 +116,18 @@ struct StyleCaps {
     const char *sgr0, *setaf, *setab;
     const char *flag[5]; // bold, dim, sitm, smul, rev
     int palette;
+    char *colour[2][256]; // setaf and setab for each index, formatted when first used
 };
 StyleCaps style_caps;
+
+void forget_style_caps() {
+    for (auto &kind : style_caps.colour)
+        for (char *&s : kind) {
+            free(s);
+            s = nullptr;
+        }
+    forget_style_caps();
+}
 
 bool available(const char *s) {
     const auto v = reinterpret_cast<intptr_t>(s);
@@ -172,13 +182,25 @@ int showable(int n) {
     return n >= 8 && n < 16 && palette >= 8 ? n - 8 : -1;
 }
 
-// A colour (setaf or setab) when the terminal has it: answers the colour
-// part of the style the pen then has.
-uint32_t put_colour(const char *cap, uint32_t colour) {
+// A style capability: as it stands, unless it asks for padding, which only
+// tputs knows how to give.
+void put_style(const char *cap) {
+    if (strchr(cap, '$'))
+        tputs(cap, 1, char_to_terminal);
+    else
+        fputs(cap, stdout);
+}
+
+// A colour (kind 0: setaf, 1: setab) when the terminal has it: answers the
+// colour part of the style the pen then has.
+uint32_t put_colour(int kind, uint32_t colour) {
     if (colour == 0) return 0;
     const int n = showable(static_cast<int>(colour) - 1);
+    const char *cap = kind ? caps().setab : caps().setaf;
     if (n < 0 || !cap) return 0;
-    tputs(tiparm(cap, n), 1, char_to_terminal);
+    char *&formatted = style_caps.colour[kind][n];
+    if (!formatted) formatted = strdup(tiparm(cap, n));
+    put_style(formatted ? formatted : tiparm(cap, n));
     return static_cast<uint32_t>(n) + 1;
 }
 
@@ -192,18 +214,18 @@ uint32_t qv::terminal_style(uint32_t from, uint32_t to) {
     const uint32_t fg = to & kColourMask, bg = (to >> 9) & kColourMask;
     const bool reset = (from & kFlags & ~to) || ((from & kColourMask) && !fg) || (((from >> 9) & kColourMask) && !bg);
     if (reset) {
-        tputs(s.sgr0, 1, char_to_terminal);
+        put_style(s.sgr0);
         from = 0;
     }
     uint32_t now = from & kFlags;
     for (int i = 0; i < 5; i++) {
         if (!(to & kFlagBits[i]) || (now & kFlagBits[i]) || !s.flag[i]) continue;
-        tputs(s.flag[i], 1, char_to_terminal);
+        put_style(s.flag[i]);
         now |= kFlagBits[i];
     }
     uint32_t colours = from & (kColourMask | (kColourMask << 9));
-    if (fg && fg != (from & kColourMask)) colours = (colours & ~kColourMask) | put_colour(s.setaf, fg);
-    if (bg && bg != ((from >> 9) & kColourMask)) colours = (colours & kColourMask) | (put_colour(s.setab, bg) << 9);
+    if (fg && fg != (from & kColourMask)) colours = (colours & ~kColourMask) | put_colour(0, fg);
+    if (bg && bg != ((from >> 9) & kColourMask)) colours = (colours & kColourMask) | (put_colour(1, bg) << 9);
     return now | colours;
 }
 

@@ -66,6 +66,16 @@ wchar_t *cp2wchar(console *, const char *s, int *count) {
 
 char *wchar2cp(console *, const wchar_t *s, int count) {
     if (!s || count <= 0) return nullptr;
+    // Plain ASCII, the common run, needs no conversion state at all.
+    int ascii = 0;
+    while (ascii < count && s[ascii] > 0 && s[ascii] < 0x80) ascii++;
+    if (ascii == count || (ascii > 0 && s[ascii] == 0)) {
+        auto *out = static_cast<char *>(malloc(static_cast<size_t>(ascii) + 1));
+        if (!out) return nullptr;
+        for (int i = 0; i < ascii; i++) out[i] = static_cast<char>(s[i]);
+        out[ascii] = 0;
+        return out;
+    }
     Utf8Scope utf8;
     char unit[MB_LEN_MAX];
     size_t bytes = 0;

@@ -106,15 +106,21 @@ void BM_Paste100k(benchmark::State &state) {
 }
 BENCHMARK(BM_Paste100k)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
 
-// Keys typed one at a time, each drawn.
+// Keys typed one at a time, each drawn: in lines of 80 characters (the
+// second argument), or all in one line of 2,000 (0).
 void BM_Typed2000(benchmark::State &state) {
     term_setHighlighter(state.range(0) ? colour_words : nullptr, nullptr);
     constexpr int kKeys = 2000;
+    const int line = state.range(1) ? static_cast<int>(state.range(1)) : kKeys;
     long bytes = 0;
     for (auto _ : state) {
         Bench b;
         const long before = b.written();
         for (int i = 0; i < kKeys; i++) {
+            if (i > 0 && i % line == 0) {
+                buffer_clear(&b.c);
+                qv::render(&b.c, 0, false);
+            }
             action_insert_char(&b.c, kWords[i % (sizeof kWords - 1)]);
             qv::render(&b.c, 0, false);
         }
@@ -123,7 +129,13 @@ void BM_Typed2000(benchmark::State &state) {
     state.counters["bytes/key"] = static_cast<double>(bytes) / (static_cast<double>(state.iterations()) * kKeys);
     term_setHighlighter(nullptr, nullptr);
 }
-BENCHMARK(BM_Typed2000)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_Typed2000)
+    ->Args({0, 80})
+    ->Args({1, 80})
+    ->Args({0, 0})
+    ->Args({1, 0})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
 
 } // namespace
 
