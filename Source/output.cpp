@@ -126,7 +126,7 @@ void forget_style_caps() {
             free(s);
             s = nullptr;
         }
-    forget_style_caps();
+    style_caps.loaded = false;
 }
 
 bool available(const char *s) {
@@ -136,7 +136,7 @@ bool available(const char *s) {
 
 void get_terminal_capabilities(console *) {
     for (const Capability &cap : kCapabilities) *cap.var = tigetstr(cap.name);
-    style_caps.loaded = false;
+    forget_style_caps();
     t_auto_right_margin = (tigetflag("am") != 0 && tigetflag("xenl") != 0) ? 1 : 0;
     t_has_meta_key = tigetflag("km") != 0 ? 1 : 0;
 }
