@@ -52,14 +52,35 @@ void signal_interrupt(console *c) { c->status = ST_INTERRUPTED; }
 
 namespace {
 
-// SIGCONT and SIGWINCH last: they do not give the terminal back.
-constexpr int kSignals[] = {SIGTERM, SIGHUP, SIGQUIT, SIGINT, SIGTSTP, SIGCONT, SIGWINCH};
-constexpr int kCount = sizeof(kSignals) / sizeof(kSignals[0]);
+// The signals a read listens to. The first five give the terminal back and
+// then go to the host's disposition, whatever it is; SIGCONT and SIGWINCH
+// only tell the read something. The rest, every other signal whose default
+// action ends the process (the real-time ones included), are caught only
+// while the host leaves them at that default: the terminal is given back,
+// and the signal then takes its course.
+constexpr int kHandled[] = {SIGTERM, SIGHUP, SIGQUIT, SIGINT, SIGTSTP, SIGCONT, SIGWINCH};
+constexpr int kFatal[] = {SIGALRM, SIGUSR1, SIGUSR2,  SIGPIPE, SIGXCPU, SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO,
+                          SIGPWR,  SIGSYS,  SIGTRAP,  SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,    SIGABRT, SIGSTKFLT};
+constexpr int kHandledCount = sizeof(kHandled) / sizeof(kHandled[0]);
+constexpr int kMax = kHandledCount + sizeof(kFatal) / sizeof(kFatal[0]) + 64;
+int kSignals[kMax];
+int kCount = 0;
+
+// Filled once, before any handler can run: the real-time range is only
+// known at run time.
+void list_signals() {
+    if (kCount) return;
+    int n = 0;
+    for (int sig : kHandled) kSignals[n++] = sig;
+    for (int sig : kFatal) kSignals[n++] = sig;
+    for (int sig = SIGRTMIN; sig <= SIGRTMAX && n < kMax; sig++) kSignals[n++] = sig;
+    kCount = n;
+}
 
 // Shared with the handler, so plain data and sig_atomic_t flags only.
-struct sigaction host_action[kCount];
-volatile sig_atomic_t installed[kCount];
-volatile sig_atomic_t passed[kCount]; // given to the host; ours is no longer in place
+struct sigaction host_action[kMax];
+volatile sig_atomic_t installed[kMax];
+volatile sig_atomic_t passed[kMax]; // given to the host; ours is no longer in place
 volatile sig_atomic_t signalled;      // anything for session_resume to do
 volatile sig_atomic_t continued;
 volatile sig_atomic_t resized;
@@ -140,6 +161,9 @@ void install(int i) {
     if (sigaction(kSignals[i], nullptr, &current) != 0) return;
     const bool listen_only = kSignals[i] == SIGCONT || kSignals[i] == SIGWINCH;
     if (current.sa_handler == SIG_IGN && !listen_only) return;
+    // A host's own handler for a signal outside the first group is its
+    // business alone.
+    if (i >= kHandledCount && ((current.sa_flags & SA_SIGINFO) || current.sa_handler != SIG_DFL)) return;
     host_action[i] = current;
     if (sigaction(kSignals[i], &ours, nullptr) == 0) installed[i] = 1;
 }
@@ -158,7 +182,8 @@ class BlockSignals {
     BlockSignals() {
         sigset_t set;
         sigemptyset(&set);
-        for (int sig : kSignals) sigaddset(&set, sig);
+        list_signals();
+        for (int i = 0; i < kCount; i++) sigaddset(&set, kSignals[i]);
         pthread_sigmask(SIG_BLOCK, &set, &old_);
     }
     ~BlockSignals() { pthread_sigmask(SIG_SETMASK, &old_, nullptr); }

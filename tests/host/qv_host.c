@@ -13,8 +13,9 @@
  * Commands:
  *   init  init:sigint  init:dir=PATH  init:null
  *   cb:complete=brackets|backslash|marker  cb:keep=1|0|backslash  cb:none
- *   cb:idle=ANSWER@CALLS|tick|exit|churn  cb:eoi
- *     (tick: TICK records show the host has consumed all input; churn: as
+ *   cb:idle=ANSWER@CALLS|tick|exit|churn|raise:SIG  cb:eoi
+ *     (raise:SIG: the first onIdle raises signal SIG, as a crash would;
+ *     tick: TICK records show the host has consumed all input; churn: as
  *     tick, and after each SIGUSR2 onIdle clears the history, sets its limit
  *     to 0 and back to 1000 and adds 1,100 entries, then records CHURN;
  *     marker: read n is complete once its text holds the letter 'A' + n)
@@ -53,7 +54,7 @@
 
 static FILE *side;
 static int reads;
-static int idle_answer, idle_after, idle_calls;
+static int idle_answer, idle_after, idle_calls, idle_raise;
 static int keep_mode; /* the fixed answer of keepNewline */
 static int complete_mode; /* 0 brackets, 1 backslash, 2 marker */
 static int eoi_seen;
@@ -145,6 +146,7 @@ static void churn_history(void) {
    TICK and answers 0; -2 exits; -3 is -1 with churn_history on SIGUSR2. */
 static int on_idle(void) {
     idle_calls++;
+    if (idle_raise) raise(idle_raise);
     if (idle_answer == -2) exit(3);
     if (idle_answer == -3 && churn_asked) churn_history();
     if (idle_answer == -1 || idle_answer == -3) fprintf(side, "TICK %d\n", idle_calls);
@@ -314,6 +316,7 @@ static void set_callbacks(const char *setting) {
                       : strcmp(setting + 5, "churn") == 0 ? -3
                                                           : atoi(setting + 5);
         if (idle_answer == -3) signal(SIGUSR2, on_usr2);
+        if (strncmp(setting + 5, "raise:", 6) == 0) idle_answer = 0, idle_raise = atoi(setting + 11);
         idle_after = strchr(setting, '@') ? atoi(strchr(setting, '@') + 1) : 1;
         cb.onIdle = on_idle;
     } else if (strcmp(setting, "eoi") == 0) {
