@@ -33,6 +33,12 @@ constexpr int kMaxChanges = 4096;
 
 qv::UndoLog *log_of(console *c) { return c->state ? c->state->undo : nullptr; }
 
+void clear_log(qv::UndoLog *u) {
+    for (int i = 0; i < u->count; i++) free(u->changes[i].removed);
+    u->count = 0;
+    u->open = true;
+}
+
 void drop_oldest(qv::UndoLog *u) {
     free(u->changes[0].removed);
     for (int i = 1; i < u->count; i++) u->changes[i - 1] = u->changes[i];
@@ -74,6 +80,8 @@ void note_insert(console *c, int pos, int n) {
     if (qv::UndoLog::Change *ch = next_change(u)) {
         ch->pos = pos;
         ch->n = n;
+    } else {
+        clear_log(u); // a change it cannot replay would put every older one out of place
     }
 }
 
@@ -81,13 +89,13 @@ void note_delete(console *c, int pos, const wchar_t *text, int n) {
     qv::UndoLog *u = log_of(c);
     if (!u || u->suspended || n <= 0) return;
     auto *copy = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(n)));
-    if (!copy) return;
-    wmemcpy(copy, text, static_cast<size_t>(n));
-    qv::UndoLog::Change *ch = next_change(u);
+    qv::UndoLog::Change *ch = copy ? next_change(u) : nullptr;
     if (!ch) {
         free(copy);
+        clear_log(u);
         return;
     }
+    wmemcpy(copy, text, static_cast<size_t>(n));
     ch->pos = pos;
     ch->n = n;
     ch->removed = copy;
@@ -110,16 +118,6 @@ void qv::undo_boundary(console *c, bool typing) {
     UndoLog *u = log_of(c);
     if (u && !typing) u->open = true;
 }
-
-namespace {
-
-void clear_log(qv::UndoLog *u) {
-    for (int i = 0; i < u->count; i++) free(u->changes[i].removed);
-    u->count = 0;
-    u->open = true;
-}
-
-} // namespace
 
 void qv::undo_reset(console *c) {
     if (UndoLog *u = log_of(c)) clear_log(u);
@@ -144,16 +142,28 @@ void action_undo(console *c, int) {
     u->suspended++;
     while (u->count > 0 && u->changes[u->count - 1].step == step) {
         qv::UndoLog::Change &ch = u->changes[--u->count];
-        c->editor.cursor = c->editor.buffer + ch.pos;
-        if (ch.removed) {
-            buffer_insert_string(c, ch.removed, static_cast<uint32_t>(ch.n));
+        const bool gives_back = ch.removed != nullptr;
+        bool replayed = ch.pos <= c->editor.lastchar - c->editor.buffer; // never expected otherwise
+        if (!replayed) {
+            free(ch.removed);
+        } else if (gives_back) {
+            c->editor.cursor = c->editor.buffer + ch.pos;
+            replayed = buffer_insert_string(c, ch.removed, static_cast<uint32_t>(ch.n)) != 0;
             free(ch.removed);
         } else {
+            c->editor.cursor = c->editor.buffer + ch.pos;
             buffer_delete_after(c, static_cast<uint32_t>(ch.n));
+        }
+        if (!replayed || !c->editor.buffer) {
+            // Out of memory (the read ends, or goes on with nothing left to
+            // undo), or a log out of step with the line.
+            u->suspended--;
+            clear_log(u);
+            return;
         }
         // The cursor goes where the step began: behind text given back, at
         // the place of text taken out.
-        cursor = ch.removed ? ch.pos + ch.n : ch.pos;
+        cursor = gives_back ? ch.pos + ch.n : ch.pos;
     }
     u->suspended--;
     u->open = true;
