@@ -59,11 +59,13 @@ char *finish_line(console *c, char *(*encode)(console *)) {
     // The mask belongs to this read alone.
     c->masked = 0;
     c->maskchar = 0;
-    if (theTerminal && theTerminal->console == c) theTerminal->last_status = c->status;
     if (c->editor.buffer) {
         result = encode(c);
+        // A line that could not be handed over is lost, and the status says why.
+        if (!result) c->status = ST_NOMEMORY;
         console_free_editor(c);
     }
+    if (theTerminal && theTerminal->console == c) theTerminal->last_status = c->status;
     if (c->eof == 1 && c->callbacks.onEndOfInput) c->callbacks.onEndOfInput();
     return result;
 }

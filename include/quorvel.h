@@ -218,7 +218,7 @@ QV_API int term_setOption(int option, int value);
 #define ST_NOBUFFER 4    /* no memory for the edit buffer: the line is NULL */
 #define ST_IOERROR 5     /* reading the terminal failed */
 #define ST_STOPPED 6     /* onIdle() asked to stop */
-#define ST_NOMEMORY 9    /* the edit buffer could not grow: the line is NULL */
+#define ST_NOMEMORY 9    /* the edit buffer could not grow, or the line could not be copied out: the line is NULL */
 #define ST_DONE 10       /* Return completed the line; a key was read */
 #define ST_EOF 11        /* Ctrl-D on an empty line, or the end of the input */
 #define ST_WOKEN 12      /* term_wake() ended the read */
