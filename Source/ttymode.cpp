@@ -10,6 +10,7 @@
 // the input loop takes the terminal back at its next wait.
 #include "ttymode.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -77,15 +78,18 @@ void list_signals() {
     kCount = n;
 }
 
-// Shared with the handler, so plain data and sig_atomic_t flags only.
+// Shared with the handler, so plain data and lock-free atomic flags only:
+// the kernel may run the handler on any of the host's threads.
+using Flag = std::atomic<int>;
+static_assert(Flag::is_always_lock_free, "a signal handler may only touch lock-free atomics");
 struct sigaction host_action[kMax];
-volatile sig_atomic_t installed[kMax];
-volatile sig_atomic_t passed[kMax]; // given to the host; ours is no longer in place
-volatile sig_atomic_t signalled;      // anything for session_resume to do
-volatile sig_atomic_t continued;
-volatile sig_atomic_t resized;
-volatile sig_atomic_t have_saved;
-volatile sig_atomic_t session_active;
+Flag installed[kMax];
+Flag passed[kMax]; // given to the host; ours is no longer in place
+Flag signalled;    // anything for session_resume to do
+Flag continued;
+Flag resized;
+Flag have_saved;
+Flag session_active;
 struct termios saved_mode;
 struct termios raw_mode; // as the session set it, to tell whether the host changed it since
 int mode_fd = -1;
@@ -93,7 +97,7 @@ int wake_pipe[2] = {-1, -1};
 // Bytes that undo what the read turned on in the terminal (bracketed paste),
 // written before the mode is given back.
 char exit_bytes[32];
-volatile sig_atomic_t exit_len;
+Flag exit_len;
 
 void write_exit_bytes() {
     if (exit_len > 0) {
@@ -257,8 +261,10 @@ void session_on_exit(const char *bytes) {
     BlockSignals block;
     const size_t n = bytes ? strlen(bytes) : 0;
     if (n >= sizeof exit_bytes) return;
+    // A handler on another thread sees the old bytes or the new, never half.
+    exit_len = 0;
     if (n > 0) memcpy(exit_bytes, bytes, n);
-    exit_len = static_cast<sig_atomic_t>(n);
+    exit_len = static_cast<int>(n);
 }
 
 int session_resume() {
