@@ -10,8 +10,11 @@
 #include <fstream>
 #include <string>
 
+#include <thread>
+
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include "console.h"
@@ -29,6 +32,8 @@ void __libc_free(void *);
 namespace {
 
 long fail_from = -1; // allocations left before all of them fail; -1: never
+bool fail_once = false; // only the one allocation at fail_from fails
+bool armed = true;      // false: the test's own allocations, never failed
 bool tracking = false;
 constexpr size_t kSlots = 1 << 14;
 void *live[kSlots]; // blocks allocated while tracking, in no order
@@ -59,8 +64,13 @@ void forget(void *p) {
 // only allocations outside libtinfo, and outside setupterm, are made to fail.
 bool in_setupterm = false;
 bool fail_for(void *caller) {
-    if (fail_from < 0 || in_setupterm || from_terminfo(caller)) return false;
-    return fail_from == 0 || (fail_from--, false);
+    if (fail_from < 0 || !armed || in_setupterm || from_terminfo(caller)) return false;
+    if (fail_from == 0) {
+        if (fail_once) fail_from = -1;
+        return true;
+    }
+    fail_from--;
+    return false;
 }
 
 template <class F> void *tracked(void *caller, F allocate) {
@@ -115,6 +125,7 @@ class AllocationFailure : public ::testing::Test {
     }
     void TearDown() override {
         fail_from = -1;
+        fail_once = false;
         tracking = false;
         fflush(stdout);
         dup2(saved_, 1);
@@ -205,6 +216,135 @@ TEST_F(AllocationFailure, TheEditorFailsQuietly) {
         EXPECT_EQ(c.editor.buffer, nullptr);
         console_free(&c);
     }
+}
+
+// A session that uses every feature, run through the public calls on a
+// pseudo-terminal with an allocation failing at each point in turn, once
+// or for good from there: no run crashes or hangs, every read ends with a
+// line or a status that says memory ran out, and the history file keeps
+// every line it had.
+void complete_two(const char *, int cursor, term_completions *out, void *) {
+    term_addCompletion(out, 0, "alpha");
+    term_addCompletion(out, 0, "alpine");
+    (void)cursor;
+}
+
+class SessionSweep : public AllocationFailure {
+  protected:
+    void SetUp() override {
+        AllocationFailure::SetUp();
+        struct winsize ws {};
+        ws.ws_row = 24;
+        ws.ws_col = 40;
+        int slave = -1;
+        ASSERT_EQ(openpty(&master_, &slave, nullptr, nullptr, &ws), 0);
+        fcntl(master_, F_SETFL, O_NONBLOCK);
+        saved_in_ = dup(0);
+        fflush(stdout);
+        dup2(slave, 0);
+        dup2(slave, 1);
+        close(slave);
+        dir_ = qvtest::tempDir();
+        armed = false;
+    }
+    void TearDown() override {
+        armed = true;
+        fflush(stdout);
+        dup2(saved_in_, 0);
+        close(saved_in_);
+        close(master_);
+        AllocationFailure::TearDown();
+    }
+    // Only the library's own allocations are made to fail.
+    template <class F> static auto lib(F f) {
+        struct Arm {
+            Arm() { armed = true; }
+            ~Arm() { armed = false; }
+        } arm;
+        return f();
+    }
+    void drain() {
+        char buf[4096];
+        while (read(master_, buf, sizeof buf) > 0) {
+        }
+    }
+    // One read: the keys of each step pushed and fed in turn. Answers
+    // whether the read ended with a line or a status it documents for
+    // memory that ran out.
+    ::testing::AssertionResult read_line(const std::vector<std::string> &steps) {
+        if (!lib([] { return term_editStart(TERM_EDIT_UTF8, 0, "> "); })) return ::testing::AssertionSuccess();
+        for (const std::string &keys : steps) {
+            if (keys == "print") {
+                std::thread([this] { lib([] { term_print("printed from a thread"); }); }).join();
+            } else {
+                lib([&] { return term_editPush(keys.data(), static_cast<int>(keys.size())); });
+            }
+            char *line = nullptr;
+            const int done = lib([&] { return term_editFeed(&line); });
+            drain();
+            if (done == 1) {
+                const int status = term_getStatus();
+                term_free(line);
+                if (status == ST_NOBUFFER || status == ST_NOMEMORY || (status == ST_DONE && line))
+                    return ::testing::AssertionSuccess();
+                return ::testing::AssertionFailure() << "ended with status " << status;
+            }
+        }
+        lib([] { term_editStop(); });
+        drain();
+        return ::testing::AssertionFailure() << "the read never ended";
+    }
+    ::testing::AssertionResult session() {
+        term_options opts = {dir_.c_str(), 0};
+        if (!lib([&] { return term_init(&opts); })) return ::testing::AssertionFailure() << "no instance";
+        lib([] {
+            term_loadHistory();
+            term_setOption(TERM_OPTION_HINTS, 1);
+            term_setCompleter(complete_two, nullptr);
+        });
+        // Hints, completion and its listing, kills and yanks, undo, a
+        // paste, a print queued during the read, and a search.
+        auto first = read_line({"al", "\t", "\t", "\t", " x", "\x1b[D\x0b", "\x01\x0b", "\x19", "\x1by",
+                                "\x1f", "\x1f", "\x1b[200~pasted\ntext\x1b[201~", "print", "\x12" "bet", "\x1b[C",
+                                "\x12", "\x07", "\r"});
+        auto second = read_line({"\x1b[A", "\x1b[A", "\x1b[5~", "\r"});
+        lib([] { term_destroy(); });
+        drain();
+        return !first ? first : second;
+    }
+    int master_ = -1;
+    int saved_in_ = -1;
+    std::string dir_;
+};
+
+TEST_F(SessionSweep, EveryFeatureSurvivesEachFailedAllocation) {
+    const std::string path = dir_ + "/term.history";
+    const std::string before = "alpha one\nbeta two\ngamma three\n";
+    std::ofstream(path) << before;
+    ASSERT_TRUE(session()); // warm-up: one-time state exists before counting
+    std::ofstream(path) << before;
+    const long needed = allocations_of([&] { session(); });
+    ASSERT_GT(needed, 50);
+    // The terminal has stdout, so what went wrong is told once it is back.
+    std::string problems;
+    for (int once = 0; once < 2; once++)
+        for (long n = 0; n < needed; n++) {
+            std::ofstream(path) << before;
+            fail_once = once;
+            fail_from = n;
+            const ::testing::AssertionResult ran = session();
+            fail_from = -1;
+            fail_once = false;
+            const std::string which = "allocation " + std::to_string(n) + (once ? " failed alone: " : " failed for good: ");
+            // Without an instance there is nothing to check but that it
+            // did not crash.
+            if (!ran && std::string(ran.message()) != "no instance") problems += which + ran.message() + "\n";
+            const std::string after = qvtest::readFile(path);
+            if (after.compare(0, before.size(), before) != 0) problems += which + "the file is " + after + "\n";
+        }
+    TearDown();
+    EXPECT_EQ(problems, "");
+    SetUp();
 }
 
 } // namespace
