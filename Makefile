@@ -46,11 +46,12 @@ bench:
 # libFuzzer targets (clang, AddressSanitizer + UndefinedBehaviorSanitizer),
 # each run for FUZZ_SECONDS.
 FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?=
 fuzz:
 	@./scripts/setup.sh --fuzz
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_FUZZ=ON
-	cmake --build build-fuzz -j $(JOBS) --target fuzz_keys fuzz_history fuzz_text fuzz_keymap
-	./scripts/fuzz.sh build-fuzz $(FUZZ_SECONDS)
+	cmake --build build-fuzz -j $(JOBS) --target fuzz_keys fuzz_history fuzz_text fuzz_keymap fuzz_session
+	./scripts/fuzz.sh build-fuzz $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 # The pseudo-terminal tests with the host under valgrind's memcheck.
 memcheck:

@@ -3,11 +3,15 @@
 # starting from the corpus kept under tests/fuzz/corpus/. Fails on the first
 # crash and names the input; once the fault is fixed, copy that input into
 # tests/fuzz/corpus/<target>/, where the ordinary tests replay it for good.
+#   scripts/fuzz.sh [build-dir] [seconds-per-target] [target...]
 set -euo pipefail
 build=${1:-build-fuzz}
 seconds=${2:-60}
+shift $(($# < 2 ? $# : 2))
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || targets=(fuzz_keys fuzz_history fuzz_text fuzz_keymap fuzz_session)
 cd "$(dirname "$0")/.."
-for target in fuzz_keys fuzz_history fuzz_text fuzz_keymap; do
+for target in "${targets[@]}"; do
     work="$build/corpus/$target"
     mkdir -p "$work" "$build/crashes"
     echo "== $target: ${seconds}s"

@@ -102,6 +102,21 @@ std::vector<std::string> Screen::shown() const {
     return out;
 }
 
+// Once G0 has been designated ASCII (xterm's sgr0 does it), libvterm decodes
+// a combining mark apart from the character before it, and a mark written in
+// the pending-wrap column lands alone on the next row, where xterm puts it on
+// its character. ASCII is G0 already in UTF-8 mode, so the designation is
+// dropped before libvterm sees it.
+static void feed(VTerm *vt, const std::string &bytes, size_t from, size_t to) {
+    static const std::string kAscii = "\x1b(B";
+    while (from < to) {
+        size_t at = bytes.find(kAscii, from);
+        if (at == std::string::npos || at + kAscii.size() > to) at = to;
+        vterm_input_write(vt, bytes.data() + from, at - from);
+        from = at == to ? to : at + kAscii.size();
+    }
+}
+
 Screen render(const std::string &bytes, int rows, int cols, const std::vector<Resize> &resizes) {
     VTerm *vt = vterm_new(rows, cols);
     vterm_set_utf8(vt, 1);
@@ -109,13 +124,13 @@ Screen render(const std::string &bytes, int rows, int cols, const std::vector<Re
     vterm_screen_reset(vs, 1);
     size_t done = 0;
     for (const Resize &r : resizes) {
-        vterm_input_write(vt, bytes.data() + done, r.at - done);
+        feed(vt, bytes, done, r.at);
         done = r.at;
         rows = r.rows;
         cols = r.cols;
         vterm_set_size(vt, rows, cols);
     }
-    vterm_input_write(vt, bytes.data() + done, bytes.size() - done);
+    feed(vt, bytes, done, bytes.size());
     Screen screen;
     for (int r = 0; r < rows; r++) {
         std::string row;

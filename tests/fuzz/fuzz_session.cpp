@@ -1,0 +1,291 @@
+// A stateful fuzzer: key bytes interleaved with the calls a host makes
+// between and during reads (history changes, options, completers good and
+// bad, a highlighter with bad ranges, resizes, prints from another thread,
+// the line set from outside), all through the public calls of an edit under
+// the host's loop, on a real pseudo-terminal. After every step the screen
+// libvterm renders from what the library wrote must show the prompt and the
+// line that term_editLine answers (what the read would return), with the
+// cursor where the next key acts.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <csignal>
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "quorvel.h"
+#include "support.h"
+
+namespace {
+
+constexpr int kRows = 40;
+constexpr size_t kMaxSize = 600;
+const char kPrompt[] = "\x1b[32m>\x1b[0m ";
+const std::wstring kVisiblePrompt = L"> ";
+
+int master = -1;
+const char *history_dir = nullptr; // a scratch directory for the history file
+int cols = 30;
+std::string out;                       // everything the library wrote since the input began
+std::vector<qvtest::Resize> resizes;   // where the window changed, for the renderer
+
+void drain() {
+    char buf[65536];
+    for (;;) {
+        const ssize_t n = read(master, buf, sizeof buf);
+        if (n <= 0) return;
+        out.append(buf, static_cast<size_t>(n));
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Host behaviour the steps switch between
+
+int completer_kind = 0;
+
+void complete(const char *text, int cursor, term_completions *outc, void *) {
+    switch (completer_kind) {
+    case 1: term_addCompletion(outc, cursor, "word "); break;
+    case 2:
+        for (int i = 0; i < 1000; i++) {
+            char item[16];
+            snprintf(item, sizeof item, "it%03d", i);
+            term_addCompletion(outc, cursor, item);
+        }
+        break;
+    case 3: term_addCompletion(outc, cursor, "\xff\xfe bad \xc3"); break;
+    case 4:
+        // Starts that are out of range or inside a character.
+        term_addCompletion(outc, cursor + 3, "x");
+        term_addCompletion(outc, -1, "y");
+        term_addCompletion(outc, cursor > 0 ? 1 : 0, "\xc3\xa9z");
+        (void)text;
+        break;
+    case 5:
+        // The state under the edit changes from inside the read.
+        term_clearHistory();
+        term_addHistory("from the completer");
+        term_setOption(TERM_OPTION_BRACE_MATCH, 1);
+        term_addCompletion(outc, 0, "((");
+        break;
+    default: break;
+    }
+}
+
+void highlight(const char *, int len, term_highlight *h, void *) {
+    term_addHighlight(h, -5, 2, TERM_FG(1));
+    term_addHighlight(h, len / 2, len + 9, TERM_BG(4) | TERM_BOLD);
+    term_addHighlight(h, 3, 1, TERM_REVERSE);
+    term_addHighlight(h, 1, 2, TERM_UNDERLINE);
+}
+
+// ---------------------------------------------------------------------------
+// The oracle
+
+[[noreturn]] void fail(const char *what, const std::string &detail) {
+    fprintf(stderr, "fuzz_session: %s: %s\n", what, detail.c_str());
+    // QV_FUZZ_SHOW=1: the screen as rendered, to see what went wrong.
+    if (getenv("QV_FUZZ_SHOW")) {
+        const qvtest::Screen shown = qvtest::render(out, kRows, cols, resizes);
+        for (int r = 0; r < kRows; r++) fprintf(stderr, "%2d|%s|\n", r, shown.row(r).c_str());
+        fprintf(stderr, "cursor %d,%d\n", shown.cursor_row, shown.cursor_col);
+        const size_t from = resizes.empty() ? 0 : resizes.back().at;
+        std::string tail;
+        for (size_t k = from; k < out.size(); k++) {
+            const unsigned char ch = static_cast<unsigned char>(out[k]);
+            char esc[8];
+            snprintf(esc, sizeof esc, ch < 32 || ch >= 127 ? "\\x%02x" : "%c", ch);
+            tail += esc;
+        }
+        fprintf(stderr, "written since the last resize: %s\n", tail.c_str());
+    }
+    abort();
+}
+
+// The line as the editor holds it: the library answers well-formed UTF-8.
+std::wstring wide_of(const char *utf8) {
+    std::wstring w;
+    for (const auto *p = reinterpret_cast<const unsigned char *>(utf8); *p;) {
+        const int n = *p < 0x80 ? 1 : *p < 0xE0 ? 2 : *p < 0xF0 ? 3 : 4;
+        uint32_t u = n == 1 ? *p : *p & (0xFF >> (n + 1));
+        for (int k = 1; k < n && p[k]; k++) u = u << 6 | (p[k] & 0x3F);
+        w += static_cast<wchar_t>(u);
+        for (int k = 0; k < n && *p; k++) p++;
+    }
+    return w;
+}
+
+void check() {
+    drain();
+    int cursor_bytes = 0;
+    char *line = term_editLine(&cursor_bytes);
+    if (!line) return;
+    const std::string head(line, static_cast<size_t>(cursor_bytes));
+    const std::wstring text = wide_of(line), before = wide_of(head.c_str());
+    free(line);
+    const qvtest::Screen shown = qvtest::render(out, kRows, cols, resizes);
+    // While the completion asks whether to list everything, the next key
+    // answers it, and the cursor waits after the question.
+    const std::string here = (shown.cursor_row > 0 ? shown.row(shown.cursor_row - 1) : "") + shown.row(shown.cursor_row);
+    if (here.find("(y or n)") != std::string::npos) return;
+    const qvtest::Expected e = qvtest::expectedScreen(kVisiblePrompt, text, before.size(), cols);
+    const int top = shown.cursor_row - e.cursor_row;
+    if (shown.cursor_col != e.cursor_col)
+        fail("the cursor is not where the next key acts",
+             std::to_string(shown.cursor_col) + " against " + std::to_string(e.cursor_col));
+    for (size_t r = 0; r < e.rows.size(); r++) {
+        const int row = top + static_cast<int>(r);
+        if (row < 0 || row >= kRows) continue; // scrolled away
+        if (shown.row(row) != e.rows[r]) fail("the screen differs from the line", shown.row(row) + " | " + e.rows[r]);
+    }
+}
+
+bool start() { return term_editStart(TERM_EDIT_UTF8 | TERM_EDIT_RAW, 0, kPrompt) == 1; }
+
+// Key bytes for one step: text, a wide character, a mark, and the editing
+// keys that keep the prompt (no search, no quoted insert).
+std::string keys_of(uint8_t b) {
+    static const char *const kKeys[] = {"\x1b[D", "\x1b[C", "\x1b[H", "\x1b[F", "\x7f",  "\x1b[3~", "\x1b[A",
+                                        "\x1b[B", "\x0b",   "\x15",   "\x17",   "\x19", "\t",      "\t\t",
+                                        "\r",     "\x1b" "b", "\x1b" "f", "\x1b[200~pasted\ntext\x1b[201~"};
+    if (b < 0x80) return std::string(1, static_cast<char>(32 + b % 95));
+    if (b < 0x88) return "\xe4\xb8\xad";
+    if (b < 0x90) return "\xcc\x81";
+    return kKeys[(b - 0x90) % (sizeof kKeys / sizeof kKeys[0])];
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    setenv("TERM", "xterm-256color", 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
+    int slave = -1;
+    struct winsize ws {};
+    ws.ws_row = kRows;
+    ws.ws_col = static_cast<unsigned short>(cols);
+    if (openpty(&master, &slave, nullptr, nullptr, &ws) != 0) abort();
+    fcntl(master, F_SETFL, O_NONBLOCK);
+    dup2(slave, 0);
+    dup2(slave, 1);
+    close(slave);
+    setvbuf(stdout, nullptr, _IOFBF, 1 << 16);
+    static char dir[] = "/tmp/qv-fuzz-session-XXXXXX";
+    if (!mkdtemp(dir)) abort();
+    history_dir = dir;
+    term_setCompleter(complete, nullptr);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    if (size > kMaxSize) return 0;
+    drain();
+    out.clear();
+    resizes.clear();
+    cols = 30;
+    struct winsize ws {};
+    ws.ws_row = kRows;
+    ws.ws_col = static_cast<unsigned short>(cols);
+    ioctl(master, TIOCSWINSZ, &ws);
+    // Every input from the same state: a fresh instance on a clean screen
+    // the renderer starts from, the default options.
+    fputs("\x1b[H\x1b[2J", stdout);
+    fflush(stdout);
+    // A history file to start from and to load again: a good line, invalid
+    // UTF-8, and a line longer than the window.
+    if (FILE *f = fopen((std::string(history_dir) + "/term.history").c_str(), "w")) {
+        fputs("from the file (1)\n\xff\xfe\xc3\n", f);
+        fprintf(f, "%s\n", std::string(90, 'h').c_str());
+        fclose(f);
+    }
+    term_options options = {history_dir, 0};
+    if (!term_init(&options)) abort();
+    term_setOption(TERM_OPTION_BRACE_MATCH, 0);
+    term_setOption(TERM_OPTION_BRACKETED_PASTE, 1);
+    term_setHighlighter(nullptr, nullptr);
+    completer_kind = 0;
+    if (!start()) {
+        term_destroy();
+        return 0;
+    }
+    for (size_t i = 0; i < size; i++) {
+        const uint8_t op = data[i];
+        const uint8_t arg = i + 1 < size ? data[i + 1] : 0;
+        if (getenv("QV_FUZZ_SHOW")) fprintf(stderr, "step %02x %02x\n", op, arg);
+        switch (op >> 5) {
+        case 0:
+        case 1:
+        case 2: { // keys, the most common step, fed in two parts split anywhere
+            const std::string k = keys_of(op < 0x60 ? static_cast<uint8_t>(op * 3 + arg) : arg);
+            const size_t split = (op + arg) % (k.size() + 1);
+            term_editPush(k.data(), static_cast<int>(split));
+            char *line = nullptr;
+            if (term_editFeed(&line) == 1) {
+                free(line);
+                drain();
+                if (!start()) break;
+            }
+            term_editPush(k.data() + split, static_cast<int>(k.size() - split));
+            break;
+        }
+        case 3: // the history changes under the edit
+            if (arg % 5 == 0) term_clearHistory();
+            if (arg % 5 == 1) term_setHistoryLimit(arg % 3);
+            if (arg % 5 == 2) term_addHistory(arg & 8 ? "added \xc3\xa9 entry" : "");
+            if (arg % 5 == 3) term_setHistoryLimit(1000);
+            if (arg % 5 == 4) term_loadHistory();
+            i++;
+            break;
+        case 4: // options, completer, highlighter
+            if (arg % 3 == 0) term_setOption(TERM_OPTION_BRACE_MATCH, arg & 4);
+            if (arg % 3 == 1) completer_kind = arg % 6;
+            if (arg % 3 == 2) term_setHighlighter(arg & 4 ? highlight : nullptr, nullptr);
+            i++;
+            break;
+        case 5: { // the window changes size
+            drain();
+            cols = 12 + arg % 40;
+            struct winsize ws {};
+            ws.ws_row = kRows;
+            ws.ws_col = static_cast<unsigned short>(cols);
+            ioctl(master, TIOCSWINSZ, &ws);
+            resizes.push_back(qvtest::Resize{out.size(), kRows, cols});
+            raise(SIGWINCH);
+            i++;
+            break;
+        }
+        case 6: { // a print from another thread, drawn above the input
+            std::thread printer([arg] {
+                const std::string text = "printed " + std::to_string(arg);
+                term_print(text.c_str());
+            });
+            printer.join();
+            break;
+        }
+        default: { // the line set from outside, the cursor anywhere
+            const std::string text = std::string("set ") + static_cast<char>('a' + arg % 26) + "\xc3\xa9(x)";
+            term_editSetLine(text.c_str(), arg % 12);
+            term_editRedraw(0);
+            i++;
+            break;
+        }
+        }
+        char *none = nullptr;
+        if (term_editFeed(&none) == 1) {
+            free(none);
+            drain();
+            if (!start()) break;
+        }
+        check();
+    }
+    term_editStop();
+    term_destroy();
+    drain();
+    return 0;
+}
