@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "console.h"
+#include "options.h"
 #include "output.h"
 
 struct qv::ModelState {
@@ -177,7 +178,10 @@ void cursor_save(console *c, cursor_pos *p) { *p = c->screen.input.cur; }
 void cursor_update(console *c, cursor_pos p) {
     input_t *in = &c->screen.input;
     screen_cursor_move_y(c, p.pos.y - in->cur.pos.y);
-    screen_cursor_move_x(c, p.pos.x - in->cur.pos.x);
+    if (qv::option(TERM_OPTION_LEAN_OUTPUT))
+        qv::cursor_to_column(c, in->cur.pos.x, p.pos.x, true);
+    else
+        screen_cursor_move_x(c, p.pos.x - in->cur.pos.x);
     in->newcur = p;
     in->cur = p;
 }

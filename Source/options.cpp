@@ -15,6 +15,7 @@ std::atomic<int> auto_history{1};
 std::atomic<int> log_to_terminal{0};
 std::atomic<int> signal_keys{0};
 std::atomic<int> brace_match{0};
+std::atomic<int> lean_output{0};
 
 std::atomic<int> *slot(int id) {
     switch (id) {
@@ -25,6 +26,7 @@ std::atomic<int> *slot(int id) {
     case TERM_OPTION_LOG_TO_TERMINAL: return &log_to_terminal;
     case TERM_OPTION_SIGNAL_KEYS: return &signal_keys;
     case TERM_OPTION_BRACE_MATCH: return &brace_match;
+    case TERM_OPTION_LEAN_OUTPUT: return &lean_output;
     default: return nullptr;
     }
 }

@@ -264,9 +264,42 @@ bool qv::clear_to_end_of_screen() {
     return true;
 }
 
+bool qv::can_clear_to_end_of_line() { return available(t_clr_eol); }
+
 bool qv::clear_to_end_of_line() {
     if (!available(t_clr_eol)) return false;
     tputs(t_clr_eol, 1, char_to_terminal);
+    return true;
+}
+
+// Opens n blank cells at the cursor, pushing the rest of the row right and
+// off its end: with one parameterised capability, or one cell at a time
+// when there are few.
+bool qv::insert_cells(int n) {
+    if (n <= 0) return true;
+    if (available(t_parm_ich)) {
+        tputs(tiparm(t_parm_ich, n), n, char_to_terminal);
+    } else if (available(t_insert_character) && n <= 4) {
+        for (int i = 0; i < n; i++) tputs(t_insert_character, 1, char_to_terminal);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+// Deletes n cells at the cursor, pulling the rest of the row left; blanks
+// come in at its end.
+bool qv::delete_cells(int n) {
+    if (n <= 0) return true;
+    const bool many = available(t_parm_dch);
+    if (!many && !(available(t_delete_character) && n <= 4)) return false;
+    if (available(t_enter_delete_mode)) tputs(t_enter_delete_mode, 1, char_to_terminal);
+    if (many) {
+        tputs(tiparm(t_parm_dch, n), n, char_to_terminal);
+    } else {
+        for (int i = 0; i < n; i++) tputs(t_delete_character, 1, char_to_terminal);
+    }
+    if (available(t_exit_delete_mode)) tputs(t_exit_delete_mode, 1, char_to_terminal);
     return true;
 }
 
@@ -371,6 +404,43 @@ void screen_cursor_move_x(console *, int dx) {
             tputs(tiparm(t_cursor_right_parm, dx), 1, char_to_terminal);
         else if (available(t_cursor_right))
             for (int i = 0; i < dx; i++) tputs(t_cursor_right, 1, char_to_terminal);
+    }
+}
+
+namespace {
+
+constexpr size_t kNever = SIZE_MAX / 4;
+
+// The bytes of the cheaper way to move n columns (n < 0: left), and writes
+// it when put is set.
+size_t horizontal(int n, bool put) {
+    if (n == 0) return 0;
+    const char *one = n < 0 ? t_cursor_left : t_cursor_right;
+    const char *parm = n < 0 ? t_cursor_left_parm : t_cursor_right_parm;
+    const int k = n < 0 ? -n : n;
+    const size_t singles = available(one) ? strlen(one) * static_cast<size_t>(k) : kNever;
+    const size_t parameterised = available(parm) ? strlen(tiparm(parm, k)) : kNever;
+    if (put && singles <= parameterised && singles < kNever)
+        for (int i = 0; i < k; i++) tputs(one, 1, char_to_terminal);
+    else if (put && parameterised < kNever)
+        tputs(tiparm(parm, k), 1, char_to_terminal);
+    return singles < parameterised ? singles : parameterised;
+}
+
+} // namespace
+
+void qv::cursor_to_column(console *c, int from, int to, bool from_known) {
+    if (from_known && from == to) return;
+    const size_t address = available(t_column_address) ? strlen(tiparm(t_column_address, to)) : kNever;
+    const size_t back = available(t_carriage_return) ? strlen(t_carriage_return) + horizontal(to, false) : kNever;
+    const size_t relative = from_known ? horizontal(to - from, false) : kNever;
+    if (relative <= address && relative <= back && relative < kNever) {
+        horizontal(to - from, true);
+    } else if (back <= address && back < kNever) {
+        tputs(t_carriage_return, 1, char_to_terminal);
+        horizontal(to, true);
+    } else {
+        screen_cursor_move_to_col(c, to);
     }
 }
 

@@ -64,6 +64,7 @@ bool terminal_size(int *rows, int *cols);
 // when the terminal cannot.
 bool clear_to_end_of_screen();
 bool clear_to_end_of_line();
+bool can_clear_to_end_of_line();
 // The terminal rewraps its rows when the window narrows (tmux, VTE, kitty,
 // iTerm2, ...): known from the environment these terminals set.
 bool terminal_reflows();
@@ -74,6 +75,15 @@ bool paste_bracketing(bool on);
 // changes its capabilities allow: attributes are only added, or all reset
 // first. Answers the style the pen then has (what the terminal could show).
 uint32_t terminal_style(uint32_t from, uint32_t to);
+// Moves the cursor from column from (unknown unless from_known: the column
+// after a wrap waits, say) to column to on its row, the cheapest way the
+// terminal offers: a column address, a relative move, or a carriage return.
+void cursor_to_column(struct console *c, int from, int to, bool from_known);
+// Opens n blank cells at the cursor, the rest of the row moving right and
+// off its end; deletes n cells there, the rest moving left and blanks coming
+// in at the end. False (and nothing written) when the terminal cannot.
+bool insert_cells(int n);
+bool delete_cells(int n);
 // Clears the screen, the cursor at its top left; false when the terminal
 // cannot.
 bool erase_screen();

@@ -6,10 +6,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 
 #include "console.h"
 #include "model.h"
+#include "options.h"
 #include "output.h"
 #include "plainview.h"
 #include "qv_assert.h"
@@ -73,6 +75,7 @@ class Run {
 struct Pen {
     int x, y;
     bool wrap_pending; // the last column was just written
+    bool lean;         // moves cost what the terminal's cheapest motion costs
 };
 
 // Writes a run of cells at (start, row i). A paint of single keys returns to
@@ -107,7 +110,10 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     const bool flows = pending && t_auto_right_margin && from_y == i - 1 && start == 0;
     if (!flows) {
         screen_cursor_move_y(c, i - from_y);
-        if (from_x != start || pending || !compact) screen_cursor_move_to_col(c, start);
+        if (compact && compact->lean)
+            qv::cursor_to_column(c, from_x, start, !pending);
+        else if (from_x != start || pending || !compact)
+            screen_cursor_move_to_col(c, start);
     }
     std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
     // The hint in its look, plain again right after it; other text leaves
@@ -125,8 +131,114 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     }
     compact->y = i;
     compact->x = start + cells;
+    // A run may end on a wide character whose right half did not change:
+    // the terminal's cursor is past both halves.
+    if (compact->x < c->screen.cols && (in->lines[i]->chars[compact->x].attr & ATTR_WIDE_TAIL)) compact->x++;
     compact->wrap_pending = compact->x >= c->screen.cols;
     if (compact->wrap_pending) compact->x = c->screen.cols - 1;
+}
+
+bool same(const termchar &a, const termchar &b) {
+    return a.ch == b.ch && ((a.attr ^ b.attr) & ~ATTR_INVALID) == 0 && a.style == b.style;
+}
+
+// Lean output: when what follows column j of row i only moved sideways (a
+// key put in or took out k cells there), the terminal moves it with its
+// insert or delete capability, and the paint then writes just the cells that
+// came in. Nothing happens unless that spares bytes.
+void shift_row(console *c, int i, Pen &pen, uint32_t *style_pen) {
+    screen_t *r = &c->screen;
+    termchar *shown = r->input.vbuf[i]->chars;
+    const termchar *model = r->input.lines[i]->chars;
+    const int cols = r->cols;
+    int j = 0;
+    while (j < cols && !(shown[j].attr & ATTR_INVALID)) j++;
+    if (j >= cols || ((shown[j].attr | model[j].attr) & ATTR_WIDE_TAIL)) return;
+    int changed = 0; // the cells a paint without a shift would write
+    for (int x = j; x < cols; x++) {
+        if (!(shown[x].attr & ATTR_INVALID)) continue;
+        // A cell marked though it matches: the row is to be drawn afresh,
+        // and what it shows now is not known well enough to move.
+        if (same(shown[x], model[x])) return;
+        changed++;
+    }
+    constexpr int kMaxShift = 8;
+    for (int k = 1; k <= kMaxShift && j + k < cols && changed > 2 * k + 4; k++) {
+        for (const bool insert : {true, false}) {
+            bool moved = true;
+            for (int x = j; x + k < cols && moved; x++) moved = insert ? same(shown[x], model[x + k]) : same(model[x], shown[x + k]);
+            if (!moved) continue;
+            // Cells that come in are plain, whatever the last run left.
+            *style_pen = qv::terminal_style(*style_pen, 0);
+            screen_cursor_move_y(c, i - pen.y);
+            qv::cursor_to_column(c, pen.x, j, !pen.wrap_pending);
+            pen = Pen{j, i, false, true};
+            if (!(insert ? qv::insert_cells(k) : qv::delete_cells(k))) return;
+            if (insert) {
+                for (int x = cols - 1; x >= j + k; x--) shown[x] = shown[x - k];
+                for (int x = j; x < j + k; x++) shown[x] = r->blank;
+            } else {
+                for (int x = j; x + k < cols; x++) shown[x] = shown[x + k];
+                for (int x = cols - k; x < cols; x++) shown[x] = r->blank;
+            }
+            for (int x = 0; x < cols; x++) shown[x].attr &= ~ATTR_INVALID;
+            invalidate_vbuf_line(r, i);
+            return;
+        }
+    }
+}
+
+// How many unchanged cells from column j on lie between a run and the next
+// changed cell in the same style: fewer bytes to write than a cursor motion
+// takes (0 when more, or when no changed cell follows).
+int bridgeable(const termchar *shown, const termchar *model, int j, int cols, bool hint, uint32_t style) {
+    constexpr int kMaxGap = 3;
+    for (int x = j; x < cols && x - j <= kMaxGap; x++) {
+        if (shown[x].attr & ATTR_INVALID) return x - j;
+        if (((model[x].attr & ATTR_HINT) != 0) != hint || model[x].style != style) return 0;
+    }
+    return 0;
+}
+
+// Lean output: a step of a cell or two to the right over plain ASCII cells
+// the terminal shows already costs less written again than moved over.
+void step_over(console *c, Pen &pen, cursor_pos to) {
+    constexpr int kMaxStep = 2;
+    if (pen.wrap_pending || to.pos.y != pen.y || to.pos.x <= pen.x || to.pos.x - pen.x > kMaxStep) return;
+    const termchar *model = c->screen.input.lines[pen.y]->chars;
+    const termchar *shown = c->screen.input.vbuf[pen.y]->chars;
+    constexpr uint32_t kNotPlain = ATTR_INVALID | ATTR_HINT | ATTR_WIDE_TAIL | ATTR_CLUSTER;
+    for (int x = pen.x; x < to.pos.x; x++)
+        if (!same(shown[x], model[x]) || (model[x].attr & kNotPlain) || model[x].style || model[x].ch < 32 ||
+            model[x].ch > 126)
+            return;
+    for (int x = pen.x; x < to.pos.x; x++) putc(static_cast<int>(model[x].ch), stdout);
+    pen.x = to.pos.x;
+}
+
+// Lean output: where the changed cells of row i that are blank in the model
+// run to its end, and enough of them to cost more than clearing; the row's
+// width when not.
+int blank_tail(const screen_t *r, int i) {
+    const termchar *shown = r->input.vbuf[i]->chars;
+    const termchar *model = r->input.lines[i]->chars;
+    int tail = r->cols;
+    while (tail > 0 && same(model[tail - 1], r->blank)) tail--;
+    while (tail < r->cols && !(shown[tail].attr & ATTR_INVALID)) tail++;
+    int marked = 0;
+    for (int x = tail; x < r->cols; x++) marked += (shown[x].attr & ATTR_INVALID) != 0;
+    return marked > 3 && qv::can_clear_to_end_of_line() ? tail : r->cols;
+}
+
+void clear_tail(console *c, int i, int from, Pen &pen, uint32_t *style_pen) {
+    // Blank in the terminal's default colours: some clear in the pen's.
+    *style_pen = qv::terminal_style(*style_pen, 0);
+    screen_cursor_move_y(c, i - pen.y);
+    qv::cursor_to_column(c, pen.x, from, !pen.wrap_pending);
+    qv::clear_to_end_of_line();
+    pen = Pen{from, i, false, true};
+    termchar *shown = c->screen.input.vbuf[i]->chars;
+    for (int x = from; x < c->screen.cols; x++) shown[x] = c->screen.input.lines[i]->chars[x];
 }
 
 void do_paint(console *c, bool compact) {
@@ -137,21 +249,27 @@ void do_paint(console *c, bool compact) {
         fflush(stdout);
         return;
     }
+    // Lean output tracks the cursor through every paint, never returning it
+    // to its column between runs.
+    const bool lean = qv::option(TERM_OPTION_LEAN_OUTPUT) != 0;
+    compact = compact || lean;
     Run run;
     const qv::LayoutText text = qv::layout_text(c, r->cols);
-    Pen pen{r->input.cur.pos.x, r->input.cur.pos.y, false};
+    Pen pen{r->input.cur.pos.x, r->input.cur.pos.y, false, lean};
     Pen *flow = compact ? &pen : nullptr;
     uint32_t style_pen = 0; // the colours and attributes the terminal draws with
     int first = 0, last = -1;
     qv::model_take_touched(c, &first, &last);
     for (int i = first; i <= last; i++) {
         if (!invalidate_vbuf_line(r, i)) continue;
+        if (lean) shift_row(c, i, pen, &style_pen);
         termchar *shown = r->input.vbuf[i]->chars;
         const termchar *model = r->input.lines[i]->chars;
         int start = -1;
         bool hint = false;
         uint32_t style = 0;
-        for (int j = 0; j < r->cols; j++) {
+        const int limit = lean ? blank_tail(r, i) : r->cols; // lean output clears from there
+        for (int j = 0; j < limit; j++) {
             // The hint is written in its own runs, dim, and each style in
             // runs of its own.
             if (start >= 0 && (shown[j].attr & ATTR_INVALID) &&
@@ -175,11 +293,20 @@ void do_paint(console *c, bool compact) {
                 shown[j] = model[j];
                 QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
             } else if (start >= 0) {
+                // Lean output writes a short stretch of unchanged cells
+                // again rather than move the cursor over it.
+                const int gap = lean ? bridgeable(shown, model, j, r->cols, hint, style) : 0;
+                if (gap > 0) {
+                    for (int x = j; x < j + gap; x++) run.cell(text, model[x]);
+                    j += gap - 1;
+                    continue;
+                }
                 write_run(c, i, start, j - start, run, flow, hint, style, &style_pen);
                 start = -1;
             }
         }
-        if (start >= 0) write_run(c, i, start, r->cols - start, run, flow, hint, style, &style_pen);
+        if (start >= 0) write_run(c, i, start, limit - start, run, flow, hint, style, &style_pen);
+        if (limit < r->cols) clear_tail(c, i, limit, pen, &style_pen);
     }
     style_pen = qv::terminal_style(style_pen, 0);
     if (compact) {
@@ -188,7 +315,17 @@ void do_paint(console *c, bool compact) {
         // After the last column the terminal waits to wrap: the next
         // character would go to the next row, even with the cursor already
         // where it belongs. An explicit move to the column ends the wait.
-        if (pen.wrap_pending) screen_cursor_move_to_col(c, pen.x);
+        if (lean) {
+            // The column first: it ends a wait to wrap, as a carriage
+            // return does cheapest.
+            const cursor_pos to = r->input.newcur;
+            step_over(c, pen, to);
+            qv::cursor_to_column(c, pen.x, to.pos.x, !pen.wrap_pending);
+            screen_cursor_move_y(c, to.pos.y - pen.y);
+            r->input.cur = to;
+        } else if (pen.wrap_pending) {
+            screen_cursor_move_to_col(c, pen.x);
+        }
     }
     cursor_update(c, r->input.newcur);
     fflush(stdout);

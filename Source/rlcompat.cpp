@@ -233,6 +233,8 @@ bool qv::rl_start_editor() {
     // The program decides what enters its history; the editor's own file
     // is never read, and never written, since nothing here ends the instance.
     term_setOption(TERM_OPTION_AUTO_HISTORY, 0);
+    // Programs written for readline expect its economy on slow lines.
+    term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
     term_setCompleter(qv::rl_complete_line, nullptr);
     term_callbacks callbacks{};
     callbacks.onIdle = idle_hook;

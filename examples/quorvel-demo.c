@@ -261,6 +261,8 @@ int main(void) {
     term_setCompleter(complete, NULL);
     term_setOption(TERM_OPTION_HINTS, 1);
     term_setOption(TERM_OPTION_BRACE_MATCH, 1);
+    /* Fewer bytes per key: a demo run over a serial line stays quick. */
+    term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
     term_setHighlighter(highlight, NULL);
     term_loadHistory();
 

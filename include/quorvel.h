@@ -208,6 +208,14 @@ QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned s
    one, its partner is shown in reverse video while the cursor stays there. */
 #define TERM_OPTION_BRACE_MATCH 7
 
+/* default 0. 1: fewer bytes for a slow line (a serial console). Typed
+   characters go out as they are when the cursor is already in place, an
+   insertion or a deletion in mid-line uses the terminal's insert and delete
+   capabilities where it has them, and only the cells that differ are
+   written, with the cursor moved only where it must be. The screen shows
+   the same; only the bytes that draw it differ. */
+#define TERM_OPTION_LEAN_OUTPUT 8
+
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */
 QV_API int term_setOption(int option, int value);

@@ -87,6 +87,44 @@ TEST(Instance, EachKeyWritesExactlyItsCells) {
     }
 }
 
+// Lean output: the bytes of typing at the end, of an insertion and a
+// deletion in mid-line (across a wrap as well), and of a history walk, on a
+// terminal with insert and delete capabilities and on one without.
+TEST(Instance, LeanOutputWritesFewerBytes) {
+    struct Case {
+        const char *term;
+        std::string before, key, bytes;
+    };
+    const std::string left8 = kLeft + kLeft + kLeft + kLeft + kLeft + kLeft + kLeft + kLeft;
+    const std::string wraps = "abcdefghijklmnopqrstuvwxyz\x01"; // 18 letters on the first row, 8 on the next
+    const Case cases[] = {
+        {"qv-readable", "", "y", "y"},
+        {"qv-readable", "abc", "\x7f", "<cub1> <cub1>"},
+        {"qv-insdel", "abcdefghij" + left8, "X", "<ich 1>X"},
+        {"qv-readable", "abcdefghij" + left8, "X", "Xcdefghij<cub 8>"},
+        {"qv-insdel", "abcdefghij\x01", kDelete, "<dch 1>"},
+        {"qv-insdel", wraps, "X", "<ich 1>X\n<cr><ich 1>r<cuf 2><cuu 1>"},
+        {"qv-readable", wraps, "X", "Xabcdefghijklmnopq\n<cr>rstuvwxyz<cub 6><cuu 1>"},
+        {"qv-insdel", wraps, kDelete, "<dch 1><cuf 17>s\n<cr><dch 1><cuf 2><cuu 1>"},
+        // History: only what differs from the entry shown.
+        {"qv-insdel", "", kUp, "first entry two"},
+        {"qv-insdel", kUp, kUp, "<cub 3>   <cub 4>"},
+        {"qv-insdel", kUp + kUp, kDown, "<cuf1>two"},
+        {"qv-insdel", kUp, "\x15", "<hpa 2><el>"}, // cleared to the end of the row
+    };
+    for (const Case &k : cases) {
+        HostOptions o;
+        o.term = k.term;
+        PtyHost h({"init:dir=" + historyDir("first entry\nfirst entry two\n"), "load", "option:8=1", "cb:idle=tick", "line:> ", "destroy"}, o);
+        h.keys(k.before);
+        h.settle();
+        const size_t mark = h.output().size();
+        h.keys(k.key);
+        h.settle();
+        EXPECT_EQ(h.output().substr(mark), k.bytes) << k.term << " " << visible(k.before + k.key);
+    }
+}
+
 // Without cursor addressing (no description, an unknown one, "dumb", or one
 // that cannot move up) the line is edited on one row with backspaces and
 // plain characters, and the size comes from the kernel.
