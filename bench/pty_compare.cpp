@@ -7,6 +7,10 @@
 //
 //   quorvel-bench-compare [workload ...]   (default: all of them)
 //
+// A program that finds the next key waiting may skip drawing the one before
+// (GNU readline does): "middle-settled" sends each key only once the output
+// has stopped, and shows what every key costs when it is drawn.
+//
 // With QV_BENCH_STRACE=FILE, each program runs under `strace -c`, and the
 // system calls it made are reported per unit too (the last run's).
 #include <algorithm>
@@ -35,8 +39,12 @@ using Clock = std::chrono::steady_clock;
 struct Workload {
     std::string name;
     std::string burst;
+    std::string then; // a second burst, once the program has drawn the first
     std::vector<std::string> typed;
     long units; // the characters or keys the costs are divided by
+    // Each typed key waits until the output of the one before has stopped,
+    // not just begun: no key arrives while a redraw is still going out.
+    bool settled = false;
 };
 
 struct Result {
@@ -57,7 +65,7 @@ void drain(int fd, size_t &out, int timeout_ms) {
     }
 }
 
-Result run(const char *program, const Workload &w) {
+Result run(const char *program, const char *arg, const Workload &w) {
     struct winsize ws {};
     ws.ws_row = 24;
     ws.ws_col = 80;
@@ -73,8 +81,8 @@ Result run(const char *program, const Workload &w) {
         const int null = open("/dev/null", O_WRONLY);
         dup2(null, 2);
         if (const char *trace = getenv("QV_BENCH_STRACE"))
-            execlp("strace", "strace", "-c", "-o", trace, program, static_cast<char *>(nullptr));
-        execl(program, program, static_cast<char *>(nullptr));
+            execlp("strace", "strace", "-c", "-o", trace, program, arg, static_cast<char *>(nullptr));
+        execl(program, program, arg, static_cast<char *>(nullptr));
         _exit(127);
     }
     Result res;
@@ -87,14 +95,17 @@ Result run(const char *program, const Workload &w) {
     drain(master, out, 20);
     out = 0;
     const auto deadline = Clock::now() + std::chrono::seconds(120);
-    for (size_t sent = 0; sent < w.burst.size() && Clock::now() < deadline;) {
-        struct pollfd p = {master, POLLIN | POLLOUT, 0};
-        poll(&p, 1, 10);
-        if (p.revents & POLLIN) drain(master, out, 0);
-        if (p.revents & POLLOUT) {
-            const ssize_t n = write(master, w.burst.data() + sent, std::min<size_t>(4096, w.burst.size() - sent));
-            if (n > 0) sent += static_cast<size_t>(n);
+    for (const std::string *burst : {&w.burst, &w.then}) {
+        for (size_t sent = 0; sent < burst->size() && Clock::now() < deadline;) {
+            struct pollfd p = {master, POLLIN | POLLOUT, 0};
+            poll(&p, 1, 10);
+            if (p.revents & POLLIN) drain(master, out, 0);
+            if (p.revents & POLLOUT) {
+                const ssize_t n = write(master, burst->data() + sent, std::min<size_t>(4096, burst->size() - sent));
+                if (n > 0) sent += static_cast<size_t>(n);
+            }
         }
+        drain(master, out, 200);
     }
     std::vector<double> latencies;
     for (const std::string &key : w.typed) {
@@ -104,6 +115,7 @@ Result run(const char *program, const Workload &w) {
         if (write(master, key.data(), key.size()) < 0) break;
         while (out == before && Clock::now() - t0 < std::chrono::milliseconds(500)) drain(master, out, 5);
         latencies.push_back(std::chrono::duration<double, std::micro>(Clock::now() - t0).count());
+        if (w.settled) drain(master, out, 20);
     }
     if (write(master, "quit\r", 5) < 0) res.finished = false;
     int status = 0;
@@ -141,17 +153,23 @@ std::string text(long n) {
 std::vector<Workload> workloads() {
     std::vector<Workload> all;
     for (long n : {1000L, 10000L, 100000L, 1000000L})
-        all.push_back({"paste-" + std::to_string(n), text(n) + "\r", {}, n});
-    Workload typed{"typed-2000", "", {}, 2000};
+        all.push_back({"paste-" + std::to_string(n), text(n) + "\r", "", {}, n});
+    Workload typed{"typed-2000", "", "", {}, 2000};
     for (char ch : text(2000)) typed.typed.push_back(std::string(1, ch));
     typed.typed.push_back("\r");
     all.push_back(typed);
-    Workload middle{"middle-edit", text(2000), {}, 200};
-    for (int i = 0; i < 1000; i++) middle.burst += "\x1b[D";
+    // The moves come once the line is drawn: a program that took an arrow
+    // key cut in two as other keys would edit somewhere else.
+    Workload middle{"middle-edit", text(2000), "", {}, 200};
+    for (int i = 0; i < 1000; i++) middle.then += "\x1b[D";
     for (char ch : text(200)) middle.typed.push_back(std::string(1, ch));
     middle.typed.push_back("\r");
     all.push_back(middle);
-    Workload history{"history-walk", "", {}, 1000};
+    Workload settled = middle;
+    settled.name = "middle-settled";
+    settled.settled = true;
+    all.push_back(settled);
+    Workload history{"history-walk", "", "", {}, 1000};
     for (int i = 0; i < 1000; i++) history.burst += "entry " + std::to_string(i) + "\r";
     for (int i = 0; i < 1000; i++) history.typed.push_back("\x1b[A");
     history.typed.push_back("\r");
@@ -163,11 +181,13 @@ std::vector<Workload> workloads() {
 
 int main(int argc, char **argv) {
     const int rounds = 3;
-    const char *programs[][2] = {{"quorvel", QV_BENCH_DIR "/repl-quorvel"},
-                                 {"quorvel-rl", QV_BENCH_DIR "/repl-quorvel-readline"},
-                                 {"GNU readline", QV_BENCH_DIR "/repl-readline"},
-                                 {"libedit", QV_BENCH_DIR "/repl-libedit"},
-                                 {"raw echo", QV_BENCH_DIR "/raw-echo"}};
+    // The readline-compatible library turns lean output on by itself.
+    const char *programs[][3] = {{"quorvel", QV_BENCH_DIR "/repl-quorvel", nullptr},
+                                 {"quorvel lean", QV_BENCH_DIR "/repl-quorvel", "--lean"},
+                                 {"quorvel-rl", QV_BENCH_DIR "/repl-quorvel-readline", nullptr},
+                                 {"GNU readline", QV_BENCH_DIR "/repl-readline", nullptr},
+                                 {"libedit", QV_BENCH_DIR "/repl-libedit", nullptr},
+                                 {"raw echo", QV_BENCH_DIR "/raw-echo", nullptr}};
     setvbuf(stdout, nullptr, _IONBF, 0);
     printf("median of %d runs; CPU and bytes per character (or key), p99: key to echo\n", rounds);
     for (const Workload &w : workloads()) {
@@ -178,7 +198,7 @@ int main(int argc, char **argv) {
                w.typed.empty() ? "" : "p99 latency");
         for (const auto &p : programs) {
             std::vector<Result> results;
-            for (int r = 0; r < rounds; r++) results.push_back(run(p[1], w));
+            for (int r = 0; r < rounds; r++) results.push_back(run(p[1], p[2], w));
             std::sort(results.begin(), results.end(),
                       [](const Result &a, const Result &b) { return a.cpu_ms < b.cpu_ms; });
             const Result &m = results[rounds / 2];

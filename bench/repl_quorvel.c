@@ -1,4 +1,5 @@
-/* Reads lines until end of input, as a minimal REPL would. */
+/* Reads lines until end of input, as a minimal REPL would. With --lean,
+   with lean output. */
 #include <quorvel.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -7,12 +8,13 @@
 static int done;
 static void on_end(void) { done = 1; }
 
-int main(void) {
+int main(int argc, char **argv) {
     const char *dir = getenv("QV_BENCH_HISTORY");
     term_options opts = {dir ? dir : "/tmp", 0};
     term_callbacks cb = {0};
     long n = 0;
     if (!term_init(&opts)) return 1;
+    if (argc > 1 && strcmp(argv[1], "--lean") == 0) term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
     cb.onEndOfInput = on_end;
     term_setCallbacks(&cb);
     while (!done) {
