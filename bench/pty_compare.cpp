@@ -45,24 +45,41 @@ struct Workload {
     // Each typed key waits until the output of the one before has stopped,
     // not just begun: no key arrives while a redraw is still going out.
     bool settled = false;
+    // Bytes a second the terminal's side reads at (960: a 9,600-baud serial
+    // line); 0: as fast as they come. Each typed key then waits until the
+    // line has been quiet for 30 ms, and its latency is the time to the last
+    // byte of its echo.
+    int rate = 0;
+    int rounds = 3;
 };
 
 struct Result {
     double cpu_ms = 0;
     size_t bytes = 0;
+    double p50_us = 0;
     double p99_us = 0;
     bool finished = true;
 };
 
-void drain(int fd, size_t &out, int timeout_ms) {
+int rate = 0; // the workload's, for drain()
+
+// Reads what the program wrote; answers when the last byte came. At a rate,
+// sixteen bytes at a time, each read taking what they take on the line, and
+// on until timeout_ms pass with nothing; otherwise whatever is there once
+// something is.
+Clock::time_point drain(int fd, size_t &out, int timeout_ms) {
     char buf[65536];
+    Clock::time_point last{};
     struct pollfd p = {fd, POLLIN, 0};
     while (poll(&p, 1, timeout_ms) > 0) {
-        const ssize_t r = read(fd, buf, sizeof buf);
-        if (r <= 0) return;
+        const ssize_t r = read(fd, buf, rate ? 16 : sizeof buf);
+        if (r <= 0) break;
         out += static_cast<size_t>(r);
-        timeout_ms = 0;
+        if (rate) usleep(static_cast<useconds_t>(r * 1000000L / rate));
+        last = Clock::now();
+        if (!rate) timeout_ms = 0;
     }
+    return last;
 }
 
 Result run(const char *program, const char *arg, const Workload &w) {
@@ -113,8 +130,10 @@ Result run(const char *program, const char *arg, const Workload &w) {
         const size_t before = out;
         const auto t0 = Clock::now();
         if (write(master, key.data(), key.size()) < 0) break;
-        while (out == before && Clock::now() - t0 < std::chrono::milliseconds(500)) drain(master, out, 5);
-        latencies.push_back(std::chrono::duration<double, std::micro>(Clock::now() - t0).count());
+        Clock::time_point last = Clock::now();
+        while (out == before && Clock::now() - t0 < std::chrono::milliseconds(500)) last = drain(master, out, 5);
+        if (rate && out != before) last = std::max(last, drain(master, out, 30));
+        latencies.push_back(std::chrono::duration<double, std::micro>(last - t0).count());
         if (w.settled) drain(master, out, 20);
     }
     if (write(master, "quit\r", 5) < 0) res.finished = false;
@@ -138,6 +157,7 @@ Result run(const char *program, const char *arg, const Workload &w) {
     if (!latencies.empty()) {
         std::sort(latencies.begin(), latencies.end());
         res.p99_us = latencies[latencies.size() * 99 / 100];
+        res.p50_us = latencies[latencies.size() / 2];
     }
     const std::string cleanup = std::string("rm -rf ") + dir;
     if (system(cleanup.c_str()) != 0) fprintf(stderr, "could not remove %s\n", dir);
@@ -174,13 +194,28 @@ std::vector<Workload> workloads() {
     for (int i = 0; i < 1000; i++) history.typed.push_back("\x1b[A");
     history.typed.push_back("\r");
     all.push_back(history);
+    // At 9,600 baud: typing at the end, in the middle of a 400-character
+    // line, and a walk through 30 entries.
+    Workload serial_typed{"serial-typed", "", "", {}, 60};
+    for (char ch : text(60)) serial_typed.typed.push_back(std::string(1, ch));
+    Workload serial_middle{"serial-middle", text(400), "", {}, 20};
+    for (int i = 0; i < 200; i++) serial_middle.then += "\x1b[D";
+    for (char ch : text(20)) serial_middle.typed.push_back(std::string(1, ch));
+    Workload serial_history{"serial-history", "", "", {}, 30};
+    for (int i = 0; i < 30; i++) serial_history.burst += "entry " + std::to_string(i) + "\r";
+    for (int i = 0; i < 30; i++) serial_history.typed.push_back("\x1b[A");
+    for (Workload *w : {&serial_typed, &serial_middle, &serial_history}) {
+        w->typed.push_back("\r");
+        w->rate = 960;
+        w->rounds = 1;
+        all.push_back(*w);
+    }
     return all;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    const int rounds = 3;
     // The readline-compatible library turns lean output on by itself.
     const char *programs[][3] = {{"quorvel", QV_BENCH_DIR "/repl-quorvel", nullptr},
                                  {"quorvel lean", QV_BENCH_DIR "/repl-quorvel", "--lean"},
@@ -189,13 +224,15 @@ int main(int argc, char **argv) {
                                  {"libedit", QV_BENCH_DIR "/repl-libedit", nullptr},
                                  {"raw echo", QV_BENCH_DIR "/raw-echo", nullptr}};
     setvbuf(stdout, nullptr, _IONBF, 0);
-    printf("median of %d runs; CPU and bytes per character (or key), p99: key to echo\n", rounds);
+    printf("median of 3 runs (1 at 9,600 baud); CPU and bytes per character (or key), p99: key to echo\n");
     for (const Workload &w : workloads()) {
         bool wanted = argc < 2;
         for (int i = 1; i < argc; i++) wanted = wanted || w.name == argv[i];
         if (!wanted) continue;
-        printf("\n%s\n%-14s %14s %14s %12s\n", w.name.c_str(), "program", "CPU/unit", "bytes/unit",
-               w.typed.empty() ? "" : "p99 latency");
+        rate = w.rate;
+        const int rounds = w.rounds;
+        printf("\n%s\n%-14s %14s %14s %12s%s\n", w.name.c_str(), "program", "CPU/unit", "bytes/unit",
+               w.typed.empty() ? "" : "p99 latency", w.rate ? "   p50 latency" : "");
         for (const auto &p : programs) {
             std::vector<Result> results;
             for (int r = 0; r < rounds; r++) results.push_back(run(p[1], p[2], w));
@@ -205,6 +242,7 @@ int main(int argc, char **argv) {
             printf("%-14s %11.3f us %14.2f", p[0], m.cpu_ms * 1000 / static_cast<double>(w.units),
                    static_cast<double>(m.bytes) / static_cast<double>(w.units));
             if (!w.typed.empty()) printf(" %9.0f us", m.p99_us);
+            if (w.rate) printf(" %11.0f us", m.p50_us);
             if (const char *trace = getenv("QV_BENCH_STRACE")) {
                 // The "total" line of strace -c: seconds, usecs/call, calls.
                 FILE *f = fopen(trace, "r");
