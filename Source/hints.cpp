@@ -4,7 +4,9 @@
 #include "hints.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
+#include <memory>
 
 #include "console.h"
 #include "options.h"
@@ -62,13 +64,22 @@ void qv::hint_update(console *c, bool in_mode) {
     const int len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
     const bool wanted = hints_enabled(c) && !in_mode && len > 0 && c->editor.cursor == c->editor.lastchar &&
                         c->history;
-    for (const history_entry *e = wanted ? c->history->last : nullptr; e && !hint; e = e->prev) {
-        if (static_cast<int>(e->length) <= len || wmemcmp(e->text, c->editor.buffer, static_cast<size_t>(len)) != 0)
-            continue;
+    // Entries are UTF-8: the text is compared as UTF-8 too, a byte prefix
+    // being a character prefix in well-formed UTF-8.
+    std::unique_ptr<char, decltype(&free)> typed(wanted ? utf8_of(c->editor.buffer, len) : nullptr, &free);
+    const size_t plen = typed ? strlen(typed.get()) : 0;
+    std::unique_ptr<wchar_t, decltype(&free)> rest(nullptr, &free);
+    for (const history_entry *e = typed ? c->history->last : nullptr; e && !hint; e = e->prev) {
+        if (e->length <= plen || memcmp(e->text, typed.get(), plen) != 0) continue;
         // The rest of the entry's first line.
-        hint = e->text + len;
-        while (hint_len < static_cast<int>(e->length) - len && hint[hint_len] != L'\n') hint_len++;
-        if (hint_len == 0) hint = nullptr;
+        const char *from = e->text + plen;
+        const char *eol = static_cast<const char *>(memchr(from, '\n', e->length - plen));
+        const size_t n = eol ? static_cast<size_t>(eol - from) : e->length - plen;
+        if (n == 0) continue;
+        rest.reset(utf8_decode(from, n, &hint_len));
+        hint = rest.get();
+        if (!hint) hint_len = 0;
+        break;
     }
     set_hint(h, hint, hint_len);
 }

@@ -25,14 +25,18 @@ struct HistoryRecord {
     long long first_serial;
     long long next_serial;
     qv::HistoryObserver observer; // told of every entry that goes in
+    history_line recalled;        // the entry the walk stands on, decoded
 };
 static_assert(std::is_standard_layout<HistoryRecord>::value, "the list is the record's first member");
 
 HistoryRecord *record(history_t *h) { return reinterpret_cast<HistoryRecord *>(h); }
 
-void free_entry(history_entry *e) {
-    free(e->text);
-    free(e);
+void free_entry(history_entry *e) { free(e); }
+
+void forget_recalled(history_t *h) {
+    history_line &r = record(h)->recalled;
+    free(r.text);
+    r = history_line{nullptr, 0};
 }
 
 // The oldest entry goes. The walk, if it stood there, moves to the entry
@@ -74,14 +78,22 @@ void history_clear(console *c) {
         e = next;
     }
     history_cleanup_temp(c);
+    forget_recalled(h);
     h->first = h->last = h->current = nullptr;
     h->count = 0;
     record(h)->first_serial = record(h)->next_serial;
 }
 
 int top_is_duplicate(console *c, const wchar_t *text, uint32_t n) {
+    if (!c->history->last) return 0;
+    const uint32_t len = static_cast<uint32_t>(wcsnlen(text, n));
+    CharPtr utf8(qv::utf8_of(text, static_cast<int>(len)), &free);
+    return utf8 && qv::history_newest_is(c, utf8.get(), strlen(utf8.get()));
+}
+
+bool qv::history_newest_is(const console *c, const char *text, size_t n) {
     const history_entry *top = c->history->last;
-    return top && top->length == n && wcscmp(top->text, text) == 0;
+    return top && top->length == n && memcmp(top->text, text, n) == 0;
 }
 
 void history_add(console *c, const wchar_t *text, uint32_t n) {
@@ -95,16 +107,24 @@ void history_add(console *c, const wchar_t *text, uint32_t n) {
 }
 
 bool qv::history_append(console *c, const wchar_t *text, uint32_t n) {
+    if (!text || c->history_max <= 0) return false;
+    // As a C string: the text ends at a NUL.
+    const auto len = static_cast<int>(wcsnlen(text, n));
+    CharPtr utf8(qv::utf8_of(text, len), &free);
+    return utf8 && history_append_utf8(c, utf8.get(), strlen(utf8.get()));
+}
+
+bool qv::history_append_utf8(console *c, const char *text, size_t n) {
     history_t *h = c->history;
-    if (c->history_max <= 0) return false;
-    auto *e = static_cast<history_entry *>(calloc(1, sizeof(history_entry)));
+    if (c->history_max <= 0 || n > UINT32_MAX - sizeof(history_entry) - 1) return false;
+    if (c->history_allow_duplicates == 0 && history_newest_is(c, text, n)) return false;
+    auto *e = static_cast<history_entry *>(malloc(sizeof(history_entry) + n + 1));
     if (!e) return false;
-    e->text = make_string_copy(text, n);
-    if (!e->text || (c->history_allow_duplicates == 0 && top_is_duplicate(c, e->text, n))) {
-        free_entry(e);
-        return false;
-    }
-    e->length = n;
+    e->text = reinterpret_cast<char *>(e + 1);
+    memcpy(e->text, text, n);
+    e->text[n] = 0;
+    e->length = static_cast<uint32_t>(n);
+    e->next = nullptr;
     e->prev = h->last;
     if (h->last)
         h->last->next = e;
@@ -162,7 +182,14 @@ history_line *qv::history_step(console *c, int direction) {
             return h->saved;
         }
     }
-    return reinterpret_cast<history_line *>(h->current);
+    if (!h->current) return nullptr;
+    // Decoded for the caller, who copies it before the walk moves on.
+    int n = 0;
+    wchar_t *text = qv::utf8_decode(h->current->text, h->current->length, &n);
+    if (!text) return nullptr;
+    forget_recalled(h);
+    record(h)->recalled = history_line{text, static_cast<uint32_t>(n)};
+    return &record(h)->recalled;
 }
 
 void history_set_earliest(console *c) { c->history->current = c->history->first; }
@@ -201,9 +228,7 @@ int history_is_dirty(console *c) { return c->history->dirty; }
 
 void history_print_all(console *c) {
     for (const history_entry *e = c->history->first; e; e = e->next) {
-        CharPtr line(wchar2cp(c, e->text, static_cast<int>(e->length)), &free);
-        if (!line) continue;
-        fputs(line.get(), stdout);
+        fputs(e->text, stdout);
         fputc('\n', stdout);
     }
 }

@@ -13,15 +13,16 @@ extern "C" {
 
 struct console;
 
-/* The saved line: the same first two fields as an entry, so navigation can
-   hand back either through one pointer. */
+/* A line as navigation hands it back: the saved line, or an entry decoded. */
 typedef struct history_line {
     wchar_t *text;
     uint32_t length;
 } history_line;
 
+/* Entries are kept as UTF-8, in one block with their text: a long history
+   costs about what its file does. */
 typedef struct history_entry {
-    wchar_t *text; /* length characters and a terminating 0 */
+    char *text; /* length bytes of UTF-8 and a terminating 0 */
     uint32_t length;
     struct history_entry *next; /* newer */
     struct history_entry *prev; /* older */
@@ -61,14 +62,19 @@ namespace qv {
    beside the readline-compatible one, whose history_get() takes an offset,
    gets one definition of the name. */
 history_line *history_step(struct console *c, int direction);
-/* Told of each entry put into the list, with its text (good for the call). */
-using HistoryObserver = void (*)(struct console *c, const wchar_t *text, uint32_t n);
+/* Told of each entry put into the list, with its UTF-8 text (good for the
+   call). */
+using HistoryObserver = void (*)(struct console *c, const char *text, size_t n);
 void history_observe(struct console *c, HistoryObserver observer);
 /* Adds an entry for the host or from the file: the duplicate rule and the
    limit apply, the walk and the saved line stay as they are (an entry the
    walk stood on may leave past the limit: the walk moves to the oldest).
    Answers whether the entry went in. */
 bool history_append(struct console *c, const wchar_t *text, uint32_t n);
+/* The same for n bytes of well-formed UTF-8 without a NUL. */
+bool history_append_utf8(struct console *c, const char *text, size_t n);
+/* The newest entry is these n bytes of UTF-8. */
+bool history_newest_is(const struct console *c, const char *text, size_t n);
 /* A new limit, applied to the list now. */
 void history_limit(struct console *c, int max);
 /* Positions that outlive a change of the list: the oldest entry's serial,

@@ -8,8 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <memory>
 
 #include "console.h"
+#include "text.h"
 #include "undo.h"
 
 namespace {
@@ -55,6 +57,10 @@ void forget(Search &s) {
 // oldest entry when there is no match yet; -1 when there is none. The
 // entries are looked at only within this call.
 long long find(console *c, const Search &s, bool inclusive, int *pos) {
+    // Entries are UTF-8, and so is the query for the comparison: a byte
+    // match is a character match in well-formed UTF-8.
+    std::unique_ptr<char, decltype(&free)> query(qv::utf8_of(s.query, s.qlen), &free);
+    if (!query) return -1;
     const long long first = qv::history_first_serial(c), end = qv::history_end_serial(c);
     long long at = s.direction < 0 ? end - 1 : first;
     if (s.found) at = inclusive ? s.match_serial : s.match_serial + s.direction;
@@ -63,9 +69,12 @@ long long find(console *c, const Search &s, bool inclusive, int *pos) {
     if (s.direction > 0 && at < first) at = first;
     for (const history_entry *e = qv::history_at_serial(c, at); e;
          e = s.direction < 0 ? e->prev : e->next, at += s.direction) {
-        const wchar_t *hit = wcsstr(e->text, s.query);
+        const char *hit = strstr(e->text, query.get());
         if (hit) {
-            *pos = static_cast<int>(hit - e->text);
+            // The match's place in characters: the bytes that start one.
+            int chars = 0;
+            for (const char *p = e->text; p < hit; p++) chars += (static_cast<unsigned char>(*p) & 0xC0) != 0x80;
+            *pos = chars;
             return at;
         }
     }
@@ -78,12 +87,13 @@ void look(console *c, Search &s, bool inclusive) {
     int pos = 0;
     const long long at = s.qlen > 0 ? find(c, s, inclusive, &pos) : -1;
     const history_entry *e = at >= 0 ? qv::history_at_serial(c, at) : nullptr;
-    wchar_t *copy = e ? make_string_copy(e->text, e->length) : nullptr;
+    int len = 0;
+    wchar_t *copy = e ? qv::utf8_decode(e->text, e->length, &len) : nullptr;
     s.failing = s.qlen > 0 && !copy;
     if (copy) {
         free(s.match_text);
         s.match_text = copy;
-        s.match_len = static_cast<int>(e->length);
+        s.match_len = len;
         s.match_serial = at;
         s.match_pos = pos;
         s.found = true;

@@ -169,12 +169,10 @@ void term_loadHistory(void) {
 int term_addHistory(const char *line) {
     if (!theTerminal || !line) return 0;
     console *c = theTerminal->console;
-    int n = 0;
-    std::unique_ptr<wchar_t, decltype(&free)> wide(cp2wchar(c, line, &n), &free);
-    if (!wide || n <= 0) return 0;
-    const auto len = static_cast<uint32_t>(n);
-    if (top_is_duplicate(c, wide.get(), len)) return 1;
-    return qv::history_append(c, wide.get(), len) ? 1 : 0;
+    const size_t n = strlen(line);
+    if (n == 0 || !qv::utf8_valid(line, n)) return 0;
+    if (qv::history_newest_is(c, line, n)) return 1;
+    return qv::history_append_utf8(c, line, n) ? 1 : 0;
 }
 
 void term_clearHistory(void) {

@@ -116,6 +116,44 @@ char *qv::utf8_of(const wchar_t *s, int count) {
     return out;
 }
 
+bool qv::utf8_valid(const char *s, size_t n) {
+    size_t i = 0;
+    while (i < n && static_cast<unsigned char>(s[i]) - 1u < 0x7Fu) i++; // ASCII but NUL
+    if (i == n) return true;
+    Utf8Scope utf8;
+    mbstate_t st{};
+    while (i < n) {
+        wchar_t wc;
+        const size_t r = mbrtowc(&wc, s + i, n - i, &st);
+        if (r == 0 || r == static_cast<size_t>(-1) || r == static_cast<size_t>(-2)) return false;
+        i += r;
+    }
+    return true;
+}
+
+wchar_t *qv::utf8_decode(const char *s, size_t n, int *count) {
+    auto *w = static_cast<wchar_t *>(malloc((n + 1) * sizeof(wchar_t)));
+    if (!w) return nullptr;
+    size_t k = 0, i = 0;
+    for (; i < n && static_cast<unsigned char>(s[i]) < 0x80; i++) w[k++] = static_cast<wchar_t>(s[i]);
+    if (i < n) {
+        Utf8Scope utf8;
+        mbstate_t st{};
+        while (i < n) {
+            const size_t r = mbrtowc(&w[k], s + i, n - i, &st);
+            if (r == 0 || r == static_cast<size_t>(-1) || r == static_cast<size_t>(-2)) {
+                free(w);
+                return nullptr;
+            }
+            i += r;
+            k++;
+        }
+    }
+    w[k] = 0;
+    if (count) *count = static_cast<int>(k);
+    return w;
+}
+
 bool qv::is_word_char(wchar_t ch) {
     const auto u = static_cast<uint32_t>(ch);
     if (u < 128) return (u >= '0' && u <= '9') || (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z');

@@ -3,6 +3,7 @@
 #ifndef QUORVEL_TEXT_H
 #define QUORVEL_TEXT_H
 
+#include <stddef.h>
 #include <wchar.h>
 
 #include "quorvel.h"
@@ -36,6 +37,11 @@ int display_width(wchar_t ch);
 bool is_word_char(wchar_t ch);
 /* count characters as UTF-8; never NULL but when memory runs out. */
 char *utf8_of(const wchar_t *s, int count);
+/* n bytes of well-formed UTF-8 with no NUL, as the C library decodes it. */
+bool utf8_valid(const char *s, size_t n);
+/* n bytes of well-formed UTF-8 as wide characters, 0-terminated, their
+   number in *count; NULL when they are not, or memory ran out. */
+wchar_t *utf8_decode(const char *s, size_t n, int *count);
 } // namespace qv
 #endif
 #endif

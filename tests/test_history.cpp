@@ -67,6 +67,29 @@ TEST_F(History, SaveMergesIntoTheFileAndKeepsItsPermissions) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator()), 1);
 }
 
+// Entries are kept as UTF-8: what the file holds comes back character for
+// character however wide or long, a line that is not UTF-8 or holds a NUL
+// stays in the file and out of the list, an entry ends at a NUL, and a save
+// that drops nothing adds to the end of the file as it stands.
+TEST_F(History, EntriesRoundTripAsUtf8) {
+    const std::string wide = "caf\xc3\xa9 \xe4\xb8\xad \xf0\x9f\x98\x80", longest(200000, 'x');
+    const std::string file = wide + "\nbad \xff\n" + std::string("nul\0x\n", 6) + "\n" + longest + "\n";
+    write_file(file);
+    history_load(&c, path.c_str());
+    ASSERT_EQ(c.history->count, 2);
+    const history_line *e = qv::history_step(&c, -1);
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(std::wstring(e->text, e->length), std::wstring(200000, L'x'));
+    e = qv::history_step(&c, -1);
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(std::wstring(e->text, e->length), L"caf\u00e9 \u4e2d \U0001F600");
+    add(L"tab\there \u00e9");
+    add(std::wstring(L"a\0b", 3));
+    EXPECT_EQ(top_is_duplicate(&c, L"a", 1), 1);
+    history_save(&c, path.c_str());
+    EXPECT_EQ(read_file(), file + "tab\there \xc3\xa9\na\n");
+}
+
 // A read-only directory, for a user it applies to, leaves the old file as
 // it was.
 TEST_F(History, AFailedSaveLeavesTheOldFileUntouched) {

@@ -1,7 +1,9 @@
 // The history file's load and save round trip. Whatever the file holds, the
 // load keeps the entries a model of its rules expects, and a save after it
 // gives back every line the file held, byte for byte, then this session's
-// entry, the oldest dropped beyond the history size.
+// entry: added at the end of the file as it stands when nothing has to go,
+// or the non-empty lines written again with the oldest dropped beyond the
+// history size.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -54,7 +56,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         p = nl + 1;
     }
     history_load(&c, path.c_str());
-    for (const history_entry *e = c.history->first; e; e = e->next) got.emplace_back(e->text, e->length);
+    for (const history_entry *e = c.history->first; e; e = e->next) {
+        int n = 0;
+        wchar_t *w = cp2wchar(&c, e->text, &n);
+        got.push_back(w ? std::wstring(w, static_cast<size_t>(n)) : L"(undecodable)");
+        free(w);
+    }
     if (kept.size() > kMax) kept.erase(kept.begin(), kept.end() - kMax);
     if (got != kept) {
         fprintf(stderr, "fuzz_history: the load kept other entries\n");
@@ -66,6 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string want;
     if (!kept.empty() && kept.back() == L"new") {
         want = in; // nothing new: the file is not touched
+    } else if (lines.size() + 1 <= kMax) {
+        want = in + (in.empty() || in.back() == '\n' ? "" : "\n") + "new\n";
     } else {
         lines.push_back("new");
         for (size_t i = lines.size() > kMax ? lines.size() - kMax : 0; i < lines.size(); i++)
