@@ -41,11 +41,24 @@ using CharPtr = std::unique_ptr<char, decltype(&free)>;
 qv::FileState *file_of(const console *c) { return c->state ? c->state->file : nullptr; }
 using WidePtr = std::unique_ptr<wchar_t, decltype(&free)>;
 
-// One entry as the file holds it: its special characters encoded, UTF-8.
-char *file_line(console *c, const wchar_t *text, uint32_t n) {
-    uint32_t k = 0;
-    WidePtr enc(encode_special_chars(text, n, &k), &free);
-    return enc ? wchar2cp(c, enc.get(), static_cast<int>(k)) : nullptr;
+// One entry as the file holds it: a backslash before a line break drops
+// both (a continued line joins up), any other line break becomes a space, so
+// an entry stays one line. Line breaks are single bytes in UTF-8, so the
+// entry's bytes are rewritten as they stand.
+char *file_line(const char *text, size_t n) {
+    auto *out = static_cast<char *>(malloc(n + 1));
+    if (!out) return nullptr;
+    size_t k = 0;
+    for (size_t i = 0; i < n; i++) {
+        const char ch = text[i];
+        const char next = i + 1 < n ? text[i + 1] : 0;
+        if (ch == '\\' && (next == '\n' || next == '\r'))
+            i++;
+        else
+            out[k++] = ch == '\n' || ch == '\r' ? ' ' : ch;
+    }
+    out[k] = 0;
+    return out;
 }
 
 // The whole content of the file open at fd, from its start.
@@ -201,15 +214,73 @@ bool replace_file(const char *target, mode_t mode, const Line *lines, size_t n) 
     return true;
 }
 
+// This session's entries added at the end of the file open (for writing)
+// at fd, the way a merge would add them, when nothing has to leave it: the
+// cost of a save is then that of the new entries, however long the file.
+// The file's last line comes from whole, its content when read already, or
+// from its end. On a failed write the file is cut back to where it ended.
+// False (the file as it was) when that could not be done.
+bool append_fresh(console *c, int fd, const Bytes *whole) {
+    const qv::FileState *st = file_of(c);
+    struct stat info;
+    if (!st || fstat(fd, &info) != 0) return false;
+    const auto size = static_cast<size_t>(info.st_size);
+    if (whole && whole->size != size) return false;
+    constexpr size_t kTail = 65536;
+    const size_t have = whole ? size : size < kTail ? size : kTail;
+    CharPtr from_end(whole ? nullptr : static_cast<char *>(malloc(have + 1)), &free);
+    if (!whole && (!from_end ||
+                   pread(fd, from_end.get(), have, static_cast<off_t>(size - have)) != static_cast<ssize_t>(have)))
+        return false;
+    const char *tail = whole ? whole->data : from_end.get();
+    // The last line that is not empty: the one a new entry must not repeat.
+    size_t end = have;
+    while (end > 0 && tail[end - 1] == '\n') end--;
+    const auto *nl = static_cast<const char *>(memrchr(tail, '\n', end));
+    if (!nl && size > have) return false; // the last line starts further back than was read
+    Line last{nl ? nl + 1 : tail, 0};
+    last.len = static_cast<size_t>(tail + end - last.text);
+    size_t bytes = 1;
+    for (int i = 0; i < st->nfresh; i++) bytes += strlen(st->fresh[i]) + 1;
+    CharPtr out(static_cast<char *>(malloc(bytes)), &free);
+    if (!out) return false;
+    size_t used = 0;
+    if (have > 0 && tail[have - 1] != '\n') out.get()[used++] = '\n';
+    for (int i = 0; i < st->nfresh; i++) {
+        const Line line{st->fresh[i], strlen(st->fresh[i])};
+        const bool repeat = last.len == line.len && memcmp(last.text, line.text, line.len) == 0;
+        if (repeat && !c->history_allow_duplicates) continue;
+        memcpy(out.get() + used, line.text, line.len);
+        used += line.len;
+        out.get()[used++] = '\n';
+        last = Line{out.get() + used - 1 - line.len, line.len};
+    }
+    if (used == 0 || (used == 1 && out.get()[0] == '\n')) return true; // every one repeats the file
+    if (lseek(fd, 0, SEEK_END) < 0) return false;
+    if (!qv::write_all(fd, out.get(), used) || fsync(fd) != 0) {
+        if (ftruncate(fd, static_cast<off_t>(size)) != 0) {
+            // Nothing more to be done: the old lines are still all there.
+        }
+        return false;
+    }
+    return true;
+}
+
 // The merge, with the lock on the file held: the file's entries, then this
 // session's, newest last, capped at max.
 bool merge_into(console *c, int fd, const char *target, mode_t mode) {
+    const bool writable = (fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDWR;
+    const qv::FileState *st = file_of(c);
+    const size_t fresh = st ? static_cast<size_t>(st->nfresh) : 0;
+    // Without a limit nothing ever leaves: the file need not even be read.
+    if (writable && c->history_max == INT32_MAX && append_fresh(c, fd, nullptr)) return true;
     Bytes old;
     if (!read_all(fd, old)) return false;
     size_t n = 0;
     for_each_line(old, [&](Line) { n++; });
-    const qv::FileState *st = file_of(c);
-    const size_t fresh = st ? static_cast<size_t>(st->nfresh) : 0;
+    if (writable && c->history_max >= 0 && n + fresh <= static_cast<size_t>(c->history_max) &&
+        append_fresh(c, fd, &old))
+        return true;
     std::unique_ptr<Line, decltype(&free)> lines(
         static_cast<Line *>(malloc(sizeof(Line) * (n + fresh + 1))), &free);
     if (!lines) return false;
@@ -234,10 +305,10 @@ bool merge_into(console *c, int fd, const char *target, mode_t mode) {
 
 namespace {
 
-void note_new(console *c, const wchar_t *text, uint32_t n) {
+void note_new(console *c, const char *text, size_t n) {
     qv::FileState *st = file_of(c);
     if (!st || st->loading) return;
-    char *line = file_line(c, text, n);
+    char *line = file_line(text, n);
     if (!line) return;
     if (st->nfresh > 0 && st->nfresh >= c->history_max) {
         // Only the newest history_max can survive a save anyway.
@@ -374,12 +445,10 @@ void history_load(console *c, const char *path) {
     if (st) st->loading = true;
     // As the host's additions, loading leaves a walk through the list (and
     // the line it saved) as it was: a load may come from a callback.
+    // Kept as they stand: entries are UTF-8 too. A line that is not
+    // (or holds a NUL) stays in the file and out of the list.
     for_each_line(b, [&](Line l) {
-        if (memchr(l.text, 0, l.len)) return;
-        CharPtr bytes(strndup(l.text, l.len), &free);
-        int count = 0;
-        WidePtr wide(bytes ? cp2wchar(c, bytes.get(), &count) : nullptr, &free);
-        if (wide) qv::history_append(c, wide.get(), static_cast<uint32_t>(count));
+        if (l.len > 0 && qv::utf8_valid(l.text, l.len)) qv::history_append_utf8(c, l.text, l.len);
     });
     if (st) st->loading = false;
 }
