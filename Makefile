@@ -42,6 +42,7 @@ bench:
 	./build-bench/bench/quorvel-bench-paint
 	./build-bench/bench/quorvel-bench-print
 	./build-bench/bench/quorvel-bench-compare
+	./bench/history_scale.sh build-bench
 
 # libFuzzer targets (clang, AddressSanitizer + UndefinedBehaviorSanitizer),
 # each run for FUZZ_SECONDS.

@@ -1,5 +1,5 @@
-/* Reads lines until end of input, as a minimal REPL would. With --lean,
-   with lean output. */
+/* Reads lines until end of input, as a minimal REPL would. --lean turns
+   lean output on, --no-paste bracketed paste off. */
 #include <quorvel.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,7 +14,10 @@ int main(int argc, char **argv) {
     term_callbacks cb = {0};
     long n = 0;
     if (!term_init(&opts)) return 1;
-    if (argc > 1 && strcmp(argv[1], "--lean") == 0) term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
+    for (int i = 1; i < argc; i++) {
+        if (strcmp(argv[i], "--lean") == 0) term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
+        if (strcmp(argv[i], "--no-paste") == 0) term_setOption(TERM_OPTION_BRACKETED_PASTE, 0);
+    }
     cb.onEndOfInput = on_end;
     term_setCallbacks(&cb);
     while (!done) {
