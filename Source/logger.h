@@ -1,6 +1,7 @@
 /* A logger of named appenders writing time-stamped lines to files under
    /tmp/, and the one-key configuration file that sets isLogging. For host
-   programs: the line editor itself logs nothing. */
+   programs. The line editor itself writes here only the lines of a bindings
+   file it could not take, when the host set no reporter for them. */
 #ifndef QUORVEL_LOGGER_H
 #define QUORVEL_LOGGER_H
 

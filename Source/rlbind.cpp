@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 
+#include "logger.h"
 #include "quorvel/readline.h"
 #include "rlcompat.h"
 
@@ -352,12 +353,42 @@ int rl_parse_and_bind(char *line) {
     return 0;
 }
 
+namespace {
+
+// A line the editor's reader did not take: a setting is this library's to
+// keep, and Tab bound to a program's function is handled here; the rest is
+// logged when the host logs, and never said on the program's terminal.
+void take_unread_line(const char *path, int line, const char *text, const char *why, void *) {
+    CharPtr copy(strdup(text), &free);
+    if (!copy) return;
+    char *s = trim(copy.get());
+    if (strncmp(s, "set", 3) == 0 && isspace(static_cast<unsigned char>(s[3]))) {
+        char *name = trim(s + 4);
+        name[strcspn(name, " \t")] = 0;
+        if (rl_variable_value(name)) {
+            rl_parse_and_bind(const_cast<char *>(text));
+            return;
+        }
+    } else {
+        rl_parse_and_bind(const_cast<char *>(text));
+    }
+    if (isLogging) logger_write_fmt("quorvel-readline", nullptr, 0, "%s:%d: %s: %s", path, line, why, text);
+}
+
+} // namespace
+
 int rl_read_init_file(const char *filename) {
     CharPtr path(nullptr, &free);
     if (!filename) filename = getenv("INPUTRC");
-    path.reset(tilde_expand(filename ? filename : "~/.inputrc"));
+    path.reset(tilde_expand(filename && *filename ? filename : "~/.inputrc"));
     FILE *f = path ? fopen(path.get(), "re") : nullptr;
     if (!f) return path ? errno : ENOMEM;
+    // With the editor running its reader binds the keys, $if and all.
+    term_setBindingsReporter(take_unread_line, nullptr);
+    if (term_readBindings(path.get()) >= 0) {
+        fclose(f);
+        return 0;
+    }
     char *line = nullptr;
     size_t cap = 0;
     while (getline(&line, &cap, f) >= 0)

@@ -242,6 +242,8 @@ bool qv::rl_start_editor() {
     qv::rl_history_attach();
     RL_SETSTATE(RL_STATE_INITIALIZED);
     started = true;
+    // The user's keys, as readline reads them when it starts.
+    rl_read_init_file(nullptr);
     return true;
 }
 

@@ -13,7 +13,9 @@
 #include "options.h"
 #include "printer.h"
 #include "output.h"
+#include "logger.h"
 #include "text.h"
+#include "userkeys.h"
 #include "qv_assert.h"
 
 static_assert(std::is_standard_layout<term_options>::value, "term_options crosses the C ABI");
@@ -367,3 +369,49 @@ int term_editPush(const char *bytes, int n) {
 int term_editFd(void) { return edit_encoding ? qv::edit_fd() : -1; }
 
 int term_editTimeout(void) { return edit_encoding ? qv::edit_timeout(the_console()) : -1; }
+
+// ---------------------------------------------------------------------------
+// Keys of the user's choice
+
+namespace {
+
+term_bindings_reporter the_reporter = nullptr;
+void *the_reporter_user = nullptr;
+
+struct ReportTo {
+    const char *path;
+};
+
+void report_line(void *user, int line, const char *text, const char *why) {
+    const char *path = static_cast<ReportTo *>(user)->path;
+    if (the_reporter)
+        the_reporter(path, line, text, why, the_reporter_user);
+    else
+        logger_write_fmt("quorvel", nullptr, 0, "%s:%d: %s: %s", path, line, why, text);
+}
+
+} // namespace
+
+const char *const *term_actionNames(void) { return qv::action_names(); }
+
+int term_bindKey(const char *keymap, const char *keys, const char *action) {
+    const char *prefix = qv::keymap_prefix(keymap);
+    const action_fn fn = qv::action_named(action);
+    if (!theTerminal || !keys || !prefix || !fn) return 0;
+    char bytes[64];
+    const size_t plen = strlen(prefix);
+    memcpy(bytes, prefix, plen);
+    const size_t n = qv::parse_keys(keys, strlen(keys), true, bytes + plen, sizeof bytes - plen);
+    return n > 0 && qv::bind_keys(theTerminal->console->keymaps[0], bytes, plen + n, fn) ? 1 : 0;
+}
+
+void term_setBindingsReporter(term_bindings_reporter fn, void *user) {
+    the_reporter = fn;
+    the_reporter_user = fn ? user : nullptr;
+}
+
+int term_readBindings(const char *path) {
+    if (!theTerminal || !path) return -1;
+    ReportTo to{path};
+    return qv::read_bindings(theTerminal->console->keymaps[0], path, getenv("TERM"), report_line, &to);
+}

@@ -208,6 +208,32 @@ static char *history_dir(void) {
     return dir;
 }
 
+/* A line of the bindings file the library did not take: said once, before
+   the first prompt, so the user can mend the file. */
+static void report_binding(const char *path, int line, const char *text, const char *why, void *unused) {
+    (void)unused;
+    fprintf(stderr, "quorvel-demo: %s:%d: %s: %s\n", path, line, why, text);
+}
+
+/* The user's own keys, from $XDG_CONFIG_HOME/quorvel/bindings or
+   ~/.config/quorvel/bindings; a missing file is no error. */
+static void read_bindings(void) {
+    const char *config = getenv("XDG_CONFIG_HOME");
+    const char *home = getenv("HOME");
+    const char *base = config && *config ? config : home;
+    const char *tail = config && *config ? "/quorvel/bindings" : "/.config/quorvel/bindings";
+    char *path;
+    size_t n;
+    if (!base || !*base) return;
+    n = strlen(base) + strlen(tail) + 1;
+    path = malloc(n);
+    if (!path) return;
+    snprintf(path, n, "%s%s", base, tail);
+    term_setBindingsReporter(report_binding, NULL);
+    term_readBindings(path);
+    free(path);
+}
+
 /* Numbers, quoted strings and a command at the start of the input. */
 static void highlight(const char *text, int len, term_highlight *out, void *unused) {
     int i = 0;
@@ -265,6 +291,7 @@ int main(void) {
     term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
     term_setHighlighter(highlight, NULL);
     term_loadHistory();
+    read_bindings();
 
     printf("Quorvel demo: %dx%d terminal. Type :help for commands, Ctrl-D to leave.\n",
            term_getConsoleWidth(), term_getConsoleHeight());

@@ -220,6 +220,44 @@ QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned s
    an unknown option. */
 QV_API int term_setOption(int option, int value);
 
+/* ---------------------------------------------------------------------------
+   Keys of the user's choice. Every action has a stable name, readline's where
+   readline has the same action ("backward-char", "kill-line",
+   "reverse-search-history"), and key sequences are written in readline's
+   notation, so a binding carries over from one program to the next. */
+
+/* The action names in a fixed order, ending with NULL; the array is the
+   library's and lives as long as the process. */
+QV_API const char *const *term_actionNames(void);
+
+/* Binds keys to the named action in a key map: "emacs" (or NULL) is the
+   default map; "emacs-meta" and "emacs-ctlx" stand for the keys after
+   Escape and after Ctrl-X, as in readline. keys in readline's notation:
+   "\C-a", "\M-f", "\e[1;5D", octal "\033" and hex "\x1b", any other
+   byte as itself. The binding acts from the next key read. Answers 1, or 0
+   without an instance, for an unknown map or action, or for keys that
+   cannot be read (a NUL key, more than 60 bytes). */
+QV_API int term_bindKey(const char *keymap, const char *keys, const char *action);
+
+/* Told of each line of a bindings file that is not understood: the file,
+   the line's number and text, and why. */
+typedef void (*term_bindings_reporter)(const char *path, int line, const char *text, const char *why,
+                                       void *user);
+/* Sets the reporter; with NULL (the default) such lines go to the logger,
+   appender "quorvel". */
+QV_API void term_setBindingsReporter(term_bindings_reporter fn, void *user);
+
+/* Reads a bindings file, in a subset of readline's init file syntax:
+   "set editing-mode emacs", "set keymap NAME" (as term_bindKey()),
+   "\"keys\": action", "Control-x: action" (also Meta-, C-, M-, and the key
+   names DEL, Rubout, ESC, Escape, LFD, Newline, RET, Return, SPC, Space,
+   TAB), "$if mode=emacs", "$if term=NAME" (the terminal's name, or its part
+   before the first '-'), "$else", "$endif", and comments (#). Each line it
+   does not understand is reported once, and the rest applies. Answers how
+   many lines were reported, or -1 without an instance or when the file
+   cannot be read. */
+QV_API int term_readBindings(const char *path);
+
 /* Read status codes, as term_getStatus() answers them. */
 #define ST_READING 1     /* a read is in progress */
 #define ST_INTERRUPTED 2 /* Ctrl-C with the sigint option */

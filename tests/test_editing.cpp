@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fstream>
 #include <iterator>
 
 #include "pty_harness.h"
@@ -91,6 +92,18 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
     const Lines got = h.typed(keys + "last\r");
     ASSERT_EQ(got.size(), want.size());
     for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i], want[i]) << visible(rows[std::min(i, std::size(rows) - 1)].keys);
+}
+
+// A key rebound between reads, by the call and by a file, acts from the next
+// read on; Ctrl-T transposes until then, and a bad line leaves the rest.
+TEST(Keys, RebindingsActFromTheNextRead) {
+    const std::string file = tempDir() + "/bindings";
+    std::ofstream(file) << "Control-o: beginning-of-line\n\"\\C-y\": no-such-action\n";
+    PtyHost h({"init", "line:", "bind:\\C-t=backward-char", "line:", "bindings:" + file, "line:", "destroy"});
+    EXPECT_EQ(h.typed("ab\x14X\rab\x14X\rab\x0fX\r"), (Lines{"baX", "aXb", "Xab"}));
+    EXPECT_EQ(h.records("BOUND"), Lines{"BOUND 1"});
+    EXPECT_EQ(h.records("REPORT"), Lines{"REPORT 2 unknown action"});
+    EXPECT_EQ(h.records("BINDINGS"), Lines{"BINDINGS 1"});
 }
 
 // ---------------------------------------------------------------------------

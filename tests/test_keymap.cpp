@@ -1,9 +1,18 @@
-// Key maps, through the public key-map calls.
+// Key maps, through the public key-map calls; readline's key notation and
+// bindings files.
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <fstream>
+#include <string>
+#include <vector>
 
+#include "console.h"
+#include "editkeys.h"
 #include "keymap.h"
+#include "search.h"
+#include "support.h"
+#include "userkeys.h"
 
 namespace {
 
@@ -33,6 +42,70 @@ TEST(Keymap, SequencesPrefixesAndRefusals) {
     EXPECT_EQ(get_action_for_key_sequence(m, "xz"), act_a);
     keymap_bind_key(m, 'x', KM_FUNCTION, act_b);
     EXPECT_EQ(get_action_for_key_sequence(m, "xz"), act_b);
+    keymap_delete(m);
+}
+
+TEST(Keymap, ReadlinesKeyNotation) {
+    struct Case {
+        const char *text;
+        bool quoted;
+        std::string bytes; // empty: not readable
+    };
+    const Case cases[] = {
+        {"\\C-a", true, "\x01"},         {"\\M-f", true, "\x1b" "f"},     {"\\e[1;5D", true, "\x1b[1;5D"},
+        {"\\C-?", true, "\x7f"},         {"\\033\\x1b", true, "\x1b\x1b"}, {"\\C-\\M-x", true, "\x1b\x18"},
+        {"\\C-xr", true, "\x18r"},       {"\\\\\\\"", true, "\\\""},     {"\\C-@", true, ""},
+        {"Control-u", false, "\x15"},   {"M-Rubout", false, "\x1b\x7f"}, {"TAB", false, "\t"},
+        {"C-M-h", false, "\x1b\x08"},    {"NoSuchKey", false, ""},
+    };
+    for (const Case &k : cases) {
+        char out[64];
+        const size_t n = qv::parse_keys(k.text, strlen(k.text), k.quoted, out, sizeof out);
+        EXPECT_EQ(std::string(out, n), k.bytes) << k.text;
+    }
+    EXPECT_EQ(qv::action_named("reverse-search-history"), action_search_backward);
+    EXPECT_EQ(qv::action_named("no-such-action"), nullptr);
+}
+
+// Good lines apply and each bad one is told once, with why; $if picks by
+// the terminal's name and the editing mode.
+TEST(Keymap, BindingsFiles) {
+    const std::string path = qvtest::tempDir() + "/bindings";
+    std::ofstream(path) << "# comment\n"
+                           "set editing-mode emacs\n"
+                           "\"\\C-t\": backward-char\n"
+                           "Control-o: kill-line   # trailing comment\n"
+                           "$if term=xterm\n"
+                           "  \"\\M-p\": previous-history\n"
+                           "$else\n"
+                           "  \"\\M-p\": next-history\n"
+                           "$endif\n"
+                           "$if mode=vi\n"
+                           "  C-k: undo\n"
+                           "$endif\n"
+                           "set keymap emacs-ctlx\n"
+                           "\"\\C-r\": reverse-search-history\n"
+                           "\"\\C-y\": no-such-action\n"
+                           "\"x\": \"a macro\"\n"
+                           "set editing-mode vi\n"
+                           "set bell-style none\n"
+                           "\"unclosed: undo\n"
+                           "$endif\n";
+    keymap_entry *m = keymap_new();
+    std::vector<std::string> told;
+    auto report = [](void *user, int line, const char *, const char *why) {
+        static_cast<std::vector<std::string> *>(user)->push_back(std::to_string(line) + " " + why);
+    };
+    EXPECT_EQ(qv::read_bindings(m, path.c_str(), "xterm-256color", report, &told), 6);
+    EXPECT_EQ(told, (std::vector<std::string>{"15 unknown action", "16 macros are not supported",
+                                               "17 vi mode is not available", "18 unknown setting",
+                                               "19 no closing quote", "20 $endif without $if"}));
+    EXPECT_EQ(get_action_for_key(m, 20), action_key_left);
+    EXPECT_EQ(get_action_for_key(m, 15), action_kill_to_end_of_line);
+    EXPECT_EQ(get_action_for_key_sequence(m, "\x1bp"), action_key_up);
+    EXPECT_EQ(get_action_for_key(m, 11), nullptr);
+    EXPECT_EQ(get_action_for_key_sequence(m, "\x18\x12"), action_search_backward);
+    EXPECT_EQ(qv::read_bindings(m, "/nonexistent/bindings", nullptr, report, &told), -1);
     keymap_delete(m);
 }
 

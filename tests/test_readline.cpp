@@ -54,8 +54,10 @@ class ReadlineHost : public ::testing::TestWithParam<const char *> {};
 TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     HostOptions o = programOptions({GetParam()});
     std::ofstream(o.cwd + "/notes.txt") << "x";
+    std::ofstream(o.cwd + "/.inputrc") << "$if mode=emacs\n\"\\C-t\": backward-char\n$endif\nset bell-style none\n";
     PtyHost h({}, o);
     Session s{h};
+    s.expect("ab\x14X\r", "got[aXb]");             // the user's own key, from ~/.inputrc
     s.expect("ses\t\r", "got[session ]");        // one match, the append character
     s.expect("sev\t\r", "got[seven(]");          // one the program changed
     s.expect("zz\t\r", "got[zz]");               // none

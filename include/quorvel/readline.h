@@ -11,10 +11,15 @@
  * either can run on it with LD_PRELOAD.
  *
  * Differences from GNU readline, on purpose:
- * - Keys are Quorvel's; an init file's settings and bindings are kept for
- *   the program to read back. Tab's binding, and in the callback interface
- *   control keys bound to the program's own functions, are the exceptions
- *   (see Keys below). rl_readline_name is kept but not used.
+ * - Keys are Quorvel's. The init file ($INPUTRC, else ~/.inputrc; never
+ *   /etc/inputrc), read when the editor starts, binds keys to the actions
+ *   Quorvel has by readline's names, with $if mode= and term=; its other
+ *   settings and bindings are kept for the program to read back. Tab's
+ *   binding, and in the callback interface control keys bound to the
+ *   program's own functions, also act (see Keys below). Lines not
+ *   understood are logged (appender "quorvel-readline") only when isLogging
+ *   is set, never written to the program's terminal. rl_readline_name is
+ *   kept but not used.
  * - In the callback interface Ctrl-C, Ctrl-\ and Ctrl-Z are the terminal's,
  *   as with readline: the program's handlers get the signals while it
  *   waits. readline() keeps the behaviour below.
@@ -295,8 +300,9 @@ QV_RL_API void rl_macro_dumper(int readable);
 QV_RL_API void rl_function_dumper(int readable);
 QV_RL_API void rl_dump_functions(int count, int key);
 /* A line of an init file: "set name value" or a binding "key: function";
-   answers 0. read_init_file parses a file (NULL: $INPUTRC, else ~/.inputrc)
-   and answers 0, or an errno value. */
+   answers 0. read_init_file reads a file (NULL: $INPUTRC, else ~/.inputrc),
+   binding the editor's actions once the editor has started, and answers 0,
+   or an errno value. */
 QV_RL_API int rl_parse_and_bind(char *line);
 QV_RL_API int rl_read_init_file(const char *filename);
 

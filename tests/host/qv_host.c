@@ -29,6 +29,9 @@
  *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
  *   highlight:bad (ranges before, past, across and inside characters)
  *   look:ELEMENT=STYLE (term_setLook; LOOK <previous> records the answer)
+ *   bind:KEYS=ACTION (term_bindKey in the default map; BOUND <answer>)
+ *   bindings:PATH (term_readBindings; REPORT <line> <why> for each line it
+ *   reports, then BINDINGS <answer>)
  *   print:S  printers:TxN@US (T threads print N lines "T<t> L<nnn>" each, US
  *   microseconds apart, while the commands go on)  join (waits for them)  wake:MS (a thread calls
  *   term_wake after MS ms)  wake:signal (SIGUSR1 calls term_wake)
@@ -325,6 +328,13 @@ static void set_callbacks(const char *setting) {
     fprintf(side, "CB %d\n", term_setCallbacks(&cb));
 }
 
+static void report_binding(const char *path, int line, const char *text, const char *why, void *user) {
+    (void)path;
+    (void)text;
+    (void)user;
+    fprintf(side, "REPORT %d %s\n", line, why);
+}
+
 int main(int argc, char **argv) {
     int i;
     const char *path = getenv("QV_SIDE");
@@ -379,6 +389,14 @@ int main(int argc, char **argv) {
         } else if (strncmp(a, "completer:", 10) == 0) {
             many_count = strncmp(a + 10, "many=", 5) == 0 ? atol(a + 15) : 0;
             term_setCompleter(strcmp(a + 10, "bad") == 0 ? complete_bad : complete_words, NULL);
+        } else if (strncmp(a, "bind:", 5) == 0 && strchr(a, '=')) {
+            char keys[64];
+            const size_t n = (size_t)(strchr(a, '=') - (a + 5));
+            snprintf(keys, sizeof keys, "%.*s", (int)n, a + 5);
+            fprintf(side, "BOUND %d\n", term_bindKey(NULL, keys, strchr(a, '=') + 1));
+        } else if (strncmp(a, "bindings:", 9) == 0) {
+            term_setBindingsReporter(report_binding, NULL);
+            fprintf(side, "BINDINGS %d\n", term_readBindings(a + 9));
         } else if (strncmp(a, "option:", 7) == 0 && strchr(a, '=')) {
             fprintf(side, "OPTION %d\n", term_setOption(atoi(a + 7), atoi(strchr(a, '=') + 1)));
         } else if (strncmp(a, "print:", 6) == 0) {

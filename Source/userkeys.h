@@ -1,0 +1,44 @@
+/* Keys of the user's choice: the actions by name, key sequences in
+   readline's notation, and bindings files in a subset of readline's init
+   file syntax. Library-internal. */
+#ifndef QUORVEL_USERKEYS_H
+#define QUORVEL_USERKEYS_H
+
+#include <stddef.h>
+
+#include "keymap.h"
+
+#ifdef __cplusplus
+namespace qv {
+
+/* The action of that name ("backward-char"), NULL for none. */
+action_fn action_named(const char *name);
+/* The names, NULL-terminated, in a fixed order. */
+const char *const *action_names();
+
+/* The keys readline's key map of that name stands for in the one map here:
+   "" for "emacs" (or NULL), ESC for "emacs-meta", Ctrl-X for "emacs-ctlx";
+   NULL for a map there is not. */
+const char *keymap_prefix(const char *name);
+
+/* Reads a key sequence in readline's notation, quoted ("\C-a", "\M-f",
+   "\e[1;5D", octal and hex escapes) or, with quoted false, as a key name
+   ("Control-u", "M-Rubout", "TAB"). Writes its bytes, 0-terminated, to out
+   (room for size); answers their number, or 0 when it cannot be read (a
+   NUL key, a sequence too long). */
+size_t parse_keys(const char *text, size_t n, bool quoted, char *out, size_t size);
+
+/* Binds the key sequence (bytes) to the action in map. */
+bool bind_keys(keymap_entry *map, const char *keys, size_t n, action_fn action);
+
+/* Reads a bindings file into map: each line not understood goes to report
+   (its line number, its text and why) and the rest applies. term is the
+   terminal's name for "$if term=". Answers the number of lines reported,
+   or -1 when the file cannot be read. */
+using BindingsReport = void (*)(void *user, int line, const char *text, const char *why);
+int read_bindings(keymap_entry *map, const char *path, const char *term, BindingsReport report, void *user);
+
+} // namespace qv
+#endif
+
+#endif
