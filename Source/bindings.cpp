@@ -101,8 +101,9 @@ const ByteBinding kSingleBytes[] = {
 
 } // namespace
 
-int keymap_set_defaults(console *c) {
-    keymap_entry *map = c->keymaps[0];
+int keymap_set_defaults(console *c) { return qv::keymap_bind_defaults(c->keymaps[0], true) ? 1 : 0; }
+
+bool qv::keymap_bind_defaults(keymap_entry *map, bool meta) {
     // A refused binding (no action, no key string) is by design; one with
     // both that still fails has run out of memory.
     bool ok = true;
@@ -110,7 +111,8 @@ int keymap_set_defaults(console *c) {
         if (!keymap_bind_key_sequence(map, sequence, KM_FUNCTION, action) && sequence && action)
             ok = false;
     };
-    for (const SequenceBinding &b : kFixedSequences) bind(b.sequence, b.action);
+    for (const SequenceBinding &b : kFixedSequences)
+        if (meta || b.sequence[1] == '[' || b.sequence[1] == 'O') bind(b.sequence, b.action);
     for (const ByteBinding &b : kSingleBytes) keymap_bind_key(map, b.byte, KM_FUNCTION, b.action);
     for (int byte = 32; byte <= 126; byte++)
         keymap_bind_key(map, byte, KM_FUNCTION, action_insert_char);
@@ -127,5 +129,5 @@ int keymap_set_defaults(console *c) {
         {qv::terminal_key("kLFT3"), action_backward_word}, {qv::terminal_key("kRIT3"), action_forward_word},
     };
     for (const SequenceBinding &b : terminal_keys) bind(b.sequence, b.action);
-    return ok ? 1 : 0;
+    return ok;
 }

@@ -16,6 +16,16 @@ QV_API int keymap_set_defaults(struct console *c);
 
 #ifdef __cplusplus
 }
+
+#ifdef QUORVEL_INTERNAL
+#include "keymap.h"
+namespace qv {
+/* Binds the defaults into map; without meta, Escape starts only the
+   terminal's control sequences (vi's maps), not the Alt keys. False when
+   memory ran out. */
+bool keymap_bind_defaults(keymap_entry *map, bool meta);
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -23,6 +23,7 @@
 #include "text.h"
 #include "undo.h"
 #include "view.h"
+#include "vimode.h"
 
 namespace {
 
@@ -56,8 +57,9 @@ bool make_state(console *c) {
     st->view = qv::view_new();
     st->plain = qv::plain_new(!qv::terminal_can_paint());
     st->file = qv::history_file_new();
+    st->vi = qv::vi_new();
     return st->edit && st->undo && st->ring && st->hint && st->search && st->completion && st->paste &&
-           st->editkeys && st->frame && st->engine && st->model && st->view && st->plain && st->file;
+           st->editkeys && st->frame && st->engine && st->model && st->view && st->plain && st->file && st->vi;
 }
 
 void free_state(console *c) {
@@ -77,6 +79,7 @@ void free_state(console *c) {
     qv::view_free(st->view);
     qv::plain_free(st->plain);
     qv::history_file_free(st->file);
+    qv::vi_free(st->vi);
     free(st);
     c->state = nullptr;
 }

@@ -112,6 +112,7 @@ struct ModelState;
 struct ViewState;
 struct PlainState;
 struct FileState;
+struct ViState;
 } // namespace qv
 
 /* One handle for each module that keeps state for the console. A module
@@ -131,6 +132,7 @@ struct console_state {
     qv::ViewState *view;           /* view: where each row starts */
     qv::PlainState *plain;         /* plainview: the one-row display */
     qv::FileState *file;           /* historyfile: entries to save */
+    qv::ViState *vi;               /* vimode: its maps, its mode, a command half typed */
 };
 #endif
 #endif

@@ -17,6 +17,7 @@
 #include "render.h"
 #include "search.h"
 #include "undo.h"
+#include "vimode.h"
 
 // A burst of keys changed the state and its paint waits for the burst's end.
 struct qv::EngineState {
@@ -79,7 +80,9 @@ bool take_by_mode(console *c, action_fn action, int key) {
         qv::paste_key(c, action, key);
         return true;
     }
-    return qv::search_active(c) && qv::search_key(c, action, key);
+    if (qv::vi_search_return(c, action)) return true;
+    if (qv::search_active(c) && qv::search_key(c, action, key)) return true;
+    return qv::vi_key(c, action, key);
 }
 
 // Text for the screen from a key (a completion listing, a question), written
@@ -128,7 +131,10 @@ void run_requests(console *c, int *flags, bool more) {
 // then, while the read goes on, the hint and the key's paint, unless more
 // keys wait. A read the key ended has drawn all it shows.
 void dispatch(console *c, action_fn action, int key, bool more) {
-    qv::undo_boundary(c, in_mode(c) || (action == action_insert_char && qv::frame_last_action(c) == action_insert_char));
+    const bool typing = action == action_insert_char && qv::frame_last_action(c) == action_insert_char &&
+                        !qv::vi_commanding(c);
+    qv::undo_boundary(c, in_mode(c) || typing || qv::vi_joins_step(c));
+    qv::vi_observe(c, action, key);
     qv::frame_begin_key(c, action);
     if (!take_by_mode(c, action, key) && action) action(c, key);
     int flags = 0;
@@ -157,6 +163,7 @@ void end_modes(console *c) {
     qv::frame_reset(c);
     qv::hint_clear(c);
     qv::undo_reset(c);
+    qv::vi_end(c);
 }
 
 } // namespace
@@ -196,5 +203,8 @@ void qv::engine_end(console *c) {
     flush_held(c);
     if (c->status == ST_WOKEN) leave_woken(c);
     end_modes(c);
+    qv::cursor_shape(0);
     if (c->eof == 1 && c->status == ST_READING) c->status = ST_EOF;
 }
+
+const keymap_entry *qv::engine_keymap(console *c) { return vi_keymap(c); }

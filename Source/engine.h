@@ -22,6 +22,8 @@ void engine_free(EngineState *e);
 void engine_begin(struct console *c);
 /* The decoder of the read's keys. */
 KeyDecoder &engine_keys(struct console *c);
+/* The key map the read's keys are decoded with now. */
+const keymap_entry *engine_keymap(struct console *c);
 /* One key; more: further keys are already waiting. */
 void engine_key(struct console *c, action_fn action, int key, bool more);
 /* The read is over: its status says why. */

@@ -238,7 +238,7 @@ void take_keys(console *c) {
         // A wake-up ends the read before any key still waiting: those wait
         // on for the next read.
         if (qv::printer_wake_pending() && !serve_printer(c, true)) return;
-        const qv::DecodedKey k = keys.feed(c->keymaps[0], input_buffer[input_head++], utf8);
+        const qv::DecodedKey k = keys.feed(qv::engine_keymap(c), input_buffer[input_head++], utf8);
         if (k.again) push_back();
         if (k.kind == qv::DecodedKey::kKey) qv::engine_key(c, k.action, k.arg, buffered());
     }

@@ -56,6 +56,13 @@ DecodedKey KeyDecoder::feed(const keymap_entry *root, int b, bool utf8) {
             map_ = e.target.map;
             return more;
         }
+        // A prefix map with a default of its own ends at a byte it does
+        // not bind: the default acts and the byte starts the next key, as
+        // vi's Escape needs when the next key follows it at once.
+        if (count_ == 1 && map_[KEYMAP_DEFAULT].type == KM_FUNCTION) {
+            state_ = kStart;
+            return DecodedKey{DecodedKey::kKey, map_[KEYMAP_DEFAULT].target.action, first_, true};
+        }
         const bool control = first_ == 27 && (second_ == '[' || second_ == 'O');
         if (control && count_ == 1) {
             state_ = kSwallowFirst;
@@ -101,7 +108,9 @@ DecodedKey KeyDecoder::pause() {
         state_ = kStart;
         return DecodedKey{DecodedKey::kDropped, nullptr, 0, false};
     }
-    return done(nullptr, first_);
+    // A lone prefix is its map's default, when it has one.
+    const bool lone = state_ == kSequence && count_ == 0 && map_[KEYMAP_DEFAULT].type == KM_FUNCTION;
+    return done(lone ? map_[KEYMAP_DEFAULT].target.action : nullptr, first_);
 }
 
 } // namespace qv

@@ -243,6 +243,20 @@ bool qv::paste_bracketing(bool on) {
     return true;
 }
 
+namespace {
+int shown_shape = 0; // the cursor shape set through Ss; 0: the terminal's own
+}
+
+void qv::cursor_shape(int shape) {
+    if (shape == shown_shape) return;
+    const char *set = qv::terminal_key("Ss"), *reset = qv::terminal_key("Se");
+    if (!set) return;
+    if (shape == 0 && !reset) return;
+    tputs(shape ? tiparm(set, shape) : reset, 1, char_to_terminal);
+    fflush(stdout);
+    shown_shape = shape;
+}
+
 bool qv::terminal_can_paint() {
     const bool up = available(t_cursor_up) || available(t_cursor_up_parm);
     const bool left = available(t_cursor_left) || available(t_cursor_left_parm);

@@ -87,6 +87,10 @@ bool delete_cells(int n);
 // Clears the screen, the cursor at its top left; false when the terminal
 // cannot.
 bool erase_screen();
+// Sets the cursor's shape through the terminal's Ss capability (2: a block,
+// 6: a bar, as DECSCUSR numbers them), or with 0 gives it back (Se); writes
+// nothing when it is already so, or when the terminal cannot.
+void cursor_shape(int shape);
 } // namespace qv
 #endif
 #endif

@@ -13,6 +13,7 @@
 #include "painter.h"
 #include "plainview.h"
 #include "view.h"
+#include "vimode.h"
 
 namespace {
 
@@ -38,6 +39,7 @@ void render(console *c, int flags, bool compact) {
     view_update(c);
     if (flags & kCursorFirst) cursor_update(c, c->screen.input.newcur);
     paint(c, compact);
+    cursor_shape(vi_cursor_shape(c));
 }
 
 bool render_start_input(console *c) {

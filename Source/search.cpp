@@ -39,6 +39,13 @@ struct qv::SearchState {
     bool failing;
     int direction; // -1 older, +1 newer
     wchar_t prompt[kQueryMax + 64];
+    // The query of the last search whose match was taken, and that match's
+    // entry, for a search again without a search running (vi's n and N).
+    struct Last {
+        wchar_t query[kQueryMax + 1];
+        int qlen;
+        long long serial;
+    } last;
 };
 
 namespace {
@@ -49,7 +56,9 @@ void forget(Search &s) {
     free(s.saved);
     free(s.saved_breaks);
     free(s.match_text);
+    const Search::Last last = s.last;
     s = Search{};
+    s.last = last;
 }
 
 // The position of the next entry holding the query, from `from` on in the
@@ -124,6 +133,11 @@ void finish(console *c, Search &s, bool restore) {
     qv::undo_suspend(c, false);
     // A match taken is a recall: undo goes back to it, no further.
     if (!restore) qv::undo_reset(c);
+    if (!restore && s.found && s.qlen > 0) {
+        wmemcpy(s.last.query, s.query, static_cast<size_t>(s.qlen) + 1);
+        s.last.qlen = s.qlen;
+        s.last.serial = s.match_serial;
+    }
     forget(s);
 }
 
@@ -206,4 +220,29 @@ void qv::search_reset(console *c) {
         qv::undo_suspend(c, false);
     }
     forget(s);
+}
+
+void qv::search_take(console *c) {
+    if (search_active(c)) finish(c, *c->state->search, false);
+}
+
+bool qv::search_again(console *c, int direction) {
+    if (c->masked || !c->editor.buffer || !c->state || !c->state->search || search_active(c)) return false;
+    Search &s = *c->state->search;
+    if (s.last.qlen == 0) return false;
+    wmemcpy(s.query, s.last.query, static_cast<size_t>(s.last.qlen) + 1);
+    s.qlen = s.last.qlen;
+    s.direction = direction < 0 ? -1 : 1;
+    s.found = true;
+    s.match_serial = s.last.serial;
+    look(c, s, false);
+    const bool moved = s.match_text && s.match_serial != s.last.serial;
+    if (moved) {
+        buffer_replace(c, s.match_text, static_cast<uint32_t>(s.match_len));
+        c->editor.cursor = c->editor.buffer + s.match_pos;
+        s.last.serial = s.match_serial;
+        qv::undo_reset(c);
+    }
+    forget(s);
+    return moved;
 }

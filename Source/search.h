@@ -35,6 +35,12 @@ bool search_active(const struct console *c);
 bool search_key(struct console *c, action_fn action, int key);
 /* Ends a search that a read left running, without drawing anything. */
 void search_reset(struct console *c);
+/* Ends a running search with its match as the line, the read going on. */
+void search_take(struct console *c);
+/* The query of the last search that was taken, again, from the entry it
+   took, older (direction < 0) or newer; the entry found becomes the line.
+   False when there is no such query or no further match. */
+bool search_again(struct console *c, int direction);
 } // namespace qv
 #endif
 #endif

@@ -10,12 +10,14 @@
 
 #include "completion.h"
 #include "input.h"
+#include "engine.h"
 #include "options.h"
 #include "printer.h"
 #include "output.h"
 #include "logger.h"
 #include "text.h"
 #include "userkeys.h"
+#include "vimode.h"
 #include "qv_assert.h"
 
 static_assert(std::is_standard_layout<term_options>::value, "term_options crosses the C ABI");
@@ -394,15 +396,27 @@ void report_line(void *user, int line, const char *text, const char *why) {
 
 const char *const *term_actionNames(void) { return qv::action_names(); }
 
+namespace {
+
+qv::KeymapSet maps_of(console *c) { return qv::KeymapSet{c->keymaps[0], qv::vi_map(c, false), qv::vi_map(c, true)}; }
+
+} // namespace
+
 int term_bindKey(const char *keymap, const char *keys, const char *action) {
-    const char *prefix = qv::keymap_prefix(keymap);
     const action_fn fn = qv::action_named(action);
-    if (!theTerminal || !keys || !prefix || !fn) return 0;
+    if (!theTerminal || !keys || !fn) return 0;
+    console *c = theTerminal->console;
+    const char *prefix = "";
+    keymap_entry *map = qv::keymap_named(maps_of(c), keymap, &prefix);
+    if (!map) return 0;
     char bytes[64];
     const size_t plen = strlen(prefix);
     memcpy(bytes, prefix, plen);
     const size_t n = qv::parse_keys(keys, strlen(keys), true, bytes + plen, sizeof bytes - plen);
-    return n > 0 && qv::bind_keys(theTerminal->console->keymaps[0], bytes, plen + n, fn) ? 1 : 0;
+    if (n == 0 || !qv::bind_keys(map, bytes, plen + n, fn)) return 0;
+    // A key half read may have walked into a map the binding replaced.
+    qv::engine_keys(c).reset();
+    return 1;
 }
 
 void term_setBindingsReporter(term_bindings_reporter fn, void *user) {
@@ -413,5 +427,10 @@ void term_setBindingsReporter(term_bindings_reporter fn, void *user) {
 int term_readBindings(const char *path) {
     if (!theTerminal || !path) return -1;
     ReportTo to{path};
-    return qv::read_bindings(theTerminal->console->keymaps[0], path, getenv("TERM"), report_line, &to);
+    console *c = theTerminal->console;
+    bool vi = qv::option(TERM_OPTION_VI_MODE) != 0;
+    const int reported = qv::read_bindings(maps_of(c), path, getenv("TERM"), &vi, report_line, &to);
+    if (reported >= 0) qv::set_option(TERM_OPTION_VI_MODE, vi);
+    qv::engine_keys(c).reset();
+    return reported;
 }

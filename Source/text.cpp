@@ -161,6 +161,12 @@ bool qv::is_word_char(wchar_t ch) {
     return iswalnum(static_cast<wint_t>(ch)) != 0;
 }
 
+wchar_t qv::other_case(wchar_t ch) {
+    Utf8Scope utf8;
+    const auto w = static_cast<wint_t>(ch);
+    return static_cast<wchar_t>(iswupper(w) ? towlower(w) : towupper(w));
+}
+
 int qv::display_width(wchar_t ch) {
     const auto u = static_cast<uint32_t>(ch);
     if (u >= 32 && u < 127) return 1; // the common case needs no locale

@@ -35,6 +35,8 @@ int display_width(wchar_t ch);
 /* A letter or digit in any script (iswalnum under UTF-8): what words are
    made of. */
 bool is_word_char(wchar_t ch);
+/* The character in the other case, under UTF-8 (itself when it has none). */
+wchar_t other_case(wchar_t ch);
 /* count characters as UTF-8; never NULL but when memory runs out. */
 char *utf8_of(const wchar_t *s, int count);
 /* n bytes of well-formed UTF-8 with no NUL, as the C library decodes it. */

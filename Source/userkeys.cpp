@@ -15,6 +15,7 @@
 #include "editkeys.h"
 #include "paste.h"
 #include "search.h"
+#include "vimode.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ constexpr NamedAction kActions[] = {
     {"complete", action_complete},
     {"delete-char", action_key_delete},
     {"delete-char-or-eof", action_delete_or_quit},
+    {"emacs-editing-mode", action_emacs_editing_mode},
     {"end-of-history", action_history_latest},
     {"end-of-line", action_key_end},
     {"forward-char", action_key_right},
@@ -59,6 +61,9 @@ constexpr NamedAction kActions[] = {
     {"undo", action_undo},
     {"unix-line-discard", action_kill_line_start},
     {"unix-word-rubout", action_unix_word_rubout},
+    {"vi-editing-mode", action_vi_editing_mode},
+    {"vi-insertion-mode", action_vi_insertion_mode},
+    {"vi-movement-mode", action_vi_movement_mode},
     {"yank", action_yank},
     {"yank-pop", action_yank_pop},
 };
@@ -129,10 +134,24 @@ action_fn qv::action_named(const char *name) {
 
 const char *const *qv::action_names() { return kNames.list; }
 
-const char *qv::keymap_prefix(const char *name) {
-    if (!name || strcasecmp(name, "emacs") == 0 || strcasecmp(name, "emacs-standard") == 0) return "";
-    if (strcasecmp(name, "emacs-meta") == 0) return "\033";
-    if (strcasecmp(name, "emacs-ctlx") == 0) return "\030";
+keymap_entry *qv::keymap_named(const KeymapSet &maps, const char *name, const char **prefix) {
+    struct MapName {
+        const char *name;
+        keymap_entry *KeymapSet::*map;
+        const char *prefix;
+    };
+    static constexpr MapName kMaps[] = {
+        {"emacs", &KeymapSet::emacs, ""},           {"emacs-standard", &KeymapSet::emacs, ""},
+        {"emacs-meta", &KeymapSet::emacs, "\033"}, {"emacs-ctlx", &KeymapSet::emacs, "\030"},
+        {"vi", &KeymapSet::vi_command, ""},         {"vi-command", &KeymapSet::vi_command, ""},
+        {"vi-move", &KeymapSet::vi_command, ""},    {"vi-insert", &KeymapSet::vi_insert, ""},
+    };
+    if (!name) name = "emacs";
+    for (const MapName &m : kMaps) {
+        if (strcasecmp(name, m.name) != 0) continue;
+        *prefix = m.prefix;
+        return maps.*m.map;
+    }
     return nullptr;
 }
 
@@ -204,8 +223,10 @@ namespace {
 // Where a bindings file stands: the key map bindings go to (a prefix for
 // readline's emacs-meta and emacs-ctlx maps), and the $if nesting.
 struct BindingsFile {
+    const qv::KeymapSet *maps;
     keymap_entry *map;
     const char *term;
+    bool vi;
     const char *prefix = "";
     static constexpr int kDepth = 16;
     bool active[kDepth + 1] = {true};
@@ -231,7 +252,7 @@ const char *word(const char *p, char *out, size_t size) {
 
 // "$if mode=emacs", "$if term=xterm": the terminal's name or the part of it
 // before its first '-'. Anything else (an application's name) is not this.
-bool condition_holds(const char *what, const char *term) {
+bool condition_holds(const char *what, const char *term, bool vi) {
     char key[16], value[64];
     const char *eq = strchr(what, '=');
     if (!eq) return false;
@@ -241,7 +262,7 @@ bool condition_holds(const char *what, const char *term) {
     memcpy(key, what, k);
     key[k] = 0;
     word(skip_space(eq + 1), value, sizeof value);
-    if (strcasecmp(key, "mode") == 0) return strcasecmp(value, "emacs") == 0;
+    if (strcasecmp(key, "mode") == 0) return strcasecmp(value, vi ? "vi" : "emacs") == 0;
     if (strcasecmp(key, "term") != 0 || !term) return false;
     const size_t base = strcspn(term, "-");
     return strcmp(term, value) == 0 || (strlen(value) == base && strncmp(term, value, base) == 0);
@@ -253,7 +274,7 @@ const char *directive(BindingsFile &st, const char *p) {
     p = skip_space(word(p, name, sizeof name));
     if (strcmp(name, "$if") == 0) {
         if (st.depth == BindingsFile::kDepth) return "$if nested too deep";
-        const bool holds = condition_holds(p, st.term);
+        const bool holds = condition_holds(p, st.term, st.vi);
         st.depth++;
         st.active[st.depth] = st.active[st.depth - 1] && holds;
         st.taken[st.depth] = holds;
@@ -277,12 +298,18 @@ const char *setting(BindingsFile &st, const char *p) {
     char name[32], value[32];
     word(skip_space(word(skip_space(p), name, sizeof name)), value, sizeof value);
     if (strcasecmp(name, "editing-mode") == 0) {
-        if (strcasecmp(value, "emacs") == 0) return nullptr;
-        return strcasecmp(value, "vi") == 0 ? "vi mode is not available" : "unknown editing mode";
+        // The mode's own map takes the bindings that follow, as in readline.
+        if (strcasecmp(value, "vi") != 0 && strcasecmp(value, "emacs") != 0) return "unknown editing mode";
+        st.vi = strcasecmp(value, "vi") == 0;
+        st.map = st.vi ? st.maps->vi_insert : st.maps->emacs;
+        st.prefix = "";
+        return nullptr;
     }
     if (strcasecmp(name, "keymap") != 0) return "unknown setting";
-    const char *prefix = qv::keymap_prefix(value);
-    if (!prefix) return "unknown key map";
+    const char *prefix = "";
+    keymap_entry *map = qv::keymap_named(*st.maps, value, &prefix);
+    if (!map) return "unknown key map";
+    st.map = map;
     st.prefix = prefix;
     return nullptr;
 }
@@ -316,11 +343,14 @@ const char *binding(BindingsFile &st, const char *p) {
 
 } // namespace
 
-int qv::read_bindings(keymap_entry *map, const char *path, const char *term, BindingsReport report, void *user) {
+int qv::read_bindings(const KeymapSet &maps, const char *path, const char *term, bool *vi, BindingsReport report,
+                      void *user) {
     FILE *f = path ? fopen(path, "re") : nullptr;
     if (!f) return -1;
     BindingsFile st;
-    st.map = map;
+    st.maps = &maps;
+    st.vi = *vi;
+    st.map = st.vi ? maps.vi_insert : maps.emacs;
     st.term = term;
     int reported = 0, number = 0;
     char *line = nullptr;
@@ -347,5 +377,6 @@ int qv::read_bindings(keymap_entry *map, const char *path, const char *term, Bin
     }
     free(line);
     fclose(f);
+    *vi = st.vi;
     return reported;
 }

@@ -16,10 +16,16 @@ action_fn action_named(const char *name);
 /* The names, NULL-terminated, in a fixed order. */
 const char *const *action_names();
 
-/* The keys readline's key map of that name stands for in the one map here:
-   "" for "emacs" (or NULL), ESC for "emacs-meta", Ctrl-X for "emacs-ctlx";
-   NULL for a map there is not. */
-const char *keymap_prefix(const char *name);
+/* The maps bindings go to: the console's own, and vi's two (NULL when they
+   could not be built). */
+struct KeymapSet {
+    keymap_entry *emacs, *vi_insert, *vi_command;
+};
+/* The map of readline's name for it ("emacs" or NULL, "emacs-meta",
+   "emacs-ctlx", "vi-insert", "vi-command", "vi", "vi-move") and in *prefix
+   the keys its bindings start with (Escape for emacs-meta, Ctrl-X for
+   emacs-ctlx); NULL for a map there is not. */
+keymap_entry *keymap_named(const KeymapSet &maps, const char *name, const char **prefix);
 
 /* Reads a key sequence in readline's notation, quoted ("\C-a", "\M-f",
    "\e[1;5D", octal and hex escapes) or, with quoted false, as a key name
@@ -31,12 +37,14 @@ size_t parse_keys(const char *text, size_t n, bool quoted, char *out, size_t siz
 /* Binds the key sequence (bytes) to the action in map. */
 bool bind_keys(keymap_entry *map, const char *keys, size_t n, action_fn action);
 
-/* Reads a bindings file into map: each line not understood goes to report
-   (its line number, its text and why) and the rest applies. term is the
-   terminal's name for "$if term=". Answers the number of lines reported,
-   or -1 when the file cannot be read. */
+/* Reads a bindings file into the maps: each line not understood goes to
+   report (its line number, its text and why) and the rest applies. term is
+   the terminal's name for "$if term="; *vi the editing mode, in for
+   "$if mode=" and out as "set editing-mode" left it. Answers the number of
+   lines reported, or -1 when the file cannot be read. */
 using BindingsReport = void (*)(void *user, int line, const char *text, const char *why);
-int read_bindings(keymap_entry *map, const char *path, const char *term, BindingsReport report, void *user);
+int read_bindings(const KeymapSet &maps, const char *path, const char *term, bool *vi, BindingsReport report,
+                  void *user);
 
 } // namespace qv
 #endif

@@ -109,7 +109,7 @@ static void remember_words(const char *line) {
     }
 }
 
-static const char *const commands[] = {":help", ":password", ":raw", ":size", ":ticker"};
+static const char *const commands[] = {":emacs", ":help", ":password", ":raw", ":size", ":ticker", ":vi"};
 
 /* Completes the word before the cursor: a command, or a word seen before. */
 static void complete(const char *text, int cursor, term_completions *out, void *user) {
@@ -304,7 +304,8 @@ int main(void) {
         if (strcmp(line, ":help") == 0) {
             printf("  :password  read a masked line\n  :raw       read a line without "
                    "continuation\n  :size      terminal size\n  :ticker    print a line every second "
-                   "while you type (again to stop)\n  brackets or a trailing "
+                   "while you type (again to stop)\n  :vi :emacs  vi's keys, or back to these\n"
+                   "  brackets or a trailing "
                    "backslash continue a line\n\n"
                    "  Left Right Home End Ctrl-B Ctrl-F   move        Up Down PgUp PgDn   history\n"
                    "  Alt-b Alt-f Ctrl-Left Ctrl-Right   words       Ctrl-R Ctrl-S       search\n"
@@ -328,6 +329,9 @@ int main(void) {
             term_free(raw);
         } else if (strcmp(line, ":ticker") == 0) {
             toggle_ticker();
+        } else if (strcmp(line, ":vi") == 0 || strcmp(line, ":emacs") == 0) {
+            term_setOption(TERM_OPTION_VI_MODE, line[1] == 'v');
+            printf(line[1] == 'v' ? "vi mode: Escape for command mode, i to insert again\n" : "emacs keys\n");
         } else if (strcmp(line, ":size") == 0) {
             printf("%d columns, %d rows\n", term_getConsoleWidth(), term_getConsoleHeight());
         } else if (*line) {

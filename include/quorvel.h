@@ -216,6 +216,18 @@ QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned s
    the same; only the bytes that draw it differ. */
 #define TERM_OPTION_LEAN_OUTPUT 8
 
+/* default 0. 1: vi's keys. Each read starts in insert mode, which keeps the
+   default keys except the Alt ones; Escape (alone, or before a key that
+   starts no control sequence) enters command mode: motions h l 0 ^ $ w W b
+   B e E f F t T ; , with counts; operators d c y with a motion, and dd cc yy
+   D C; x X r R s S p P u . ~ i a I A; j k for the history, / ? to search it
+   (Return takes the match) and n N to search again. On a terminal with the
+   Ss capability the cursor is a bar in insert mode and a block in command
+   mode, and goes back to the terminal's own at the end of the read. Takes
+   effect at the next read; "set editing-mode vi" in a bindings file sets
+   it too. */
+#define TERM_OPTION_VI_MODE 9
+
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */
 QV_API int term_setOption(int option, int value);
@@ -232,9 +244,10 @@ QV_API const char *const *term_actionNames(void);
 
 /* Binds keys to the named action in a key map: "emacs" (or NULL) is the
    default map; "emacs-meta" and "emacs-ctlx" stand for the keys after
-   Escape and after Ctrl-X, as in readline. keys in readline's notation:
-   "\C-a", "\M-f", "\e[1;5D", octal "\033" and hex "\x1b", any other
-   byte as itself. The binding acts from the next key read. Answers 1, or 0
+   Escape and after Ctrl-X, as in readline; "vi-insert" and "vi-command"
+   (also "vi", "vi-move") are the maps of vi mode's two modes. keys in
+   readline's notation: "\C-a", "\M-f", "\e[1;5D", octal "\033" and hex
+   "\x1b", any other byte as itself. The binding acts from the next key read. Answers 1, or 0
    without an instance, for an unknown map or action, or for keys that
    cannot be read (a NUL key, more than 60 bytes). */
 QV_API int term_bindKey(const char *keymap, const char *keys, const char *action);
@@ -248,10 +261,11 @@ typedef void (*term_bindings_reporter)(const char *path, int line, const char *t
 QV_API void term_setBindingsReporter(term_bindings_reporter fn, void *user);
 
 /* Reads a bindings file, in a subset of readline's init file syntax:
-   "set editing-mode emacs", "set keymap NAME" (as term_bindKey()),
+   "set editing-mode emacs|vi" (sets TERM_OPTION_VI_MODE, and the bindings
+   that follow go to that mode's map), "set keymap NAME" (as term_bindKey()),
    "\"keys\": action", "Control-x: action" (also Meta-, C-, M-, and the key
    names DEL, Rubout, ESC, Escape, LFD, Newline, RET, Return, SPC, Space,
-   TAB), "$if mode=emacs", "$if term=NAME" (the terminal's name, or its part
+   TAB), "$if mode=emacs|vi", "$if term=NAME" (the terminal's name, or its part
    before the first '-'), "$else", "$endif", and comments (#). Each line it
    does not understand is reported once, and the rest applies. Answers how
    many lines were reported, or -1 without an instance or when the file

@@ -90,23 +90,30 @@ TEST(Keymap, BindingsFiles) {
                            "set editing-mode vi\n"
                            "set bell-style none\n"
                            "\"unclosed: undo\n"
+                           "$endif\n"
+                           "$if mode=vi\n"
+                           "\"\\C-k\": undo\n"
                            "$endif\n";
-    keymap_entry *m = keymap_new();
+    keymap_entry *m = keymap_new(), *vi_insert = keymap_new(), *vi_command = keymap_new();
+    const qv::KeymapSet maps{m, vi_insert, vi_command};
+    bool vi = false;
     std::vector<std::string> told;
     auto report = [](void *user, int line, const char *, const char *why) {
         static_cast<std::vector<std::string> *>(user)->push_back(std::to_string(line) + " " + why);
     };
-    EXPECT_EQ(qv::read_bindings(m, path.c_str(), "xterm-256color", report, &told), 6);
+    EXPECT_EQ(qv::read_bindings(maps, path.c_str(), "xterm-256color", &vi, report, &told), 5);
     EXPECT_EQ(told, (std::vector<std::string>{"15 unknown action", "16 macros are not supported",
-                                               "17 vi mode is not available", "18 unknown setting",
-                                               "19 no closing quote", "20 $endif without $if"}));
+                                               "18 unknown setting", "19 no closing quote",
+                                               "20 $endif without $if"}));
+    EXPECT_TRUE(vi); // and the bindings after it went to vi's insert map
+    EXPECT_EQ(get_action_for_key(vi_insert, 11), action_undo);
     EXPECT_EQ(get_action_for_key(m, 20), action_key_left);
     EXPECT_EQ(get_action_for_key(m, 15), action_kill_to_end_of_line);
     EXPECT_EQ(get_action_for_key_sequence(m, "\x1bp"), action_key_up);
     EXPECT_EQ(get_action_for_key(m, 11), nullptr);
     EXPECT_EQ(get_action_for_key_sequence(m, "\x18\x12"), action_search_backward);
-    EXPECT_EQ(qv::read_bindings(m, "/nonexistent/bindings", nullptr, report, &told), -1);
-    keymap_delete(m);
+    EXPECT_EQ(qv::read_bindings(maps, "/nonexistent/bindings", nullptr, &vi, report, &told), -1);
+    for (keymap_entry *k : {m, vi_insert, vi_command}) keymap_delete(k);
 }
 
 } // namespace

@@ -49,6 +49,7 @@ void drain() {
 // Host behaviour the steps switch between
 
 int completer_kind = 0;
+bool vi_mode = false; // the steps typed are in vi mode
 
 void complete(const char *text, int cursor, term_completions *outc, void *) {
     switch (completer_kind) {
@@ -162,12 +163,18 @@ void check() {
 bool start() { return term_editStart(TERM_EDIT_UTF8 | TERM_EDIT_RAW, 0, kPrompt) == 1; }
 
 // Key bytes for one step: text, a wide character, a mark, and the editing
-// keys that keep the prompt (no search, no quoted insert).
+// keys that keep the prompt (no search, no quoted insert; in vi mode no /
+// or ?, which search in command mode).
 std::string keys_of(uint8_t b) {
     static const char *const kKeys[] = {"\x1b[D", "\x1b[C", "\x1b[H", "\x1b[F", "\x7f",  "\x1b[3~", "\x1b[A",
                                         "\x1b[B", "\x0b",   "\x15",   "\x17",   "\x19", "\t",      "\t\t",
                                         "\r",     "\x1b" "b", "\x1b" "f", "\x1b[200~pasted\ntext\x1b[201~"};
-    if (b < 0x80) return std::string(1, static_cast<char>(32 + b % 95));
+    if (b < 0x80) {
+        // In vi mode a backslash stands for Escape.
+        const char ch = static_cast<char>(32 + b % 95);
+        if (vi_mode && ch == '\\') return "\x1b";
+        return std::string(1, vi_mode && (ch == '/' || ch == '?') ? 'w' : ch);
+    }
     if (b < 0x88) return "\xe4\xb8\xad";
     if (b < 0x90) return "\xcc\x81";
     return kKeys[(b - 0x90) % (sizeof kKeys / sizeof kKeys[0])];
@@ -221,6 +228,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     term_setOption(TERM_OPTION_BRACE_MATCH, 0);
     term_setOption(TERM_OPTION_BRACKETED_PASTE, 1);
     term_setOption(TERM_OPTION_LEAN_OUTPUT, 0);
+    term_setOption(TERM_OPTION_VI_MODE, 0);
+    vi_mode = false;
     term_setHighlighter(nullptr, nullptr);
     completer_kind = 0;
     if (!start()) {
@@ -259,6 +268,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             if (arg % 3 == 0) {
                 term_setOption(TERM_OPTION_BRACE_MATCH, arg & 4);
                 term_setOption(TERM_OPTION_LEAN_OUTPUT, arg & 8);
+                vi_mode = (arg & 16) != 0;
+                term_setOption(TERM_OPTION_VI_MODE, vi_mode);
             }
             if (arg % 3 == 1) completer_kind = arg % 6;
             if (arg % 3 == 2) term_setHighlighter(arg & 4 ? highlight : nullptr, nullptr);
