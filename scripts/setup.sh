@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config python3 libncurses-dev ncurses-bin
-          libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev)
+          libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev mandoc man-db)
 # Unmodified readline and libedit programs the tests run on Quorvel: wanted,
 # not needed; a test skips a program that is missing.
 programs=(gdb rlwrap units gnuplot-nox sqlite3 bc lua5.4)

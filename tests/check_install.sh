@@ -2,7 +2,7 @@
 # Installs the build into a scratch prefix, then builds and runs small C
 # programs against it: once through pkg-config, once through the CMake package.
 # A program written for GNU readline builds unchanged against the
-# readline-compatible library, shared and static.
+# readline-compatible library, shared and static. The manual pages are found.
 set -eu
 build=$1
 work=$2
@@ -41,4 +41,10 @@ cc -std=c99 -Wall -Werror $extra -o "$work/rl-static" "$rlprog" $(pkg-config --c
     $(pkg-config --static --libs quorvel-readline | sed 's/-lquorvel-readline\b/-l:libquorvel-readline.a/; s/-lquorvel\( \|$\)/-l:libquorvel.a\1/')
 printf 'a\nb\nquit\n' | LD_LIBRARY_PATH="$(dirname "$libdir")" "$work/rl-shared" 2>&1 >/dev/null | grep -qx 2
 printf 'a\nquit\n' | "$work/rl-static" 2>&1 >/dev/null | grep -qx 1
-echo "installed consumer: pkg-config (shared and static) and CMake package build and run; so does a readline program"
+# The manual pages, as a user reads them after installing: the overview,
+# a call through its link to the page of its group, the file format.
+mandir="$work/prefix/share/man"
+man -M "$mandir" -w quorvel term_getLine quorvel-bindings > /dev/null
+MANWIDTH=80 man -M "$mandir" quorvel 2>/dev/null | grep -q "A minimal host"
+MANWIDTH=80 man -M "$mandir" term_bindKey 2>/dev/null | grep -q "term_readBindings"
+echo "installed consumer: pkg-config (shared and static) and CMake package build and run; so does a readline program; man finds the pages"
