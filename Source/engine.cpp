@@ -2,6 +2,7 @@
 // frame's requests, and the render once per key or burst.
 #include "engine.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -24,6 +25,7 @@ struct qv::EngineState {
     bool held;
     bool handled; // a key was handled in this read
     KeyDecoder keys;
+    std::chrono::steady_clock::time_point painted; // the last paint
 };
 
 qv::EngineState *qv::engine_new() { return new (std::nothrow) EngineState{}; }
@@ -34,12 +36,27 @@ namespace {
 
 qv::EngineState *engine_of(const console *c) { return c->state ? c->state->engine : nullptr; }
 
+using Steady = std::chrono::steady_clock;
+
+// A paste still arriving is drawn at most this often: drawing each read of
+// a long paste would lay out, and highlight, the whole input again for
+// every few kilobytes, where drawing it once at its end costs one layout.
+constexpr auto kPasteFrame = std::chrono::milliseconds(100);
+
 // Draws the state now; compact when it ends a burst that was held back.
 void paint_now(console *c, int flags) {
     qv::EngineState *e = engine_of(c);
     const bool compact = e && e->held;
-    if (e) e->held = false;
+    if (e) {
+        e->held = false;
+        e->painted = Steady::now();
+    }
     qv::render(c, flags, compact);
+}
+
+bool paste_holds(const console *c) {
+    const qv::EngineState *e = engine_of(c);
+    return e && qv::paste_active(c) && Steady::now() - e->painted < kPasteFrame;
 }
 
 void flush_held(console *c) {
@@ -47,9 +64,10 @@ void flush_held(console *c) {
     if (e && e->held) paint_now(c, 0);
 }
 
-// The key's paint, or, with more keys waiting, a note that one is due.
+// The key's paint, or, with more keys waiting or a paste still arriving, a
+// note that one is due.
 void paint_or_hold(console *c, int flags, bool more) {
-    if (!more)
+    if (!more && !paste_holds(c))
         paint_now(c, flags);
     else if (qv::EngineState *e = engine_of(c))
         e->held = true;
@@ -196,7 +214,16 @@ bool qv::engine_over(const console *c) {
     return c->status != ST_READING || c->terminate || c->cancel || (c->eof == 1 && e && e->handled);
 }
 
-void qv::engine_flush(console *c) { flush_held(c); }
+void qv::engine_flush(console *c) {
+    if (!paste_holds(c)) flush_held(c);
+}
+
+int qv::engine_paint_due(const console *c) {
+    const EngineState *e = engine_of(c);
+    if (!e || !e->held || !paste_active(c)) return -1;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(e->painted + kPasteFrame - Steady::now());
+    return left.count() < 0 ? 0 : static_cast<int>(left.count()) + 1;
+}
 
 void qv::engine_end(console *c) {
     // A read that ends mid-burst shows what the user must see first.

@@ -28,8 +28,12 @@ const keymap_entry *engine_keymap(struct console *c);
 void engine_key(struct console *c, action_fn action, int key, bool more);
 /* The read is over: its status says why. */
 bool engine_over(const struct console *c);
-/* Draws what a burst held back, if anything. */
+/* Draws what a burst held back, if anything, unless a paste still arriving
+   was drawn too recently. */
 void engine_flush(struct console *c);
+/* Milliseconds until a paint held back for a paste is due, or -1 for none:
+   the longest a host's loop may wait before feeding again. */
+int engine_paint_due(const struct console *c);
 /* The read has ended: what it shows is drawn, and its modes end. */
 void engine_end(struct console *c);
 

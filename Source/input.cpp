@@ -402,10 +402,13 @@ int qv::edit_fd() {
 
 int qv::edit_timeout(const console *c) {
     Edit *e = the_edit;
-    if (!e || (!c->callbacks.onIdle && !engine_keys(const_cast<console *>(c)).pending())) return -1;
+    if (!e) return -1;
+    const int due = engine_paint_due(c);
+    if (!c->callbacks.onIdle && !engine_keys(const_cast<console *>(c)).pending()) return due;
     const auto left = e->last_event + kIdlePeriod - Steady::now();
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
-    return ms < 0 ? 0 : static_cast<int>(ms) + 1;
+    const int idle = ms < 0 ? 0 : static_cast<int>(ms) + 1;
+    return due >= 0 && due < idle ? due : idle;
 }
 
 // ---------------------------------------------------------------------------

@@ -1,5 +1,6 @@
-// Bracketed paste. The paste arrives as one burst of keys, so the input loop
-// paints it once; here each of its keys only becomes text.
+// Bracketed paste. The engine draws a paste once it has arrived (or every
+// so often while a long one arrives); here each of its keys only becomes
+// text.
 #include "paste.h"
 
 #include <cstdlib>

@@ -28,6 +28,9 @@ struct ViKey {
     int key;
 };
 constexpr int kKeysMax = 256;
+constexpr int kCountMax = 9999;
+// A put never makes the line longer than this by itself.
+constexpr long kPutMax = 1L << 20;
 
 } // namespace
 
@@ -162,19 +165,20 @@ int target_of(console *c, ViState &v, int motion, int n, bool with_op, bool *inc
         // cw on a word changes to its end, as vi has always done.
         if (with_op && v.op == 'c' && pos < l.end && l.text[pos] != L' ' && l.text[pos] != L'\t') {
             *inclusive = true;
-            for (int i = 0; i < n; i++) t = qv::vi_word_end(l, i ? t : pos - 1, motion == 'W');
+            for (int i = 0; i < n && (i == 0 || t + 1 < l.end); i++)
+                t = qv::vi_word_end(l, i ? t : pos - 1, motion == 'W');
             return t;
         }
-        for (int i = 0; i < n; i++) t = qv::vi_next_word(l, t, motion == 'W');
+        for (int i = 0; i < n && t < l.end; i++) t = qv::vi_next_word(l, t, motion == 'W');
         return t;
     case 'e':
     case 'E':
         *inclusive = true;
-        for (int i = 0; i < n; i++) t = qv::vi_word_end(l, t, motion == 'E');
+        for (int i = 0; i < n && t + 1 < l.end; i++) t = qv::vi_word_end(l, t, motion == 'E');
         return t;
     case 'b':
     case 'B':
-        for (int i = 0; i < n; i++) t = qv::vi_word_start(l, t, motion == 'B');
+        for (int i = 0; i < n && t > l.start; i++) t = qv::vi_word_start(l, t, motion == 'B');
         return t;
     default: break;
     }
@@ -230,7 +234,7 @@ bool put(console *c, bool after, int n) {
     wchar_t *copy = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(len)));
     if (!copy) return false;
     std::copy(text, text + len, copy);
-    for (int i = 0; i < n; i++) put_text(c, at + i * len, copy, len);
+    for (int i = 0; i < n && static_cast<long>(i) * len < kPutMax; i++) put_text(c, at + i * len, copy, len);
     free(copy);
     set_cursor(c, std::max(at, cursor_of(c) - 1));
     return true;
@@ -270,6 +274,13 @@ void history_walk(console *c, bool older, int n) {
 
 void replay(console *c, ViState &v, int n);
 
+// The count a command runs with: the operator's times the motion's, kept
+// to what a line can use, so that 9999d9999w cannot busy the read.
+int repeats(const ViState &v) {
+    const long n = static_cast<long>(std::max(1, v.op_count)) * std::max(1, v.count);
+    return static_cast<int>(std::min(n, static_cast<long>(kCountMax)));
+}
+
 // What a character of command mode did.
 enum Outcome { kHalfTyped, kMoved, kChanged };
 
@@ -280,17 +291,17 @@ Outcome command(console *c, ViState &v, wchar_t ch) {
     if (v.awaiting) {
         const int kind = v.awaiting;
         v.awaiting = 0;
-        const int n = std::max(1, v.op_count) * std::max(1, v.count);
+        const int n = repeats(v);
         if (kind == 'r') return changed_if(replace(c, n, ch));
         v.find_kind = kind;
         v.find_char = ch;
         return changed_if(motion(c, v, kind, n));
     }
     if ((ch >= L'1' && ch <= L'9') || (ch == L'0' && v.count > 0)) {
-        v.count = std::min(v.count * 10 + static_cast<int>(ch - L'0'), 9999);
+        v.count = std::min(v.count * 10 + static_cast<int>(ch - L'0'), kCountMax);
         return kHalfTyped;
     }
-    const int n = std::max(1, v.op_count) * std::max(1, v.count);
+    const int n = repeats(v);
     const int op = v.op;
     switch (ch) {
     case L'h': case L'l': case L' ': case L'0': case L'^': case L'$': case L'w': case L'W':

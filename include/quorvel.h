@@ -334,8 +334,9 @@ QV_API int term_editPush(const char *bytes, int n);
 QV_API int term_editFd(void);
 
 /* Milliseconds until the edit wants feeding even without input (onIdle's
-   rhythm, a key cut short that must count as finished), or -1 for none: the
-   host passes it to poll(). */
+   rhythm, a key cut short that must count as finished, a paste still
+   arriving that is due to be drawn), or -1 for none: the host passes it to
+   poll(). */
 QV_API int term_editTimeout(void);
 
 /* The line being read, for a callback during a read (a completer, onIdle)

@@ -363,6 +363,17 @@ TEST(Paste, MultiLinePastesAreInsertedNotRun) {
     EXPECT_EQ(count(out, "\x1b[?2004l"), 4);
     EXPECT_LT(out.rfind("\x1b[?2004h"), out.rfind("\x1b[?2004l"));
 
+    // A paste still arriving is drawn within moments, under the library's
+    // wait and under a host's poll loop alike, though its end is late.
+    // The second paste comes with the end of the first read, so that it
+    // starts the next read at once, right after its prompt was drawn.
+    PtyHost slow({"init", "line:> ", "loop:> ", "destroy"}, xterm(30));
+    slow.keys(start + "abc");
+    slow.waitScreen("> abc");
+    slow.keys("!" + end + "\r" + start + "xyz");
+    slow.waitScreen("> xyz");
+    EXPECT_EQ(slow.typed("!" + end + "\r"), (Lines{"abc!", "xyz!"}));
+
     HostOptions piped = xterm(30);
     piped.stdin_pipe = true;
     PtyHost cut({"init", "line:> ", "destroy"}, piped);

@@ -59,6 +59,7 @@ TEST(Vi, KeyStreamsGiveTheLineAndTheCursor) {
         {"one two" + esc + "0ywP", "one one two"},
         {"ab" + esc + "0yyP", "abab"},
         {"one two" + esc + "bdb", "two"},
+        {"a b c" + esc + "0" + "99999999999d99999999w", ""},     // counts are capped, never slow
         // Edits.
         {"abcdef" + esc + "0x2x", "def"},
         {"abcdef" + esc + "X", "abcdf"},
