@@ -175,6 +175,12 @@ std::string tempDir() {
     return pattern;
 }
 
+int count(const std::string &s, const std::string &part) {
+    int n = 0;
+    for (size_t at = s.find(part); at != std::string::npos; at = s.find(part, at + 1)) n++;
+    return n;
+}
+
 std::string historyDir(const std::string &content) {
     const std::string dir = tempDir();
     std::ofstream(dir + "/term.history", std::ios::binary) << content;

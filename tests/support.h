@@ -50,5 +50,7 @@ std::string tempDir();
 std::string historyDir(const std::string &content);
 // The whole content of a file; empty when it cannot be read.
 std::string readFile(const std::string &path);
+// How often part occurs in s, overlaps included.
+int count(const std::string &s, const std::string &part);
 
 } // namespace qvtest

@@ -19,12 +19,6 @@ std::string times(int n, const std::string &s) {
     return out;
 }
 
-int count(const std::string &s, const std::string &part) {
-    int n = 0;
-    for (size_t at = s.find(part); at != std::string::npos; at = s.find(part, at + 1)) n++;
-    return n;
-}
-
 // ---------------------------------------------------------------------------
 // Every key the default map binds, typed at least once
 

@@ -13,12 +13,6 @@ namespace {
 
 const std::string esc = "\x1b";
 
-int count(const std::string &s, const std::string &part) {
-    int n = 0;
-    for (size_t at = s.find(part); at != std::string::npos; at = s.find(part, at + 1)) n++;
-    return n;
-}
-
 // Each row is typed into a fresh read over the history "older", "newer" and
 // the rows before; Escape comes straight before the next key, as a fast
 // typist sends it. The history rows come first, while the history is known.
