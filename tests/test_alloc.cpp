@@ -300,6 +300,7 @@ class SessionSweep : public AllocationFailure {
         lib([] {
             term_loadHistory();
             term_setOption(TERM_OPTION_HINTS, 1);
+            term_setOption(TERM_OPTION_VI_MODE, 0);
             term_setCompleter(complete_two, nullptr);
         });
         // Hints, completion and its listing, kills and yanks, undo, a
@@ -307,7 +308,12 @@ class SessionSweep : public AllocationFailure {
         auto first = read_line({"al", "\t", "\t", "\t", " x", "\x1b[D\x0b", "\x01\x0b", "\x19", "\x1by",
                                 "\x1f", "\x1f", "\x1b[200~pasted\ntext\x1b[201~", "print", "\x12" "bet", "\x1b[C",
                                 "\x12", "\x07", "\r"});
-        auto second = read_line({"\x1b[A", "\x1b[A", "\x1b[5~", "\r"});
+        // Then vi mode: its maps are built, and its commands cut, put,
+        // undo, repeat and search.
+        lib([] { term_setOption(TERM_OPTION_VI_MODE, 1); });
+        auto second = read_line({"\x1b[A", "\x1b[A", "\x1b[5~", "\x1b", "0dw", "u", "x", ".", "p", "A!", "\x1b",
+                                 "/al", "\r", "\r"});
+        lib([] { term_setOption(TERM_OPTION_VI_MODE, 0); });
         lib([] { term_destroy(); });
         drain();
         return !first ? first : second;
