@@ -304,6 +304,11 @@ int rl_variable_bind(const char *name, const char *value) {
     snprintf(s->value, sizeof s->value, "%s", value ? value : "");
     if (strcasecmp(name, "disable-completion") == 0)
         rl_inhibit_completion = strcasecmp(s->value, "on") == 0;
+    // The editor has vi's keys too: the setting switches them.
+    if (strcasecmp(name, "editing-mode") == 0) {
+        rl_editing_mode = strcasecmp(s->value, "vi") == 0 ? 0 : 1;
+        term_setOption(TERM_OPTION_VI_MODE, rl_editing_mode == 0);
+    }
     return 0;
 }
 
@@ -387,6 +392,9 @@ int rl_read_init_file(const char *filename) {
     term_setBindingsReporter(take_unread_line, nullptr);
     if (term_readBindings(path.get()) >= 0) {
         fclose(f);
+        // "set editing-mode" went to the editor; the program reads it here.
+        const int vi = term_setOption(TERM_OPTION_VI_MODE, 0);
+        rl_variable_bind("editing-mode", vi ? "vi" : "emacs");
         return 0;
     }
     char *line = nullptr;

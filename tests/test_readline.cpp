@@ -65,6 +65,8 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     s.shows("x sel\t", "rl> x select");          // several: the common prefix
     s.shows("\t", "selection");                  // and the list
     s.expect("ion\r", "got[x selection]");
+    s.expect("!vi\r", "= 0"); // the setting gives the editor vi's keys
+    s.expect("ab\x1b" "0iX\r", "got[Xab]");
     const auto words = h.records("WORD");
     ASSERT_EQ(words.size(), 5u); // the second Tab lists what the first found
     EXPECT_EQ(words[0], "WORD ses 0 3 3 3 ses");

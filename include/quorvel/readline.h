@@ -271,7 +271,7 @@ typedef KEYMAP_ENTRY KEYMAP_ENTRY_ARRAY[KEYMAP_SIZE];
 typedef KEYMAP_ENTRY *Keymap;
 QV_RL_API extern KEYMAP_ENTRY_ARRAY emacs_standard_keymap, emacs_meta_keymap, emacs_ctlx_keymap;
 QV_RL_API extern KEYMAP_ENTRY_ARRAY vi_insertion_keymap, vi_movement_keymap;
-QV_RL_API extern int rl_editing_mode; /* 1: emacs */
+QV_RL_API extern int rl_editing_mode; /* 1: emacs, 0: vi ("set editing-mode" switches the keys) */
 
 QV_RL_API int rl_bind_key(int key, rl_command_func_t *function);
 QV_RL_API int rl_bind_key_in_map(int key, rl_command_func_t *function, Keymap map);

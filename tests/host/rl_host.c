@@ -89,6 +89,7 @@ static int command(const char *line) {
         return history_is_stifled();
     }
     if (strcmp(line, "!unstifle") == 0) return unstifle_history();
+    if (strcmp(line, "!vi") == 0) return rl_variable_bind("editing-mode", "vi") == 0 ? rl_editing_mode : -1;
     if (strcmp(line, "!clear") == 0) {
         clear_history();
         return 0;
