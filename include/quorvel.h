@@ -224,7 +224,7 @@ QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned s
    (Return takes the match) and n N to search again. On a terminal with the
    Ss capability the cursor is a bar in insert mode and a block in command
    mode, and goes back to the terminal's own at the end of the read. Takes
-   effect at the next read; "set editing-mode vi" in a bindings file sets
+   effect from the next key; "set editing-mode vi" in a bindings file sets
    it too. */
 #define TERM_OPTION_VI_MODE 9
 
