@@ -376,7 +376,9 @@ int qv::read_bindings(const KeymapSet &maps, const char *path, const char *term,
         }
     }
     free(line);
+    // A directory opens, but reads nothing: as unreadable as a missing file.
+    const bool failed = ferror(f) != 0;
     fclose(f);
     *vi = st.vi;
-    return reported;
+    return failed ? -1 : reported;
 }

@@ -113,6 +113,7 @@ TEST(Keymap, BindingsFiles) {
     EXPECT_EQ(get_action_for_key(m, 11), nullptr);
     EXPECT_EQ(get_action_for_key_sequence(m, "\x18\x12"), action_search_backward);
     EXPECT_EQ(qv::read_bindings(maps, "/nonexistent/bindings", nullptr, &vi, report, &told), -1);
+    EXPECT_EQ(qv::read_bindings(maps, qvtest::tempDir().c_str(), nullptr, &vi, report, &told), -1);
     for (keymap_entry *k : {m, vi_insert, vi_command}) keymap_delete(k);
 }
 
