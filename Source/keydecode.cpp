@@ -56,10 +56,10 @@ DecodedKey KeyDecoder::feed(const keymap_entry *root, int b, bool utf8) {
             map_ = e.target.map;
             return more;
         }
-        // A prefix map with a default of its own ends at a byte it does
-        // not bind: the default acts and the byte starts the next key, as
-        // vi's Escape needs when the next key follows it at once.
-        if (count_ == 1 && map_[KEYMAP_DEFAULT].type == KM_FUNCTION) {
+        // A prefix that also acts alone ends at a byte its map does not
+        // bind: it acts, and the byte starts the next key, as vi's Escape
+        // needs when the next key follows it at once.
+        if (count_ == 1 && map_[KEYMAP_DEFAULT].type == kKeyAlone) {
             state_ = kStart;
             return DecodedKey{DecodedKey::kKey, map_[KEYMAP_DEFAULT].target.action, first_, true};
         }
@@ -108,8 +108,7 @@ DecodedKey KeyDecoder::pause() {
         state_ = kStart;
         return DecodedKey{DecodedKey::kDropped, nullptr, 0, false};
     }
-    // A lone prefix is its map's default, when it has one.
-    const bool lone = state_ == kSequence && count_ == 0 && map_[KEYMAP_DEFAULT].type == KM_FUNCTION;
+    const bool lone = state_ == kSequence && count_ == 0 && map_[KEYMAP_DEFAULT].type == kKeyAlone;
     return done(lone ? map_[KEYMAP_DEFAULT].target.action : nullptr, first_);
 }
 

@@ -9,6 +9,12 @@
 #ifdef __cplusplus
 namespace qv {
 
+/* The type of a sub-map's default entry whose action stands for the prefix
+   alone: after the escape time-out, or before a byte the sub-map does not
+   bind, which then starts the next key (vi's Escape). A default of type
+   KM_FUNCTION keeps its old meaning, for lookups only. */
+constexpr int32_t kKeyAlone = 3;
+
 struct DecodedKey {
     enum Kind : int {
         kMore,    // the key is not complete yet

@@ -13,6 +13,7 @@
 #include "console.h"
 #include "editkeys.h"
 #include "history.h"
+#include "keydecode.h"
 #include "killring.h"
 #include "options.h"
 #include "search.h"
@@ -400,7 +401,7 @@ keymap_entry *build_map() {
     }
     // Escape alone, or before a key that starts no control sequence.
     keymap_entry &lone = m[27].target.map[KEYMAP_DEFAULT];
-    lone.type = KM_FUNCTION;
+    lone.type = qv::kKeyAlone;
     lone.target.action = action_vi_movement_mode;
     return m;
 }
