@@ -191,6 +191,7 @@ void qv::engine_begin(console *c) {
     history_set_latest(c);
     history_cleanup_temp(c);
     end_modes(c);
+    qv::vi_begin(c);
     if (EngineState *e = engine_of(c)) {
         e->keys.reset();
         e->handled = false;

@@ -17,6 +17,7 @@ std::atomic<int> signal_keys{0};
 std::atomic<int> brace_match{0};
 std::atomic<int> lean_output{0};
 std::atomic<int> vi_mode{0};
+std::atomic<int> vi_show_mode{0};
 
 std::atomic<int> *slot(int id) {
     switch (id) {
@@ -29,6 +30,7 @@ std::atomic<int> *slot(int id) {
     case TERM_OPTION_BRACE_MATCH: return &brace_match;
     case TERM_OPTION_LEAN_OUTPUT: return &lean_output;
     case TERM_OPTION_VI_MODE: return &vi_mode;
+    case TERM_OPTION_VI_SHOW_MODE: return &vi_show_mode;
     default: return nullptr;
     }
 }

@@ -11,6 +11,7 @@
 #include <strings.h>
 
 #include "completion.h"
+#include "options.h"
 #include "console.h"
 #include "editkeys.h"
 #include "paste.h"
@@ -303,6 +304,11 @@ const char *setting(BindingsFile &st, const char *p) {
         st.vi = strcasecmp(value, "vi") == 0;
         st.map = st.vi ? st.maps->vi_insert : st.maps->emacs;
         st.prefix = "";
+        return nullptr;
+    }
+    if (strcasecmp(name, "show-mode-in-prompt") == 0) {
+        if (strcasecmp(value, "on") != 0 && strcasecmp(value, "off") != 0) return "not on or off";
+        qv::set_option(TERM_OPTION_VI_SHOW_MODE, strcasecmp(value, "on") == 0);
         return nullptr;
     }
     if (strcasecmp(name, "keymap") != 0) return "unknown setting";

@@ -6,6 +6,7 @@
 #include "vimode.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <cstdlib>
 #include <new>
 
@@ -54,6 +55,13 @@ struct qv::ViState {
     ViKey last[kKeysMax];
     int nlast = 0;
     bool replaying = false;
+    // The mode before the prompt: the read's own prompt while the prefixed
+    // copy stands in for it.
+    const wchar_t *host_prompt = nullptr, *host_styled = nullptr;
+    const uint32_t *host_styles = nullptr;
+    wchar_t *prompt = nullptr;
+    uint32_t *styles = nullptr;
+    bool swapped = false;
 };
 
 namespace {
@@ -111,11 +119,13 @@ void command_done(ViState &v, bool changed) {
     v.count = v.op = v.op_count = v.awaiting = 0;
 }
 
+void show_mode(console *c, ViState &v);
+
 void enter_insert(console *c, ViState &v) {
     v.command = false;
     v.inserting = !v.replaying || v.inserting;
     v.count = v.op = v.op_count = v.awaiting = 0;
-    (void)c;
+    show_mode(c, v);
 }
 
 // Takes the text from `from` to `to` out, into the kill ring unless it is
@@ -392,6 +402,47 @@ void replay(console *c, ViState &v, int n) {
     v.count = v.op = v.op_count = v.awaiting = 0;
 }
 
+// The read's own prompt back in place.
+void hide_mode(console *c, ViState &v) {
+    if (!v.swapped) return;
+    if (c->prompt == v.prompt) {
+        c->prompt = v.host_prompt;
+        c->styled_prompt = v.host_styled;
+        c->prompt_styles = v.host_styles;
+    }
+    v.swapped = false;
+}
+
+// With TERM_OPTION_VI_SHOW_MODE the prompt starts with the mode, as
+// readline's show-mode-in-prompt does, for terminals without a cursor shape.
+// The prefix is a copy of the prompt the read began with; its colours go
+// along, shifted. Without memory the prompt stays as it is.
+void show_mode(console *c, ViState &v) {
+    if (!vi_on() || !qv::option(TERM_OPTION_VI_SHOW_MODE)) return hide_mode(c, v);
+    if (v.swapped && c->prompt != v.prompt) return; // a search shows its own
+    if (!v.swapped) {
+        v.host_prompt = c->prompt;
+        v.host_styled = c->styled_prompt;
+        v.host_styles = c->prompt_styles;
+    }
+    const wchar_t *mode = v.command ? L"(cmd) " : L"(ins) ";
+    const size_t k = wcslen(mode), n = v.host_prompt ? wcslen(v.host_prompt) : 0;
+    free(v.prompt);
+    free(v.styles);
+    v.prompt = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (k + n + 1)));
+    const bool styled = v.host_styles && v.host_styled == v.host_prompt;
+    v.styles = styled ? static_cast<uint32_t *>(calloc(k + n + 1, sizeof(uint32_t))) : nullptr;
+    if (!v.prompt || (styled && !v.styles)) return hide_mode(c, v);
+    wmemcpy(v.prompt, mode, k);
+    if (n) wmemcpy(v.prompt + k, v.host_prompt, n);
+    v.prompt[k + n] = 0;
+    if (styled) std::copy(v.host_styles, v.host_styles + n, v.styles + k);
+    c->prompt = v.prompt;
+    c->styled_prompt = styled ? v.prompt : nullptr;
+    c->prompt_styles = v.styles;
+    v.swapped = true;
+}
+
 keymap_entry *build_map() {
     keymap_entry *m = keymap_new();
     if (!m) return nullptr;
@@ -414,6 +465,8 @@ void qv::vi_free(ViState *v) {
     if (!v) return;
     keymap_delete(v->maps[0]);
     keymap_delete(v->maps[1]);
+    free(v->prompt);
+    free(v->styles);
     delete v;
 }
 
@@ -436,10 +489,18 @@ void qv::vi_begin(console *c) {
         v->command = false;
         v->searching = false;
         command_done(*v, false);
+        show_mode(c, *v);
     }
 }
 
-void qv::vi_end(console *c) { vi_begin(c); }
+void qv::vi_end(console *c) {
+    if (ViState *v = vi_of(c)) {
+        v->command = false;
+        v->searching = false;
+        command_done(*v, false);
+        hide_mode(c, *v);
+    }
+}
 
 bool qv::vi_key(console *c, action_fn action, int key) {
     ViState *v = vi_of(c);
@@ -498,6 +559,7 @@ void action_vi_movement_mode(console *c, int) {
     c->flags &= ~FLAG_INSERT_KEY;
     if (c->editor.buffer && cursor_of(c) > line_of(c).start) set_cursor(c, cursor_of(c) - 1);
     command_done(*v, v->inserting);
+    show_mode(c, *v);
 }
 
 void action_vi_insertion_mode(console *c, int) {

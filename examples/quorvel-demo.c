@@ -331,6 +331,7 @@ int main(void) {
             toggle_ticker();
         } else if (strcmp(line, ":vi") == 0 || strcmp(line, ":emacs") == 0) {
             term_setOption(TERM_OPTION_VI_MODE, line[1] == 'v');
+            term_setOption(TERM_OPTION_VI_SHOW_MODE, line[1] == 'v');
             printf(line[1] == 'v' ? "vi mode: Escape for command mode, i to insert again\n" : "emacs keys\n");
         } else if (strcmp(line, ":size") == 0) {
             printf("%d columns, %d rows\n", term_getConsoleWidth(), term_getConsoleHeight());

@@ -228,6 +228,10 @@ QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned s
    it too. */
 #define TERM_OPTION_VI_MODE 9
 
+/* default 0. 1: in vi mode the prompt starts with the mode, "(ins) " or
+   "(cmd) ", for terminals without a cursor shape (a serial console). */
+#define TERM_OPTION_VI_SHOW_MODE 10
+
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */
 QV_API int term_setOption(int option, int value);
@@ -262,7 +266,8 @@ QV_API void term_setBindingsReporter(term_bindings_reporter fn, void *user);
 
 /* Reads a bindings file, in a subset of readline's init file syntax:
    "set editing-mode emacs|vi" (sets TERM_OPTION_VI_MODE, and the bindings
-   that follow go to that mode's map), "set keymap NAME" (as term_bindKey()),
+   that follow go to that mode's map), "set show-mode-in-prompt on|off"
+   (TERM_OPTION_VI_SHOW_MODE), "set keymap NAME" (as term_bindKey()),
    "\"keys\": action", "Control-x: action" (also Meta-, C-, M-, and the key
    names DEL, Rubout, ESC, Escape, LFD, Newline, RET, Return, SPC, Space,
    TAB), "$if mode=emacs|vi", "$if term=NAME" (the terminal's name, or its part

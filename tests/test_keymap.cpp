@@ -93,7 +93,8 @@ TEST(Keymap, BindingsFiles) {
                            "$endif\n"
                            "$if mode=vi\n"
                            "\"\\C-k\": undo\n"
-                           "$endif\n";
+                           "$endif\n"
+                           "set show-mode-in-prompt on\n";
     keymap_entry *m = keymap_new(), *vi_insert = keymap_new(), *vi_command = keymap_new();
     const qv::KeymapSet maps{m, vi_insert, vi_command};
     bool vi = false;
@@ -106,6 +107,7 @@ TEST(Keymap, BindingsFiles) {
                                                "18 unknown setting", "19 no closing quote",
                                                "20 $endif without $if"}));
     EXPECT_TRUE(vi); // and the bindings after it went to vi's insert map
+    EXPECT_EQ(term_setOption(TERM_OPTION_VI_SHOW_MODE, 0), 1);
     EXPECT_EQ(get_action_for_key(vi_insert, 11), action_undo);
     EXPECT_EQ(get_action_for_key(m, 20), action_key_left);
     EXPECT_EQ(get_action_for_key(m, 15), action_kill_to_end_of_line);

@@ -112,4 +112,18 @@ TEST(Vi, TheModeShowsInTheCursorsShape) {
     EXPECT_EQ(count(out, "<Se>"), 2);                // after each read
 }
 
+// With the mode shown in the prompt, each switch redraws the prompt, its
+// colours kept, and the line comes back without it.
+TEST(Vi, TheModeShowsInThePrompt) {
+    PtyHost h({"init", "option:9=1", "option:10=1", "line:\x1b[32m>\x1b[0m ", "destroy"}, xterm(30));
+    h.keys("ab");
+    h.waitScreen("(ins) > ab");
+    h.keys(esc);
+    h.waitScreen("(cmd) > ab");
+    EXPECT_EQ(h.screen().looks[0][6], "fg2");
+    EXPECT_EQ(h.screen().cursor_col, 9);
+    EXPECT_EQ(h.typed("A!\r"), Lines{"ab!"});
+    EXPECT_EQ(h.screen().row(0), "(ins) > ab!");
+}
+
 } // namespace
