@@ -327,18 +327,20 @@ void rl_macro_dumper(int) {}
 void rl_function_dumper(int) {}
 void rl_dump_functions(int, int) {}
 
-int rl_parse_and_bind(char *line) {
-    if (!line) return 0;
+namespace {
+
+// One line of an init file; true when this library took it: a setting it
+// knows, Tab bound to a function it knows, or a line with nothing to do.
+bool parse_line(const char *line) {
     CharPtr copy(strdup(line), &free);
-    if (!copy) return 0;
+    if (!copy) return false;
     char *s = trim(copy.get());
-    if (!*s || *s == '#' || *s == '$') return 0;
+    if (!*s || *s == '#' || *s == '$') return true;
     if (strncmp(s, "set", 3) == 0 && isspace(static_cast<unsigned char>(s[3]))) {
         char *name = trim(s + 4);
         char *value = name + strcspn(name, " \t");
         if (*value) *value++ = 0;
-        rl_variable_bind(name, trim(value));
-        return 0;
+        return rl_variable_bind(name, trim(value)) == 0;
     }
     // "key: function": the colon after a quoted key sequence, if any.
     char *colon = s;
@@ -348,39 +350,29 @@ int rl_parse_and_bind(char *line) {
             colon += (*colon == '\\' && colon[1]) ? 2 : 1;
     }
     colon = strchr(colon, ':');
-    if (!colon) return 0;
+    if (!colon) return false;
     *colon = 0;
     const char *key = trim(s);
-    const char *function = trim(colon + 1);
-    if (names_tab(key)) {
-        if (rl_command_func_t *f = rl_named_function(function)) rl_bind_key('\t', f);
-    }
-    return 0;
+    rl_command_func_t *f = rl_named_function(trim(colon + 1));
+    if (!f || !names_tab(key)) return false;
+    rl_bind_key('\t', f);
+    return true;
 }
 
-namespace {
-
-// A line the editor's reader did not take: a setting is this library's to
-// keep, and Tab bound to a program's function is handled here; the rest is
-// logged when the host logs, and never said on the program's terminal.
+// A line the editor's reader did not take goes to this library's own
+// reading; what neither takes is logged when the host logs, and never said
+// on the program's terminal.
 void take_unread_line(const char *path, int line, const char *text, const char *why, void *) {
-    CharPtr copy(strdup(text), &free);
-    if (!copy) return;
-    char *s = trim(copy.get());
-    if (strncmp(s, "set", 3) == 0 && isspace(static_cast<unsigned char>(s[3]))) {
-        char *name = trim(s + 4);
-        name[strcspn(name, " \t")] = 0;
-        if (rl_variable_value(name)) {
-            rl_parse_and_bind(const_cast<char *>(text));
-            return;
-        }
-    } else {
-        rl_parse_and_bind(const_cast<char *>(text));
-    }
-    if (isLogging) logger_write_fmt("quorvel-readline", nullptr, 0, "%s:%d: %s: %s", path, line, why, text);
+    if (!parse_line(text) && isLogging)
+        logger_write_fmt("quorvel-readline", nullptr, 0, "%s:%d: %s: %s", path, line, why, text);
 }
 
 } // namespace
+
+int rl_parse_and_bind(char *line) {
+    if (line) parse_line(line);
+    return 0;
+}
 
 int rl_read_init_file(const char *filename) {
     CharPtr path(nullptr, &free);

@@ -484,11 +484,11 @@ const keymap_entry *qv::vi_keymap(console *c) {
     return m ? m : c->keymaps[0];
 }
 
+// A read begins or ends in insert mode, with nothing half typed; the mode
+// shows before the prompt while it runs.
 void qv::vi_begin(console *c) {
     if (ViState *v = vi_of(c)) {
-        v->command = false;
-        v->searching = false;
-        command_done(*v, false);
+        vi_end(c);
         show_mode(c, *v);
     }
 }

@@ -280,6 +280,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 term_setOption(TERM_OPTION_LEAN_OUTPUT, arg & 8);
                 vi_mode = (arg & 16) != 0;
                 term_setOption(TERM_OPTION_VI_MODE, vi_mode);
+                // A rebinding between the halves of a key: "\e[2" cuts off
+                // the tree under it (Insert, the paste markers) while the
+                // decoder may stand inside it.
+                if (arg & 32) term_bindKey(arg & 64 ? "vi-insert" : nullptr, "\\e[2", "beginning-of-line");
             }
             if (arg % 3 == 1) completer_kind = arg % 6;
             if (arg % 3 == 2) term_setHighlighter(arg & 4 ? highlight : nullptr, nullptr);
