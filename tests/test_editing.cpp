@@ -253,7 +253,7 @@ TEST(History, HintsAcceptedIgnoredAndGone) {
 
 // A callback may change the history while a hint or a match from it is on
 // the screen (here onIdle clears it, sets the limit to 0 and adds 1,100
-// entries): the next key acts on what the screen shows.
+// entries, and rebinds a key): the next key acts on what the screen shows.
 TEST(History, AHintAndAMatchOutliveTheirEntries) {
     const std::string dir = historyDir("abcdefghij\n");
     PtyHost h({"option:2=1", "init:dir=" + dir, "cb:idle=churn", "load", "line:> ", "line:> ", "destroy"}, xterm(40));

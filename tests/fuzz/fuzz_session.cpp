@@ -155,9 +155,12 @@ void check() {
     drain();
     if (difference().empty()) return;
     // The kernel hands what was written to the pseudo-terminal's other side
-    // a moment later, under load: only a difference that stays counts. A
-    // paste still arriving is drawn at most every 100 ms, by the next feed.
-    usleep(110000);
+    // a moment later, under load: only a difference that stays counts.
+    usleep(50000);
+    drain();
+    if (difference().empty()) return;
+    // A paste still arriving is drawn at most every 100 ms, by the next feed.
+    usleep(60000);
     char *line = nullptr;
     if (term_editFeed(&line) == 1) {
         free(line);

@@ -130,11 +130,12 @@ static void on_usr2(int sig) {
 }
 
 /* Changes the history under a read that may be showing a hint or a match
-   from it. */
+   from it, and a key binding under the key decoder. */
 static void churn_history(void) {
     char entry[32];
     int i;
     churn_asked = 0;
+    term_bindKey(NULL, "\\e[2", "beginning-of-line");
     term_clearHistory();
     term_setHistoryLimit(0);
     term_setHistoryLimit(1000);
