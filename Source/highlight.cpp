@@ -3,6 +3,7 @@
 // characters here, so a bad range can only style less, never more.
 #include "highlight.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 
@@ -10,16 +11,21 @@
 #include "quorvel.h"
 
 struct term_highlight {
-    const int *starts; // the byte offset of each character, then the length
+    const int *starts; // the byte offset of each character, then the length; null: all ASCII
     int n;             // characters
     uint32_t *styles;
-    int next; // where the last range ended: highlighters mostly go left to right
+    int next;     // where the last range ended: highlighters mostly go left to right
+    int kept;     // characters unchanged since the last call, their styles still in styles
+    bool cleared; // styles holds only what this call set: the first range clears it
 };
 
 namespace {
 
 term_highlighter the_highlighter = nullptr;
 void *the_user = nullptr;
+// Another highlighter, or another user pointer, owes nothing to the styles
+// the last one left.
+std::atomic<unsigned> generation{1};
 
 // Set by the host's thread, read while drawing.
 std::atomic<uint32_t> looks[] = {{0}, {TERM_DIM}, {0}, {TERM_REVERSE}};
@@ -52,29 +58,47 @@ int utf8_put(wchar_t ch, char *out) {
     return 4;
 }
 
-bool call_highlighter(const wchar_t *text, int len, uint32_t *out) {
+template <typename T> bool reserve(T *&p, size_t &cap, size_t n) {
+    if (n <= cap) return true;
+    auto *grown = static_cast<T *>(realloc(p, sizeof(T) * n));
+    if (!grown) return false;
+    p = grown;
+    cap = n;
+    return true;
+}
+
+// The text as UTF-8 into the scratch; false when memory ran out. Mostly
+// ASCII: then no table of offsets is needed, the plain loops vectorise, and
+// only what follows the kept characters is encoded again.
+bool encode(const wchar_t *text, int len, int kept, qv::HighlightScratch &s, int *bytes, bool *ascii) {
+    const auto n = static_cast<size_t>(len);
+    const auto from = static_cast<size_t>(kept < s.ascii_len ? kept : s.ascii_len);
+    uint32_t high = 0;
+    for (size_t i = from; i < n; i++) high |= static_cast<uint32_t>(text[i]);
+    *ascii = high < 0x80;
+    s.ascii_len = 0;
     // Room for the longest encoding: one pass instead of two.
-    auto *utf8 = static_cast<char *>(malloc(static_cast<size_t>(len) * 4 + 1));
-    auto *starts = static_cast<int *>(malloc(sizeof(int) * (static_cast<size_t>(len) + 1)));
-    const bool ok = utf8 && starts;
-    if (ok) {
+    if (!reserve(s.utf8, s.utf8_cap, (*ascii ? n : n * 4) + 1)) return false;
+    if (*ascii) {
+        for (size_t i = from; i < n; i++) s.utf8[i] = static_cast<char>(text[i]);
+        *bytes = len;
+        s.ascii_len = len;
+    } else {
+        if (!reserve(s.starts, s.starts_cap, n + 1)) return false;
         int at = 0;
         for (int i = 0; i < len; i++) {
-            starts[i] = at;
+            s.starts[i] = at;
             const auto u = static_cast<uint32_t>(text[i]);
             if (u < 0x80)
-                utf8[at++] = static_cast<char>(u);
+                s.utf8[at++] = static_cast<char>(u);
             else
-                at += utf8_put(text[i], utf8 + at);
+                at += utf8_put(text[i], s.utf8 + at);
         }
-        starts[len] = at;
-        utf8[at] = 0;
-        term_highlight h{starts, len, out, 0};
-        the_highlighter(utf8, at, &h, the_user);
+        s.starts[len] = at;
+        *bytes = at;
     }
-    free(utf8);
-    free(starts);
-    return ok;
+    s.utf8[*bytes] = 0;
+    return true;
 }
 
 bool is_open(wchar_t ch) { return ch == L'(' || ch == L'[' || ch == L'{'; }
@@ -117,10 +141,28 @@ uint32_t qv::look(int element) { return element >= 1 && element < kLooks ? looks
 void term_setHighlighter(term_highlighter fn, void *user) {
     the_highlighter = fn;
     the_user = fn ? user : nullptr;
+    generation++;
+}
+
+int term_highlightFrom(term_highlight *out) {
+    if (!out || out->cleared) return 0;
+    std::fill(out->styles + out->kept, out->styles + out->n, 0u);
+    out->cleared = true;
+    return out->starts ? out->starts[out->kept] : out->kept;
 }
 
 int term_addHighlight(term_highlight *out, int start, int end, unsigned style) {
     if (!out || start >= end) return 0;
+    if (!out->cleared) {
+        std::fill(out->styles, out->styles + out->n, 0u);
+        out->cleared = true;
+    }
+    if (!out->starts) { // one byte, one character
+        const int lo = start > 0 ? start : 0, hi = end < out->n ? end : out->n;
+        if (lo >= hi) return 0;
+        std::fill(out->styles + lo, out->styles + hi, style);
+        return hi - lo;
+    }
     // The first character that starts inside the range: found by walking on
     // from the last range when this one comes after it, else by halving.
     int lo = out->next;
@@ -145,9 +187,22 @@ int term_addHighlight(term_highlight *out, int start, int end, unsigned style) {
 
 bool qv::highlight_active() { return the_highlighter || qv::option(TERM_OPTION_BRACE_MATCH); }
 
-bool qv::highlight_styles(const wchar_t *text, int len, int cursor, uint32_t *out) {
-    for (int i = 0; i < len; i++) out[i] = 0;
-    if (the_highlighter && len > 0 && !call_highlighter(text, len, out)) return false;
+unsigned qv::highlighter_generation() { return generation.load(); }
+
+bool qv::highlight_styles(const wchar_t *text, int len, int cursor, int kept, HighlightScratch &scratch,
+                          uint32_t *host, uint32_t *out) {
+    const auto n = static_cast<size_t>(len);
+    if (the_highlighter && len > 0) {
+        int bytes = 0;
+        bool ascii = false;
+        if (!encode(text, len, kept, scratch, &bytes, &ascii)) return false;
+        term_highlight h{ascii ? nullptr : scratch.starts, len, host, 0, kept < len ? kept : len, false};
+        the_highlighter(scratch.utf8, bytes, &h, the_user);
+        if (!h.cleared) std::fill(host, host + n, 0u);
+        std::copy(host, host + n, out);
+    } else {
+        std::fill(out, out + n, 0u);
+    }
     if (qv::option(TERM_OPTION_BRACE_MATCH)) {
         int at = -1;
         if (cursor < len && (is_open(text[cursor]) || is_close(text[cursor])))

@@ -4,6 +4,7 @@
 #define QUORVEL_HIGHLIGHT_H
 
 #ifdef __cplusplus
+#include <cstddef>
 #include <cstdint>
 #include <cwchar>
 
@@ -14,10 +15,28 @@ uint32_t look(int element);
 
 // Whether anything styles the input now: a highlighter, or brace matching.
 bool highlight_active();
+// Changes when the highlighter or its user pointer does: the styles the
+// last one left are no longer to be kept.
+unsigned highlighter_generation();
+
+// Buffers the caller keeps from render to render, so that a render
+// allocates nothing once they have grown.
+struct HighlightScratch {
+    char *utf8;
+    size_t utf8_cap;
+    int *starts;
+    size_t starts_cap;
+    int ascii_len; // leading characters of the last encoding, all ASCII
+};
+
 // The style of each of the len characters of text (the cursor at offset
 // cursor) into out: the highlighter's ranges, then the bracket matched.
-// False, out untouched, when memory ran out.
-bool highlight_styles(const wchar_t *text, int len, int cursor, uint32_t *out);
+// host holds the highlighter's own styles from the last call, the first
+// kept of them for text unchanged since; they are kept if the highlighter
+// asks, and host then holds this call's. False, out untouched, when memory
+// ran out.
+bool highlight_styles(const wchar_t *text, int len, int cursor, int kept, HighlightScratch &scratch,
+                      uint32_t *host, uint32_t *out);
 
 } // namespace qv
 #endif

@@ -71,6 +71,38 @@ class Run {
     int n_ = 0, cap_ = 0;
 };
 
+// A run's characters to the terminal. Most runs are ASCII: those go out
+// without a converted copy on the heap, which a run per coloured word would
+// otherwise cost every time.
+void put_run(console *c, const wchar_t *s, int n) {
+    char bytes[256];
+    int k = 0;
+    for (int i = 0; i < n; i++) {
+        if (s[i] <= 0 || s[i] >= 0x80) {
+            fwrite(bytes, 1, static_cast<size_t>(k), stdout);
+            std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, s + i, n - i), &free);
+            if (text) fputs(text.get(), stdout);
+            return;
+        }
+        bytes[k++] = static_cast<char>(s[i]);
+        if (k == static_cast<int>(sizeof bytes)) {
+            fwrite(bytes, 1, sizeof bytes, stdout);
+            k = 0;
+        }
+    }
+    fwrite(bytes, 1, static_cast<size_t>(k), stdout);
+}
+
+// Whether a cell looks the same drawn in the run's style as in its own: a
+// blank shows only a background, an underline or reverse video, so the
+// space between two coloured words goes out with the word before it
+// instead of costing two changes of style.
+bool joins(const termchar &cell, uint32_t style) {
+    if (cell.style == style) return true;
+    constexpr uint32_t kShows = (0x1FFu << 9) | TERM_UNDERLINE | TERM_REVERSE;
+    return cell.ch == L' ' && !(cell.attr & ATTR_CLUSTER) && (cell.style & kShows) == (style & kShows);
+}
+
 // Where the terminal's cursor is while a paint writes its runs.
 struct Pen {
     int x, y;
@@ -94,10 +126,9 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
         } else if (run.size() > 0) {
             // The style only for the run's own characters: the way back to
             // the cursor's column is plain.
-            std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
             screen_cursor_move_to_col(c, start);
             *pen = qv::terminal_style(*pen, style);
-            if (text) fputs(text.get(), stdout);
+            put_run(c, run.text(), run.size());
             *pen = qv::terminal_style(*pen, 0);
             screen_cursor_move_to_col(c, in->cur.pos.x);
         }
@@ -115,12 +146,11 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
         else if (from_x != start || pending || !compact)
             screen_cursor_move_to_col(c, start);
     }
-    std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, run.text(), run.size()), &free);
     // The hint in its look, plain again right after it; other text leaves
     // the pen for the next run.
     *pen = qv::terminal_style(*pen, hint ? 0 : style);
     const uint32_t look = hint ? qv::terminal_style(0, style) : 0;
-    if (text) fputs(text.get(), stdout);
+    put_run(c, run.text(), run.size());
     if (hint) qv::terminal_style(look, 0);
     run.clear();
     if (!compact) {
@@ -273,7 +303,7 @@ void do_paint(console *c, bool compact) {
             // The hint is written in its own runs, dim, and each style in
             // runs of its own.
             if (start >= 0 && (shown[j].attr & ATTR_INVALID) &&
-                (((model[j].attr & ATTR_HINT) != 0) != hint || model[j].style != style)) {
+                (((model[j].attr & ATTR_HINT) != 0) != hint || !joins(model[j], style))) {
                 write_run(c, i, start, j - start, run, flow, hint, style, &style_pen);
                 start = -1;
             }

@@ -3,8 +3,9 @@
 
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
-#include <memory>
+#include <utility>
 
 #include "console.h"
 #include "highlight.h"
@@ -24,8 +25,19 @@ struct qv::ViewState {
     unsigned long rows_laid_out;
     // The style of each text character, while anything styles the input.
     uint32_t *styles;
-    int nstyles, capstyles;
+    size_t capstyles;
+    int nstyles;
     bool styled;
+    // The highlighter's own styles for the nhost characters it last saw, the
+    // lowest text offset changed since, and which highlighter that was.
+    uint32_t *host;
+    size_t caphost;
+    int nhost;
+    int text_from;
+    unsigned generation;
+    uint32_t *next_styles; // the styles being made, swapped with styles
+    size_t capnext;
+    qv::HighlightScratch scratch;
 };
 
 qv::ViewState *qv::view_new() { return static_cast<ViewState *>(calloc(1, sizeof(ViewState))); }
@@ -35,6 +47,10 @@ void qv::view_free(ViewState *v) {
     free(v->rows);
     free(v->prompt);
     free(v->styles);
+    free(v->host);
+    free(v->next_styles);
+    free(v->scratch.utf8);
+    free(v->scratch.starts);
     free(v);
 }
 
@@ -67,6 +83,7 @@ void take_changes(console *c) {
     qv::ViewState *v = c->state->view;
     const int changed = qv::buffer_take_changed(c);
     if (changed < v->dirty_from) v->dirty_from = changed;
+    if (changed < v->text_from) v->text_from = changed;
     const wchar_t *prompt = c->prompt ? c->prompt : L"";
     const int plen = static_cast<int>(wcslen(prompt));
     if (plen != v->prompt_len || wmemcmp(prompt, v->prompt ? v->prompt : L"", static_cast<size_t>(plen)) != 0) {
@@ -92,6 +109,25 @@ void take_changes(console *c) {
     }
 }
 
+bool reserve(uint32_t *&p, size_t &cap, size_t n) {
+    if (n <= cap) return true;
+    auto *grown = static_cast<uint32_t *>(realloc(p, sizeof(uint32_t) * n));
+    if (!grown) return false;
+    p = grown;
+    cap = n;
+    return true;
+}
+
+// The first of n places where a and b differ; n when none. Compared a block
+// at a time, since typing changes the styles near the end if at all.
+int first_difference(const uint32_t *a, const uint32_t *b, int n) {
+    constexpr int kBlock = 64;
+    int i = 0;
+    while (i + kBlock <= n && memcmp(a + i, b + i, sizeof(uint32_t) * kBlock) == 0) i += kBlock;
+    while (i < n && a[i] == b[i]) i++;
+    return i;
+}
+
 // The styles the highlighter and brace matching give the text now; the text
 // is laid out again from the first character whose style changed.
 void take_styles(console *c) {
@@ -100,25 +136,27 @@ void take_styles(console *c) {
     if (!qv::highlight_active() || c->masked) {
         if (v->styled && v->dirty_from > 0) v->dirty_from = 0;
         v->styled = false;
+        v->nhost = 0;
         return;
     }
-    std::unique_ptr<uint32_t, decltype(&free)> now(
-        static_cast<uint32_t *>(malloc(sizeof(uint32_t) * (static_cast<size_t>(len) + 1))), &free);
+    const size_t need = static_cast<size_t>(len) + 1;
+    if (!reserve(v->host, v->caphost, need) || !reserve(v->next_styles, v->capnext, need)) return;
+    const unsigned generation = qv::highlighter_generation();
+    int kept = v->text_from < v->nhost ? v->text_from : v->nhost;
+    if (generation != v->generation) kept = 0;
     const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
-    if (!now || !qv::highlight_styles(c->editor.buffer, len, cursor, now.get())) return;
+    if (!qv::highlight_styles(c->editor.buffer, len, cursor, kept, v->scratch, v->host, v->next_styles)) return;
+    v->nhost = len;
+    v->text_from = INT_MAX;
+    v->generation = generation;
     int first = 0;
     if (v->styled) {
         const int common = len < v->nstyles ? len : v->nstyles;
-        while (first < common && now.get()[first] == v->styles[first]) first++;
+        first = first_difference(v->next_styles, v->styles, common);
         if (first == common && len == v->nstyles) return;
     }
-    if (len + 1 > v->capstyles) {
-        free(v->styles);
-        v->styles = now.release();
-        v->capstyles = len + 1;
-    } else {
-        for (int i = 0; i < len; i++) v->styles[i] = now.get()[i];
-    }
+    std::swap(v->styles, v->next_styles);
+    std::swap(v->capstyles, v->capnext);
     v->nstyles = len;
     v->styled = true;
     if (first < v->dirty_from) v->dirty_from = first;
@@ -222,6 +260,7 @@ void qv::view_reset(console *c) {
     ViewState *v = c->state->view;
     v->nrows = 0;
     v->dirty_from = 0;
+    v->text_from = 0;
 }
 
 void qv::view_truncate(console *c, int y) {

@@ -1,8 +1,9 @@
 // Cost of one keystroke (insert a character, paint it) at the end of inputs
 // of 1 to 10,000 terminal rows. The cost should not grow with the input.
 // Then colour: a 100,000-character paste and 2,000 typed keys, each without
-// (argument 0) and with (1) a highlighter that colours every word, with the
-// bytes written per key.
+// (argument 0) and with a highlighter that colours every word, at every
+// call (1) or from where the text changed (2), with the bytes written per
+// key.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -72,19 +73,35 @@ void BM_KeystrokeAtEnd(benchmark::State &state) {
 }
 BENCHMARK(BM_KeystrokeAtEnd)->Arg(1)->Arg(100)->Arg(1000)->Arg(10000)->Iterations(20000);
 
-// Every word in a colour of its own, cycling through six.
-void colour_words(const char *text, int len, term_highlight *out, void *) {
-    int word = 0;
-    for (int i = 0; i < len;) {
+// Every word in one of six colours, chosen by its first letter, as a
+// highlighter colours a token by what it is.
+void colour_words_from(const char *text, int len, int i, term_highlight *out) {
+    while (i < len) {
         if (text[i] == ' ') {
             i++;
             continue;
         }
         int end = i;
         while (end < len && text[end] != ' ') end++;
-        term_addHighlight(out, i, end, TERM_FG(1 + word++ % 6));
+        term_addHighlight(out, i, end, TERM_FG(1 + static_cast<unsigned char>(text[i]) % 6));
         i = end;
     }
+}
+
+void colour_words(const char *text, int len, term_highlight *out, void *) { colour_words_from(text, len, 0, out); }
+
+// The same colours, styled only from the start of the word where the text
+// changed.
+void colour_changed_words(const char *text, int len, term_highlight *out, void *) {
+    int from = term_highlightFrom(out);
+    while (from > 0 && text[from - 1] != ' ') from--;
+    colour_words_from(text, len, from, out);
+}
+
+// 0: no highlighter; 1: one that styles the whole input at every call; 2:
+// one that styles from where the text changed.
+term_highlighter highlighter(long arg) {
+    return arg == 0 ? nullptr : arg == 1 ? colour_words : colour_changed_words;
 }
 
 const char kWords[] = "let total = price * 12 + tax ";
@@ -92,7 +109,7 @@ const char kWords[] = "let total = price * 12 + tax ";
 // A bracketed paste arrives in reads of 8 KiB, through the engine a read
 // uses: the end of each read is the end of a burst of keys.
 void BM_Paste100k(benchmark::State &state) {
-    term_setHighlighter(state.range(0) ? colour_words : nullptr, nullptr);
+    term_setHighlighter(highlighter(state.range(0)), nullptr);
     constexpr int kChars = 100000;
     long bytes = 0;
     for (auto _ : state) {
@@ -109,12 +126,12 @@ void BM_Paste100k(benchmark::State &state) {
     state.counters["bytes/key"] = static_cast<double>(bytes) / (static_cast<double>(state.iterations()) * kChars);
     term_setHighlighter(nullptr, nullptr);
 }
-BENCHMARK(BM_Paste100k)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_Paste100k)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 // Keys typed one at a time, each drawn: in lines of 80 characters (the
 // second argument), or all in one line of 2,000 (0).
 void BM_Typed2000(benchmark::State &state) {
-    term_setHighlighter(state.range(0) ? colour_words : nullptr, nullptr);
+    term_setHighlighter(highlighter(state.range(0)), nullptr);
     constexpr int kKeys = 2000;
     const int line = state.range(1) ? static_cast<int>(state.range(1)) : kKeys;
     long bytes = 0;
@@ -137,8 +154,10 @@ void BM_Typed2000(benchmark::State &state) {
 BENCHMARK(BM_Typed2000)
     ->Args({0, 80})
     ->Args({1, 80})
+    ->Args({2, 80})
     ->Args({0, 0})
     ->Args({1, 0})
+    ->Args({2, 0})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(5);
 

@@ -180,6 +180,16 @@ QV_API void term_setHighlighter(term_highlighter fn, void *user);
    clipped to the text; a character it only partly covers is left out.
    Answers the number of characters styled. */
 QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned style);
+/* During the highlighter's call, before its first term_addHighlight(): the
+   byte offset up to which the text is the same as at the highlighter's last
+   call in this read, and from there on no character has a style. The styles
+   it gave that unchanged text are kept, so a highlighter that calls this
+   need only style from there (from the start of the token there, or
+   further back when a change there restyles earlier text; any range may
+   still be added). The first call of a read, or after term_setHighlighter(),
+   answers 0. A highlighter that never calls it starts from no styles at each
+   call. Called later in the call, it answers 0 and keeps nothing more. */
+QV_API int term_highlightFrom(term_highlight *out);
 
 /* Options, process-wide: they may be set before term_init(). */
 #define TERM_OPTION_BRACKETED_PASTE 1 /* default 1: pasted text is inserted, never run */

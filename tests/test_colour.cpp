@@ -21,7 +21,9 @@ TEST(Colour, PromptsTakeNoCells) {
     EXPECT_EQ(s.row(1), "ghij");
     EXPECT_EQ(s.cursor_row, 1);
     EXPECT_EQ(s.cursor_col, 4);
-    EXPECT_EQ(s.looks[0], (std::vector<std::string>{"fg2", "", "bold", "bold", "", "", "", "", "", "", "", ""}));
+    // The blank after ">" goes out in its colour: a colour does not show on
+    // a blank, and it saves two changes of style.
+    EXPECT_EQ(s.looks[0], (std::vector<std::string>{"fg2", "fg2", "bold", "bold", "", "", "", "", "", "", "", ""}));
     EXPECT_EQ(h.typed("\r"), Lines{"abcdefghij"});
 
     Screen wide[2];
@@ -92,6 +94,39 @@ TEST(Colour, LooksOfHintListingAndMatch) {
     l.settle();
     EXPECT_EQ(l.screen().looks[1][0], "fg1");
     EXPECT_EQ(l.typed("\r"), Lines{"pr"});
+}
+
+// A highlighter that styles only from where the text changed sees that
+// offset in bytes, and the styles of the text before it stay.
+TEST(Colour, HighlighterKeepsWhatDidNotChange) {
+    PtyHost h({"init", "highlight:from", "cb:idle=tick", "utf8:> ", "utf8:> ", "destroy"}, xterm());
+    const auto from_after = [&](const std::string &keys) {
+        h.keys(keys);
+        h.settle();
+        return h.records("FROM").back();
+    };
+    EXPECT_EQ(from_after("\xc3\xa9"), "FROM 0");
+    EXPECT_EQ(from_after("1"), "FROM 2");
+    EXPECT_EQ(from_after("a"), "FROM 3");
+    EXPECT_EQ(from_after("2"), "FROM 4");
+    EXPECT_EQ(from_after(kLeft + kLeft + "3"), "FROM 3");
+    const Screen s = h.screen();
+    EXPECT_EQ(s.row(0), "> \xc3\xa9" "13a2");
+    const std::vector<std::string> looks(s.looks[0].begin() + 2, s.looks[0].begin() + 7);
+    EXPECT_EQ(looks, (std::vector<std::string>{"", "fg3+bold", "fg3+bold", "", "fg3+bold"}));
+    EXPECT_EQ(from_after("\x01" + kDelete), "FROM 0");
+    // A new read starts from nothing; a blank with a background is not
+    // drawn in the style of the digit before it.
+    h.keys("\r");
+    h.settle();
+    const size_t calls = h.records("FROM").size();
+    h.keys("5 6");
+    h.settle();
+    EXPECT_EQ(h.records("FROM").at(calls), "FROM 0");
+    const Screen t = h.screen();
+    const std::vector<std::string> second(t.looks[1].begin() + 2, t.looks[1].begin() + 5);
+    EXPECT_EQ(second, (std::vector<std::string>{"fg3+bold", "bg4", "fg3+bold"}));
+    EXPECT_EQ(h.typed("\r"), (Lines{"13a2", "5 6"}));
 }
 
 // Ranges outside the text, across a character or backwards style nothing

@@ -28,6 +28,7 @@
  *   sigint:default (no SIGINT handler)  completer:words|many=N|bad
  *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
  *   highlight:bad (ranges before, past, across and inside characters)
+ *   highlight:from (digits, and blanks on blue, styling only what changed: FROM n)
  *   look:ELEMENT=STYLE (term_setLook; LOOK <previous> records the answer)
  *   bind:KEYS=ACTION (term_bindKey in the default map; BOUND <answer>)
  *   bindings:PATH (term_readBindings; REPORT <line> <why> for each line it
@@ -78,6 +79,18 @@ static void highlight_digits(const char *text, int len, term_highlight *out, voi
     fprintf(side, "HIGHLIGHT %d\n", len);
     for (i = 0; i < len; i++)
         if (text[i] >= '0' && text[i] <= '9') term_addHighlight(out, i, i + 1, TERM_FG(3) | TERM_BOLD);
+}
+
+/* The same looks, styled only from where the text changed. */
+static void highlight_from(const char *text, int len, term_highlight *out, void *user) {
+    int i = term_highlightFrom(out);
+    (void)user;
+    fprintf(side, "FROM %d\n", i);
+    for (; i < len; i++)
+        if (text[i] >= '0' && text[i] <= '9')
+            term_addHighlight(out, i, i + 1, TERM_FG(3) | TERM_BOLD);
+        else if (text[i] == ' ')
+            term_addHighlight(out, i, i + 1, TERM_BG(4));
 }
 
 /* Ranges no highlighter should send: only whole characters inside the
@@ -386,7 +399,10 @@ int main(int argc, char **argv) {
         } else if (strncmp(a, "look:", 5) == 0 && strchr(a, '=')) {
             fprintf(side, "LOOK %d\n", term_setLook(atoi(a + 5), (unsigned)strtoul(strchr(a, '=') + 1, NULL, 0)));
         } else if (strncmp(a, "highlight:", 10) == 0) {
-            term_setHighlighter(strcmp(a + 10, "bad") == 0 ? highlight_bad : highlight_digits, NULL);
+            term_setHighlighter(strcmp(a + 10, "bad") == 0    ? highlight_bad
+                                : strcmp(a + 10, "from") == 0 ? highlight_from
+                                                              : highlight_digits,
+                                NULL);
         } else if (strncmp(a, "completer:", 10) == 0) {
             many_count = strncmp(a + 10, "many=", 5) == 0 ? atol(a + 15) : 0;
             term_setCompleter(strcmp(a + 10, "bad") == 0 ? complete_bad : complete_words, NULL);
