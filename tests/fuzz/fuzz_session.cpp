@@ -87,6 +87,21 @@ void highlight(const char *, int len, term_highlight *h, void *) {
     term_addHighlight(h, 1, 2, TERM_UNDERLINE);
 }
 
+[[noreturn]] void fail(const char *what, const std::string &detail);
+
+// Styles only from where the library says the text changed: what it says
+// is unchanged must be.
+std::string last_seen;
+void highlight_from(const char *text, int len, term_highlight *h, void *) {
+    const int from = term_highlightFrom(h);
+    if (from < 0 || from > len || static_cast<size_t>(from) > last_seen.size() ||
+        memcmp(text, last_seen.data(), static_cast<size_t>(from)) != 0)
+        fail("term_highlightFrom", std::to_string(from) + " bytes of \"" + std::string(text, static_cast<size_t>(len)) +
+                                       "\" said unchanged since \"" + last_seen + "\"");
+    last_seen.assign(text, static_cast<size_t>(len));
+    term_addHighlight(h, from, len, TERM_FG(2));
+}
+
 // ---------------------------------------------------------------------------
 // The oracle
 
@@ -289,7 +304,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 if (arg & 32) term_bindKey(arg & 64 ? "vi-insert" : nullptr, "\\e[2", "beginning-of-line");
             }
             if (arg % 3 == 1) completer_kind = arg % 6;
-            if (arg % 3 == 2) term_setHighlighter(arg & 4 ? highlight : nullptr, nullptr);
+            if (arg % 3 == 2) term_setHighlighter(arg & 4 ? (arg & 16 ? highlight_from : highlight) : nullptr, nullptr);
             i++;
             break;
         case 5: { // the window changes size
