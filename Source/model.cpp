@@ -61,6 +61,8 @@ unsigned long qv::model_rows_compared(const console *c) {
     return m ? m->rows_compared : 0;
 }
 
+void qv::model_row_shown_blank(console *c, int y) { termline_erase(c->screen.input.vbuf[y], &c->screen.blank); }
+
 void qv::model_invalidate_row(console *c, int y) {
     mark_cells(c->screen.input.vbuf[y], c->screen.cols);
     model_touch(c, y);

@@ -20,6 +20,9 @@ void model_touch(struct console *c, int y);
 bool model_take_touched(struct console *c, int *first, int *last);
 /* Rows the paints compared since the console began: a key's cost, counted. */
 unsigned long model_rows_compared(const struct console *c);
+/* Shown row y is known to be blank on the terminal: only what differs from
+   blank is drawn there. */
+void model_row_shown_blank(struct console *c, int y);
 /* Shown row y is drawn whole at the next paint. */
 void model_invalidate_row(struct console *c, int y);
 /* Rows from `from` on leave the model (both copies). */

@@ -4,6 +4,7 @@
 // MISSING.
 #include "output.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -235,11 +236,32 @@ bool qv::erase_screen() {
     return true;
 }
 
+namespace {
+// The cursor is at the start of a row a line feed reached, the library's
+// own or, before the library wrote anything, the one that ran the program;
+// nothing written since. Written from whichever thread holds the console;
+// read at the start of a read.
+std::atomic<bool> row_fresh{true};
+} // namespace
+
+bool qv::terminal_row_fresh() { return row_fresh.load(std::memory_order_relaxed); }
+
+void qv::terminal_row_used() { row_fresh.store(false, std::memory_order_relaxed); }
+
+namespace {
+// A terminal mode's sequence: it moves nothing, so a fresh row stays fresh.
+void put_mode(const char *sequence) {
+    const bool fresh = qv::terminal_row_fresh();
+    tputs(sequence, 1, char_to_terminal);
+    fflush(stdout);
+    if (fresh) row_fresh.store(true, std::memory_order_relaxed);
+}
+} // namespace
+
 bool qv::paste_bracketing(bool on) {
     const char *enable = qv::terminal_key("BE"), *disable = qv::terminal_key("BD");
     if (!enable || !disable || !qv::terminal_key("PS") || !qv::terminal_key("PE")) return false;
-    tputs(on ? enable : disable, 1, char_to_terminal);
-    fflush(stdout);
+    put_mode(on ? enable : disable);
     return true;
 }
 
@@ -252,8 +274,7 @@ void qv::cursor_shape(int shape) {
     const char *set = qv::terminal_key("Ss"), *reset = qv::terminal_key("Se");
     if (!set) return;
     if (shape == 0 && !reset) return;
-    tputs(shape ? tiparm(set, shape) : reset, 1, char_to_terminal);
-    fflush(stdout);
+    put_mode(shape ? tiparm(set, shape) : reset);
     shown_shape = shape;
 }
 
@@ -391,6 +412,7 @@ int getConsoleType(void *) { return 1; }
 // Cursor motion and drawing. Nothing here flushes: the painter flushes once.
 
 int char_to_terminal(int ch) {
+    qv::terminal_row_used();
     putc(ch, stdout);
     return 0;
 }
@@ -403,6 +425,7 @@ void screen_cursor_move_y(console *, int dy) {
             for (int i = 0; i < -dy; i++) tputs(t_cursor_up, 1, char_to_terminal);
     } else {
         // Line feeds move straight down in raw mode and scroll at the bottom.
+        if (dy > 0) qv::terminal_row_used();
         for (int i = 0; i < dy; i++) fputc('\n', stdout);
     }
 }
@@ -496,6 +519,7 @@ void screen_set_cursor(console *, cursor_pos p) {
 
 void screen_draw_string(console *c, int column, const char *s, int *written) {
     screen_cursor_move_to_col(c, column);
+    qv::terminal_row_used();
     const int r = fputs(s, stdout);
     screen_cursor_move_to_col(c, c->screen.input.cur.pos.x);
     if (written) *written = r;
@@ -519,6 +543,7 @@ int console_put_wstring(console *c, const wchar_t *s, int n) {
 }
 
 int console_put_string(console *, const char *s) {
+    qv::terminal_row_used();
     fputs(s, stdout);
     return 0;
 }
@@ -526,5 +551,6 @@ int console_put_string(console *, const char *s) {
 void console_newline(console *c) {
     screen_cursor_move_bol(c);
     char_to_terminal('\n');
+    row_fresh.store(true, std::memory_order_relaxed);
 }
 

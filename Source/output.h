@@ -58,6 +58,12 @@ const char *terminal_key(const char *name);
 // The terminal can move the cursor up, left and to a column, as the painter
 // of several rows needs.
 bool terminal_can_paint();
+// Whether the cursor stands at the start of a row a line feed reached (a
+// read's end, a printed line, or the shell's before the library's first
+// output) with nothing written since: such a row is taken to be blank, as
+// line editors take it. Any other output through the library ends it.
+bool terminal_row_fresh();
+void terminal_row_used();
 // The window's size as the kernel has it now; false when it has none.
 bool terminal_size(int *rows, int *cols);
 // Clears from the cursor to the end of the screen, or of the line; false

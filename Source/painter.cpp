@@ -75,6 +75,7 @@ class Run {
 // without a converted copy on the heap, which a run per coloured word would
 // otherwise cost every time.
 void put_run(console *c, const wchar_t *s, int n) {
+    qv::terminal_row_used();
     char bytes[256];
     int k = 0;
     for (int i = 0; i < n; i++) {
@@ -110,6 +111,27 @@ struct Pen {
     bool lean;         // moves cost what the terminal's cheapest motion costs
 };
 
+bool same(const termchar &a, const termchar &b) {
+    return a.ch == b.ch && ((a.attr ^ b.attr) & ~ATTR_INVALID) == 0 && a.style == b.style;
+}
+
+// Lean output: a step of a cell or two to the right over plain ASCII cells
+// the terminal shows already costs less written again than moved over.
+void step_over(console *c, Pen &pen, cursor_pos to) {
+    constexpr int kMaxStep = 2;
+    if (pen.wrap_pending || to.pos.y != pen.y || to.pos.x <= pen.x || to.pos.x - pen.x > kMaxStep) return;
+    const termchar *model = c->screen.input.lines[pen.y]->chars;
+    const termchar *shown = c->screen.input.vbuf[pen.y]->chars;
+    constexpr uint32_t kNotPlain = ATTR_INVALID | ATTR_HINT | ATTR_WIDE_TAIL | ATTR_CLUSTER;
+    for (int x = pen.x; x < to.pos.x; x++)
+        if (!same(shown[x], model[x]) || (model[x].attr & kNotPlain) || model[x].style || model[x].ch < 32 ||
+            model[x].ch > 126)
+            return;
+    qv::terminal_row_used();
+    for (int x = pen.x; x < to.pos.x; x++) putc(static_cast<int>(model[x].ch), stdout);
+    pen.x = to.pos.x;
+}
+
 // Writes a run of cells at (start, row i). A paint of single keys returns to
 // the cursor's column after every run, as it always has; a compact paint (a
 // burst of keys) leaves the cursor where the run ended and, on a terminal
@@ -141,8 +163,11 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     const bool flows = pending && t_auto_right_margin && from_y == i - 1 && start == 0;
     if (!flows) {
         screen_cursor_move_y(c, i - from_y);
+        // A cell or two of plain text before the run cost less written
+        // again than moved over.
+        if (compact && compact->lean && from_y == i && *pen == 0) step_over(c, *compact, cursor_pos{{start, i}});
         if (compact && compact->lean)
-            qv::cursor_to_column(c, from_x, start, !pending);
+            qv::cursor_to_column(c, compact->x, start, !pending);
         else if (from_x != start || pending || !compact)
             screen_cursor_move_to_col(c, start);
     }
@@ -168,9 +193,6 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     if (compact->wrap_pending) compact->x = c->screen.cols - 1;
 }
 
-bool same(const termchar &a, const termchar &b) {
-    return a.ch == b.ch && ((a.attr ^ b.attr) & ~ATTR_INVALID) == 0 && a.style == b.style;
-}
 
 // Lean output: when what follows column j of row i only moved sideways (a
 // key put in or took out k cells there), the terminal moves it with its
@@ -230,21 +252,6 @@ int bridgeable(const termchar *shown, const termchar *model, int j, int cols, bo
     return 0;
 }
 
-// Lean output: a step of a cell or two to the right over plain ASCII cells
-// the terminal shows already costs less written again than moved over.
-void step_over(console *c, Pen &pen, cursor_pos to) {
-    constexpr int kMaxStep = 2;
-    if (pen.wrap_pending || to.pos.y != pen.y || to.pos.x <= pen.x || to.pos.x - pen.x > kMaxStep) return;
-    const termchar *model = c->screen.input.lines[pen.y]->chars;
-    const termchar *shown = c->screen.input.vbuf[pen.y]->chars;
-    constexpr uint32_t kNotPlain = ATTR_INVALID | ATTR_HINT | ATTR_WIDE_TAIL | ATTR_CLUSTER;
-    for (int x = pen.x; x < to.pos.x; x++)
-        if (!same(shown[x], model[x]) || (model[x].attr & kNotPlain) || model[x].style || model[x].ch < 32 ||
-            model[x].ch > 126)
-            return;
-    for (int x = pen.x; x < to.pos.x; x++) putc(static_cast<int>(model[x].ch), stdout);
-    pen.x = to.pos.x;
-}
 
 // Lean output: where the changed cells of row i that are blank in the model
 // run to its end, and enough of them to cost more than clearing; the row's

@@ -9,6 +9,7 @@
 
 #include "console.h"
 #include "model.h"
+#include "options.h"
 #include "output.h"
 #include "painter.h"
 #include "plainview.h"
@@ -51,6 +52,10 @@ bool render_start_input(console *c) {
         plain_refresh(c);
         return false;
     }
+    // Lean output takes the row its own line feed reached to be blank, as
+    // other line editors do, and spares clearing it at every read.
+    if (option(TERM_OPTION_LEAN_OUTPUT) && terminal_row_fresh() && c->screen.input.lines)
+        model_row_shown_blank(c, 0);
     view_reset(c);
     return true;
 }

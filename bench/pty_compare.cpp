@@ -219,6 +219,7 @@ int main(int argc, char **argv) {
     // The readline-compatible library turns lean output on by itself.
     const char *programs[][3] = {{"quorvel", QV_BENCH_DIR "/repl-quorvel", nullptr},
                                  {"quorvel lean", QV_BENCH_DIR "/repl-quorvel", "--lean"},
+                                 {"lean, no paste", QV_BENCH_DIR "/repl-quorvel", "--lean-no-paste"},
                                  {"quorvel-rl", QV_BENCH_DIR "/repl-quorvel-readline", nullptr},
                                  {"GNU readline", QV_BENCH_DIR "/repl-readline", nullptr},
                                  {"libedit", QV_BENCH_DIR "/repl-libedit", nullptr},

@@ -1,5 +1,6 @@
 /* Reads lines until end of input, as a minimal REPL would. --lean turns
-   lean output on, --no-paste bracketed paste off. */
+   lean output on, --no-paste bracketed paste off, --lean-no-paste both (to
+   set against libedit, which has no bracketed paste). */
 #include <quorvel.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -15,8 +16,8 @@ int main(int argc, char **argv) {
     long n = 0;
     if (!term_init(&opts)) return 1;
     for (int i = 1; i < argc; i++) {
-        if (strcmp(argv[i], "--lean") == 0) term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
-        if (strcmp(argv[i], "--no-paste") == 0) term_setOption(TERM_OPTION_BRACKETED_PASTE, 0);
+        if (strncmp(argv[i], "--lean", 6) == 0) term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
+        if (strstr(argv[i], "no-paste")) term_setOption(TERM_OPTION_BRACKETED_PASTE, 0);
     }
     cb.onEndOfInput = on_end;
     term_setCallbacks(&cb);

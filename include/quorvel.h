@@ -223,7 +223,12 @@ QV_API int term_highlightFrom(term_highlight *out);
    insertion or a deletion in mid-line uses the terminal's insert and delete
    capabilities where it has them, and only the cells that differ are
    written, with the cursor moved only where it must be. The screen shows
-   the same; only the bytes that draw it differ. */
+   the same; only the bytes that draw it differ. One assumption, the one
+   other line editors make: a read that starts on a row a line feed reached
+   (the one that started the program, or one after the library's own output)
+   takes that row to be blank and does not clear it. A host that moves the
+   cursor back over text of its own and starts a read there leaves this
+   option off. */
 #define TERM_OPTION_LEAN_OUTPUT 8
 
 /* default 0. 1: vi's keys. Each read starts in insert mode, which keeps the

@@ -109,7 +109,7 @@ TEST(Instance, LeanOutputWritesFewerBytes) {
         // History: only what differs from the entry shown.
         {"qv-insdel", "", kUp, "first entry two"},
         {"qv-insdel", kUp, kUp, "<cub 3>   <cub 4>"},
-        {"qv-insdel", kUp + kUp, kDown, "<cuf1>two"},
+        {"qv-insdel", kUp + kUp, kDown, " two"},
         {"qv-insdel", kUp, "\x15", "<hpa 2><el>"}, // cleared to the end of the row
     };
     for (const Case &k : cases) {
@@ -123,6 +123,13 @@ TEST(Instance, LeanOutputWritesFewerBytes) {
         h.settle();
         EXPECT_EQ(h.output().substr(mark), k.bytes) << k.term << " " << visible(k.before + k.key);
     }
+    // A read clears the rest of its row only when other output than a line
+    // feed went before it: the row a line feed reached is taken as blank.
+    HostOptions insdel;
+    insdel.term = "qv-insdel";
+    PtyHost h({"init", "option:8=1", "cb:idle=tick", "line:> ", "put:ab", "line:> ", "line:> ", "destroy"}, insdel);
+    EXPECT_EQ(h.typed("x\ry\rz\r"), (Lines{"x", "y", "z"}));
+    EXPECT_EQ(h.output(), "> x<cr>\nab><el> y<cr>\n> z<cr>\n");
 }
 
 // Without cursor addressing (no description, an unknown one, "dumb", or one
