@@ -58,15 +58,6 @@ int utf8_put(wchar_t ch, char *out) {
     return 4;
 }
 
-template <typename T> bool reserve(T *&p, size_t &cap, size_t n) {
-    if (n <= cap) return true;
-    auto *grown = static_cast<T *>(realloc(p, sizeof(T) * n));
-    if (!grown) return false;
-    p = grown;
-    cap = n;
-    return true;
-}
-
 // The text as UTF-8 into the scratch; false when memory ran out. Mostly
 // ASCII: then no table of offsets is needed, the plain loops vectorise, and
 // only what follows the kept characters is encoded again.
@@ -78,13 +69,13 @@ bool encode(const wchar_t *text, int len, int kept, qv::HighlightScratch &s, int
     *ascii = high < 0x80;
     s.ascii_len = 0;
     // Room for the longest encoding: one pass instead of two.
-    if (!reserve(s.utf8, s.utf8_cap, (*ascii ? n : n * 4) + 1)) return false;
+    if (!qv::reserve(s.utf8, s.utf8_cap, (*ascii ? n : n * 4) + 1)) return false;
     if (*ascii) {
         for (size_t i = from; i < n; i++) s.utf8[i] = static_cast<char>(text[i]);
         *bytes = len;
         s.ascii_len = len;
     } else {
-        if (!reserve(s.starts, s.starts_cap, n + 1)) return false;
+        if (!qv::reserve(s.starts, s.starts_cap, n + 1)) return false;
         int at = 0;
         for (int i = 0; i < len; i++) {
             s.starts[i] = at;

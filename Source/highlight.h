@@ -6,6 +6,7 @@
 #ifdef __cplusplus
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cwchar>
 
 namespace qv {
@@ -18,6 +19,17 @@ bool highlight_active();
 // Changes when the highlighter or its user pointer does: the styles the
 // last one left are no longer to be kept.
 unsigned highlighter_generation();
+
+// Room for n items in a buffer kept from call to call, grown with realloc;
+// false, the buffer as it was, when memory ran out.
+template <typename T> bool reserve(T *&p, size_t &cap, size_t n) {
+    if (n <= cap) return true;
+    auto *grown = static_cast<T *>(realloc(p, sizeof(T) * n));
+    if (!grown) return false;
+    p = grown;
+    cap = n;
+    return true;
+}
 
 // Buffers the caller keeps from render to render, so that a render
 // allocates nothing once they have grown.

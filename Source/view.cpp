@@ -109,15 +109,6 @@ void take_changes(console *c) {
     }
 }
 
-bool reserve(uint32_t *&p, size_t &cap, size_t n) {
-    if (n <= cap) return true;
-    auto *grown = static_cast<uint32_t *>(realloc(p, sizeof(uint32_t) * n));
-    if (!grown) return false;
-    p = grown;
-    cap = n;
-    return true;
-}
-
 // The first of n places where a and b differ; n when none. Compared a block
 // at a time, since typing changes the styles near the end if at all.
 int first_difference(const uint32_t *a, const uint32_t *b, int n) {
@@ -140,7 +131,7 @@ void take_styles(console *c) {
         return;
     }
     const size_t need = static_cast<size_t>(len) + 1;
-    if (!reserve(v->host, v->caphost, need) || !reserve(v->next_styles, v->capnext, need)) return;
+    if (!qv::reserve(v->host, v->caphost, need) || !qv::reserve(v->next_styles, v->capnext, need)) return;
     const unsigned generation = qv::highlighter_generation();
     int kept = v->text_from < v->nhost ? v->text_from : v->nhost;
     if (generation != v->generation) kept = 0;

@@ -229,6 +229,11 @@ void complete_two(const char *, int cursor, term_completions *out, void *) {
     (void)cursor;
 }
 
+void sweep_highlight(const char *text, int len, term_highlight *out, void *) {
+    for (int i = term_highlightFrom(out); i < len; i++)
+        if (text[i] != ' ') term_addHighlight(out, i, i + 1, TERM_FG(2));
+}
+
 class SessionSweep : public AllocationFailure {
   protected:
     void SetUp() override {
@@ -302,11 +307,13 @@ class SessionSweep : public AllocationFailure {
             term_setOption(TERM_OPTION_HINTS, 1);
             term_setOption(TERM_OPTION_VI_MODE, 0);
             term_setCompleter(complete_two, nullptr);
+            term_setHighlighter(sweep_highlight, nullptr);
         });
-        // Hints, completion and its listing, kills and yanks, undo, a
-        // paste, a print queued during the read, and a search.
+        // Hints, completion and its listing, kills and yanks, undo, text
+        // beyond ASCII, a paste, a print queued during the read, and a
+        // search, all highlighted.
         auto first = read_line({"al", "\t", "\t", "\t", " x", "\x1b[D\x0b", "\x01\x0b", "\x19", "\x1by",
-                                "\x1f", "\x1f", "\x1b[200~pasted\ntext\x1b[201~", "print", "\x12" "bet", "\x1b[C",
+                                "\x1f", "\x1f", "\xc3\xa9", "\x1b[200~pasted\ntext\x1b[201~", "print", "\x12" "bet", "\x1b[C",
                                 "\x12", "\x07", "\r"});
         // Then vi mode: its maps are built, and its commands cut, put,
         // undo, repeat and search.
@@ -314,6 +321,7 @@ class SessionSweep : public AllocationFailure {
         auto second = read_line({"\x1b[A", "\x1b[A", "\x1b[5~", "\x1b", "0dw", "u", "x", ".", "p", "A!", "\x1b",
                                  "/al", "\r", "\r"});
         lib([] { term_setOption(TERM_OPTION_VI_MODE, 0); });
+        term_setHighlighter(nullptr, nullptr);
         lib([] { term_destroy(); });
         drain();
         return !first ? first : second;
