@@ -242,21 +242,20 @@ namespace {
 // nothing written since. Written from whichever thread holds the console;
 // read at the start of a read.
 std::atomic<bool> row_fresh{true};
+
+// A terminal mode's sequence: it moves nothing, so a fresh row stays fresh.
+void put_mode(const char *sequence) {
+    const bool fresh = row_fresh.load(std::memory_order_relaxed);
+    tputs(sequence, 1, char_to_terminal);
+    fflush(stdout);
+    if (fresh) row_fresh.store(true, std::memory_order_relaxed);
+}
+
 } // namespace
 
 bool qv::terminal_row_fresh() { return row_fresh.load(std::memory_order_relaxed); }
 
 void qv::terminal_row_used() { row_fresh.store(false, std::memory_order_relaxed); }
-
-namespace {
-// A terminal mode's sequence: it moves nothing, so a fresh row stays fresh.
-void put_mode(const char *sequence) {
-    const bool fresh = qv::terminal_row_fresh();
-    tputs(sequence, 1, char_to_terminal);
-    fflush(stdout);
-    if (fresh) row_fresh.store(true, std::memory_order_relaxed);
-}
-} // namespace
 
 bool qv::paste_bracketing(bool on) {
     const char *enable = qv::terminal_key("BE"), *disable = qv::terminal_key("BD");

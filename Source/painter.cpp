@@ -163,12 +163,12 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     const bool flows = pending && t_auto_right_margin && from_y == i - 1 && start == 0;
     if (!flows) {
         screen_cursor_move_y(c, i - from_y);
-        // A cell or two of plain text before the run cost less written
-        // again than moved over.
-        if (compact && compact->lean && from_y == i && *pen == 0) step_over(c, *compact, cursor_pos{{start, i}});
-        if (compact && compact->lean)
+        if (compact && compact->lean) {
+            // A cell or two of plain text before the run cost less written
+            // again than moved over.
+            if (from_y == i && *pen == 0) step_over(c, *compact, cursor_pos{{start, i}});
             qv::cursor_to_column(c, compact->x, start, !pending);
-        else if (from_x != start || pending || !compact)
+        } else if (from_x != start || pending || !compact)
             screen_cursor_move_to_col(c, start);
     }
     // The hint in its look, plain again right after it; other text leaves
@@ -192,7 +192,6 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     compact->wrap_pending = compact->x >= c->screen.cols;
     if (compact->wrap_pending) compact->x = c->screen.cols - 1;
 }
-
 
 // Lean output: when what follows column j of row i only moved sideways (a
 // key put in or took out k cells there), the terminal moves it with its
