@@ -57,7 +57,7 @@ struct Bench {
         const int chars = rows * c.screen.cols - 2 - 1;
         for (int i = 0; i < chars; i++) buffer_insert_char(&c, L'a');
         action_key_end(&c, 0);
-        qv::render(&c, 0, false);
+        qv::render(&c, 0, false, 0);
     }
 };
 
@@ -66,7 +66,7 @@ void BM_KeystrokeAtEnd(benchmark::State &state) {
     b.fill(static_cast<int>(state.range(0)));
     for (auto _ : state) {
         action_insert_char(&b.c, 'x');
-        qv::render(&b.c, 0, false);
+        qv::render(&b.c, 0, false, 0);
     }
     state.counters["rows"] = b.c.screen.input.numlines;
     (void)kCols;
@@ -141,10 +141,10 @@ void BM_Typed2000(benchmark::State &state) {
         for (int i = 0; i < kKeys; i++) {
             if (i > 0 && i % line == 0) {
                 buffer_clear(&b.c);
-                qv::render(&b.c, 0, false);
+                qv::render(&b.c, 0, false, 0);
             }
             action_insert_char(&b.c, kWords[i % (sizeof kWords - 1)]);
-            qv::render(&b.c, 0, false);
+            qv::render(&b.c, 0, false, 0);
         }
         bytes += b.written() - before;
     }

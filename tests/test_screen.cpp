@@ -33,14 +33,14 @@ TEST(Paint, AKeyAtTheEndOfAThousandRowsTouchesOnlyItsRows) {
     console_put_prompt(&c);
     for (int i = 0; i < 1000 * 20 - 6; i++) buffer_insert_char(&c, L'a');
     action_key_end(&c, 0);
-    qv::render(&c, 0, false);
+    qv::render(&c, 0, false, 0);
     fflush(stdout);
     const size_t before_len = len;
     const unsigned long laid_out_before = qv::view_rows_laid_out(&c);
     const unsigned long compared_before = qv::model_rows_compared(&c);
     for (const int key : {'x', 'y'}) {
         action_insert_char(&c, key);
-        qv::render(&c, 0, false);
+        qv::render(&c, 0, false, 0);
     }
     fflush(stdout);
     const std::string written(buf + before_len, len - before_len);

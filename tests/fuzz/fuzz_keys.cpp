@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         history_add(&c, L"from history", 12);
         history_add(&c, L"ctl\x01x\x7f", 6);
         qv::render_start_input(&c);
-        qv::render(&c, 0, false);
+        qv::render(&c, 0, false, 0);
         // Each key painted on its own, as keys typed one at a time are.
         for (size_t i = 0; i < size && c.editor.buffer; i++) {
             const uint8_t b = data[i];
@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 action_insert_char(&c, b % 16 == 0 ? kWide : b % 16 == 1 ? kMark : 32 + b % 95);
             else
                 kActions[(b - 0xC0) % (sizeof kActions / sizeof kActions[0])](&c, 0);
-            qv::render(&c, 0, false);
+            qv::render(&c, 0, false, 0);
         }
         fflush(stdout);
         if (c.editor.buffer) check_screen(&c, std::string(buf, len));

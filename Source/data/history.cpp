@@ -1,0 +1,234 @@
+// The history list (oldest to newest) and its navigation state.
+#include "history.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <type_traits>
+
+#include "console_record.h"
+#include "text.h"
+#include "qv_assert.h"
+
+namespace {
+
+using CharPtr = std::unique_ptr<char, decltype(&free)>;
+
+// The list as the header shows it, and the serial numbers behind it. Every
+// entry gets the next serial when it is added and entries only leave from
+// the oldest end (or all at once), so the entries are numbered without gaps
+// from first_serial: a serial is a position that survives additions and
+// says whether its entry still exists.
+struct HistoryRecord {
+    history_t list;
+    long long first_serial;
+    long long next_serial;
+    qv::HistoryObserver observer; // told of every entry that goes in
+    history_line recalled;        // the entry the walk stands on, decoded
+};
+static_assert(std::is_standard_layout<HistoryRecord>::value, "the list is the record's first member");
+
+HistoryRecord *record(history_t *h) { return reinterpret_cast<HistoryRecord *>(h); }
+
+void free_entry(history_entry *e) { free(e); }
+
+void forget_recalled(history_t *h) {
+    history_line &r = record(h)->recalled;
+    free(r.text);
+    r = history_line{nullptr, 0};
+}
+
+// The oldest entry goes. The walk, if it stood there, moves to the entry
+// that is now the oldest.
+void drop_oldest(history_t *h) {
+    history_entry *oldest = h->first;
+    h->first = oldest->next;
+    if (h->first)
+        h->first->prev = nullptr;
+    else
+        h->last = nullptr;
+    if (h->current == oldest) h->current = h->first;
+    free_entry(oldest);
+    h->count--;
+    record(h)->first_serial++;
+}
+
+} // namespace
+
+wchar_t *make_string_copy(const wchar_t *text, uint32_t n) {
+    if (!text) return nullptr;
+    auto *copy = static_cast<wchar_t *>(calloc(static_cast<size_t>(n) + 1, sizeof(wchar_t)));
+    if (!copy) return nullptr;
+    for (uint32_t i = 0; i < n && text[i] != 0; i++) copy[i] = text[i];
+    copy[n] = 0;
+    return copy;
+}
+
+history_t *history_new(void) {
+    auto *r = static_cast<HistoryRecord *>(calloc(1, sizeof(HistoryRecord)));
+    return r ? &r->list : nullptr;
+}
+
+void history_clear(console *c) {
+    history_t *h = c->history;
+    for (history_entry *e = h->first; e;) {
+        history_entry *next = e->next;
+        free_entry(e);
+        e = next;
+    }
+    history_cleanup_temp(c);
+    forget_recalled(h);
+    h->first = h->last = h->current = nullptr;
+    h->count = 0;
+    record(h)->first_serial = record(h)->next_serial;
+}
+
+int top_is_duplicate(console *c, const wchar_t *text, uint32_t n) {
+    if (!c->history->last) return 0;
+    const uint32_t len = static_cast<uint32_t>(wcsnlen(text, n));
+    CharPtr utf8(qv::utf8_of(text, static_cast<int>(len)), &free);
+    return utf8 && qv::history_newest_is(c, utf8.get(), strlen(utf8.get()));
+}
+
+bool qv::history_newest_is(const console *c, const char *text, size_t n) {
+    const history_entry *top = c->history->last;
+    return top && top->length == n && memcmp(top->text, text, n) == 0;
+}
+
+void history_add(console *c, const wchar_t *text, uint32_t n) {
+    history_t *h = c->history;
+    if (c->history_add_unchanged == 0 && h->dirty == 0) return;
+    if (c->masked || c->history_max <= 0) return;
+    qv::history_append(c, text, n);
+    history_cleanup_temp(c);
+    h->current = nullptr;
+    h->dirty = 0;
+}
+
+bool qv::history_append(console *c, const wchar_t *text, uint32_t n) {
+    if (!text || c->history_max <= 0) return false;
+    // As a C string: the text ends at a NUL.
+    const auto len = static_cast<int>(wcsnlen(text, n));
+    CharPtr utf8(qv::utf8_of(text, len), &free);
+    return utf8 && history_append_utf8(c, utf8.get(), strlen(utf8.get()));
+}
+
+bool qv::history_append_utf8(console *c, const char *text, size_t n) {
+    history_t *h = c->history;
+    if (c->history_max <= 0 || n > UINT32_MAX - sizeof(history_entry) - 1) return false;
+    if (c->history_allow_duplicates == 0 && history_newest_is(c, text, n)) return false;
+    auto *e = static_cast<history_entry *>(malloc(sizeof(history_entry) + n + 1));
+    if (!e) return false;
+    e->text = reinterpret_cast<char *>(e + 1);
+    memcpy(e->text, text, n);
+    e->text[n] = 0;
+    e->length = static_cast<uint32_t>(n);
+    e->next = nullptr;
+    e->prev = h->last;
+    if (h->last)
+        h->last->next = e;
+    else
+        h->first = e;
+    h->last = e;
+    h->count++;
+    record(h)->next_serial++;
+    while (h->count > c->history_max && h->first) drop_oldest(h);
+    if (record(h)->observer) record(h)->observer(c, e->text, e->length);
+    return true;
+}
+
+void qv::history_observe(console *c, HistoryObserver observer) { record(c->history)->observer = observer; }
+
+void qv::history_limit(console *c, int max) {
+    c->history_max = max;
+    while (c->history->count > max && c->history->first) drop_oldest(c->history);
+}
+
+long long qv::history_first_serial(const console *c) { return record(c->history)->first_serial; }
+
+long long qv::history_end_serial(const console *c) { return record(c->history)->next_serial; }
+
+const history_entry *qv::history_at_serial(const console *c, long long serial) {
+    const HistoryRecord *r = record(c->history);
+    if (serial < r->first_serial || serial >= r->next_serial) return nullptr;
+    // From the nearer end: searches and hints mostly look at recent entries.
+    if (r->next_serial - serial <= serial - r->first_serial) {
+        const history_entry *e = r->list.last;
+        for (long long s = r->next_serial - 1; s > serial; s--) e = e->prev;
+        return e;
+    }
+    const history_entry *e = r->list.first;
+    for (long long s = r->first_serial; s < serial; s++) e = e->next;
+    return e;
+}
+
+history_line *qv::history_step(console *c, int direction) {
+    history_t *h = c->history;
+    if (direction < 0) {
+        if (!h->current)
+            h->current = h->last;
+        else if (h->current->prev)
+            h->current = h->current->prev;
+        else
+            return nullptr;
+    } else if (direction > 0) {
+        if (!h->current) return nullptr;
+        if (h->current->next) {
+            h->current = h->current->next;
+        } else {
+            if (!h->saved) return nullptr;
+            h->current = nullptr;
+            return h->saved;
+        }
+    }
+    if (!h->current) return nullptr;
+    // Decoded for the caller, who copies it before the walk moves on.
+    int n = 0;
+    wchar_t *text = qv::utf8_decode(h->current->text, h->current->length, &n);
+    if (!text) return nullptr;
+    forget_recalled(h);
+    record(h)->recalled = history_line{text, static_cast<uint32_t>(n)};
+    return &record(h)->recalled;
+}
+
+void history_set_earliest(console *c) { c->history->current = c->history->first; }
+
+void history_set_latest(console *c) { c->history->current = nullptr; }
+
+void history_save_current_buffer(console *c, const wchar_t *line, uint32_t n) {
+    QV_ASSERT(line != NULL);
+    history_t *h = c->history;
+    if (h->saved && h->dirty) history_cleanup_temp(c);
+    if (!h->saved) {
+        auto *saved = static_cast<history_line *>(malloc(sizeof(history_line)));
+        if (saved) {
+            saved->text = make_string_copy(line, n);
+            saved->length = n;
+            if (saved->text)
+                h->saved = saved;
+            else
+                free(saved);
+        }
+    }
+    if (h->saved) h->dirty = 0;
+}
+
+void history_cleanup_temp(console *c) {
+    history_t *h = c->history;
+    if (!h->saved) return;
+    free(h->saved->text);
+    free(h->saved);
+    h->saved = nullptr;
+}
+
+void history_set_dirty(console *c) { c->history->dirty = 1; }
+
+int history_is_dirty(console *c) { return c->history->dirty; }
+
+void history_print_all(console *c) {
+    for (const history_entry *e = c->history->first; e; e = e->next) {
+        fputs(e->text, stdout);
+        fputc('\n', stdout);
+    }
+}

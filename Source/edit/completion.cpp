@@ -1,0 +1,310 @@
+// Tab completion: the host's completer offers candidates for the text
+// before the cursor; one is put in, several extend the input to what they
+// share, and a second Tab lists them under the input.
+#include "completion.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+
+#include "actions.h"
+#include "console_record.h"
+#include "frame.h"
+#include "text.h"
+
+struct term_completions {
+    int cursor; // byte offset of the cursor in the text given to the completer
+    struct Item {
+        int start;
+        char *replacement;
+    } *items;
+    int count;
+    int cap;
+};
+
+namespace {
+
+// The host's completer belongs to the process: it may be set before
+// term_init and outlives an instance.
+term_completer the_completer = nullptr;
+void *the_user = nullptr;
+
+// Past this many, the list is only shown after the user says yes.
+constexpr int kAskAbove = 100;
+
+using WidePtr = std::unique_ptr<wchar_t, decltype(&free)>;
+
+// A candidate as the editor takes it: the characters from start to the
+// cursor become text.
+struct Candidate {
+    int start; // character offset in the edit buffer
+    wchar_t *text;
+    int len;
+};
+
+struct Candidates {
+    Candidate *items;
+    int count;
+};
+
+void drop(Candidates *list) {
+    if (!list) return;
+    for (int i = 0; i < list->count; i++) free(list->items[i].text);
+    free(list->items);
+    free(list);
+}
+
+void release(term_completions &out) {
+    for (int i = 0; i < out.count; i++) free(out.items[i].replacement);
+    free(out.items);
+}
+
+// The character offset of a byte offset into UTF-8 text: the characters
+// whose first byte lies before it.
+int chars_before(const char *text, int bytes) {
+    int n = 0;
+    for (int i = 0; i < bytes && text[i]; i++)
+        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) n++;
+    return n;
+}
+
+// Asks the completer; answers the candidates it offered that the editor can
+// take (valid UTF-8), with their start in characters.
+void ask(console *c, Candidates &out) {
+    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    std::unique_ptr<char, decltype(&free)> text(qv::utf8_of(c->editor.buffer, len), &free);
+    std::unique_ptr<char, decltype(&free)> before(qv::utf8_of(c->editor.buffer, cursor), &free);
+    if (!text || !before) return;
+    term_completions offered{static_cast<int>(strlen(before.get())), nullptr, 0, 0};
+    the_completer(text.get(), offered.cursor, &offered, the_user);
+    out.items = static_cast<Candidate *>(calloc(static_cast<size_t>(offered.count) + 1, sizeof(Candidate)));
+    for (int i = 0; out.items && i < offered.count; i++) {
+        const term_completions::Item &item = offered.items[i];
+        int n = 0;
+        wchar_t *wide = item.replacement[0] ? cp2wchar(c, item.replacement, &n)
+                                            : static_cast<wchar_t *>(calloc(1, sizeof(wchar_t)));
+        if (!wide) continue; // not UTF-8: dropped, as the output calls drop it
+        out.items[out.count++] = Candidate{chars_before(text.get(), item.start), wide, n};
+    }
+    release(offered);
+}
+
+// Candidate i as the whole stretch from `from` to the cursor it would make.
+struct Stretch {
+    const wchar_t *head; // buffer text from `from` to the candidate's start
+    int head_len;
+    const Candidate *cand;
+    int size() const { return head_len + cand->len; }
+    wchar_t at(int k) const { return k < head_len ? head[k] : cand->text[k - head_len]; }
+};
+
+Stretch stretch(const console *c, int from, const Candidate &cand) {
+    return Stretch{c->editor.buffer + from, cand.start - from, &cand};
+}
+
+// Puts text in place of the characters from `from` to the cursor.
+void put_in(console *c, int from, const Stretch *s, int len) {
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    wchar_t *chars = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (static_cast<size_t>(len) + 1)));
+    if (!chars) return;
+    for (int k = 0; k < len; k++) chars[k] = s->at(k);
+    buffer_delete_before(c, static_cast<uint32_t>(cursor - from));
+    if (len > 0) buffer_insert_string(c, chars, static_cast<uint32_t>(len));
+    free(chars);
+    history_set_dirty(c);
+}
+
+int compare_text(const void *a, const void *b) {
+    return wcscmp(static_cast<const Candidate *>(a)->text, static_cast<const Candidate *>(b)->text);
+}
+
+int text_cells(const wchar_t *s, int n) {
+    int cells = 0;
+    for (int i = 0; i < n; i++) cells += char_width(s[i]);
+    return cells;
+}
+
+} // namespace
+
+// The candidates of the last Tab, kept for the listing of the second, and
+// whether a question about them waits for its answer.
+struct qv::CompletionState {
+    Candidates *pending;
+    bool asking;
+    int keep_cursor; // the cursor's offset while the input is left
+};
+
+namespace {
+
+qv::CompletionState *state_of(const console *c) { return c->state ? c->state->completion : nullptr; }
+
+void forget_list(qv::CompletionState *st) {
+    drop(st->pending);
+    st->pending = nullptr;
+}
+
+// The candidates, sorted, in columns down the rows, to be written under the
+// input: a line feed ends each row.
+void show_list(console *c, Candidates &list) {
+    qsort(list.items, static_cast<size_t>(list.count), sizeof(Candidate), compare_text);
+    int n = 0, widest = 1;
+    for (int i = 0; i < list.count; i++) {
+        if (n > 0 && wcscmp(list.items[n - 1].text, list.items[i].text) == 0) continue;
+        list.items[n++] = list.items[i];
+        const int w = text_cells(list.items[i].text, list.items[i].len);
+        if (w > widest) widest = w;
+    }
+    for (int i = n; i < list.count; i++) free(list.items[i].text);
+    list.count = n;
+    const int width = widest + 2;
+    const int per_row = c->screen.cols / width > 0 ? c->screen.cols / width : 1;
+    const int rows = (n + per_row - 1) / per_row;
+    size_t size = 0;
+    for (int i = 0; i < n; i++) size += static_cast<size_t>(list.items[i].len) + static_cast<size_t>(width) + 1;
+    std::unique_ptr<wchar_t, decltype(&free)> text(
+        static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (size + static_cast<size_t>(rows) + 1))), &free);
+    if (!text) return;
+    wchar_t *out = text.get();
+    for (int r = 0; r < rows; r++) {
+        for (int k = 0; k < per_row; k++) {
+            const int i = k * rows + r;
+            if (i >= n) break;
+            wmemcpy(out, list.items[i].text, static_cast<size_t>(list.items[i].len));
+            out += list.items[i].len;
+            const bool last = k + 1 == per_row || (k + 1) * rows + r >= n;
+            if (!last)
+                for (int pad = text_cells(list.items[i].text, list.items[i].len); pad < width; pad++) *out++ = L' ';
+        }
+        *out++ = L'\n';
+    }
+    qv::frame_write(c, text.get(), static_cast<int>(out - text.get()));
+}
+
+// The input again on a fresh row, with the cursor where it was.
+void redraw_input(console *c) {
+    qv::frame_request(c, qv::kStartInput);
+    qv::frame_request(c, qv::kPaintNow);
+}
+
+void restore_cursor(console *c) {
+    const qv::CompletionState *st = state_of(c);
+    if (st && c->editor.buffer) c->editor.cursor = c->editor.buffer + st->keep_cursor;
+}
+
+// Leaves the input on screen as it is and goes to the row below it.
+void leave_rows(console *c) {
+    state_of(c)->keep_cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    c->editor.cursor = c->editor.lastchar;
+    qv::frame_request(c, qv::kPaintNow);
+    qv::frame_request(c, qv::kNewline);
+    qv::frame_then(c, restore_cursor);
+}
+
+} // namespace
+
+qv::CompletionState *qv::completion_new() { return static_cast<CompletionState *>(calloc(1, sizeof(CompletionState))); }
+
+void qv::completion_free(CompletionState *st) {
+    if (!st) return;
+    forget_list(st);
+    free(st);
+}
+
+bool qv::completion_asking(const console *c) {
+    const CompletionState *st = state_of(c);
+    return st && st->asking;
+}
+
+// The answer to "Display all N possibilities? (y or n)".
+void qv::completion_answer(console *c, int key) {
+    CompletionState *st = state_of(c);
+    st->asking = false;
+    if (!st->pending) return;
+    frame_request(c, kNewline);
+    if (key == 'y' || key == 'Y' || key == ' ') show_list(c, *st->pending);
+    forget_list(st);
+    redraw_input(c);
+}
+
+void qv::completion_end(console *c) {
+    if (CompletionState *st = state_of(c)) {
+        st->asking = false;
+        forget_list(st);
+    }
+}
+
+void term_setCompleter(term_completer fn, void *user) {
+    the_completer = fn;
+    the_user = fn ? user : nullptr;
+}
+
+int term_addCompletion(term_completions *out, int start, const char *replacement) {
+    if (!out || !replacement || start < 0 || start > out->cursor) return 0;
+    if (out->count == out->cap) {
+        const int cap = out->cap ? out->cap * 2 : 16;
+        auto *grown = static_cast<term_completions::Item *>(
+            realloc(out->items, sizeof(term_completions::Item) * static_cast<size_t>(cap)));
+        if (!grown) return 0;
+        out->items = grown;
+        out->cap = cap;
+    }
+    char *copy = strdup(replacement);
+    if (!copy) return 0;
+    out->items[out->count++] = term_completions::Item{start, copy};
+    return 1;
+}
+
+void qv::completion_reset() {
+    the_completer = nullptr;
+    the_user = nullptr;
+}
+
+void action_complete(console *c, int) {
+    qv::CompletionState *st = state_of(c);
+    if (!the_completer || !c->editor.buffer || !st || c->masked) return;
+    if (qv::frame_last_action(c) == action_complete && st->pending) {
+        leave_rows(c);
+        if (st->pending->count > kAskAbove) {
+            wchar_t question[80];
+            swprintf(question, 80, L"Display all %d possibilities? (y or n)", st->pending->count);
+            qv::frame_write(c, question, static_cast<int>(wcslen(question)));
+            st->asking = true;
+            return;
+        }
+        show_list(c, *st->pending);
+        forget_list(st);
+        redraw_input(c);
+        return;
+    }
+    forget_list(st);
+    auto *found = static_cast<Candidates *>(calloc(1, sizeof(Candidates)));
+    if (!found) return;
+    ask(c, *found);
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    if (found->count == 0) {
+        drop(found);
+        return;
+    }
+    int from = cursor;
+    for (int i = 0; i < found->count; i++)
+        if (found->items[i].start < from) from = found->items[i].start;
+    // What all candidates share, counted from the earliest start.
+    const Stretch first = stretch(c, from, found->items[0]);
+    int common = first.size();
+    bool same = true;
+    for (int i = 1; i < found->count; i++) {
+        const Stretch s = stretch(c, from, found->items[i]);
+        int k = 0;
+        while (k < common && k < s.size() && s.at(k) == first.at(k)) k++;
+        same = same && k == common && s.size() == common;
+        common = k;
+    }
+    if (same || common > cursor - from) put_in(c, from, &first, common);
+    if (same)
+        drop(found);
+    else
+        st->pending = found; // a second Tab lists them
+}

@@ -1,0 +1,391 @@
+// Keys of the user's choice. Every action has a stable name, readline's
+// where readline has the same action, so a binding written for one program
+// reads the same here; key sequences and bindings files use readline's
+// notation for the same reason.
+#include "userkeys.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+
+#include "completion.h"
+#include "options.h"
+#include "actions.h"
+#include "console_record.h"
+#include "editkeys.h"
+#include "paste.h"
+#include "search.h"
+#include "vimode.h"
+
+namespace {
+
+struct NamedAction {
+    const char *name;
+    action_fn action;
+};
+
+// In the order term_actionNames() gives them. Names are for ever: a host's
+// bindings file must keep working.
+constexpr NamedAction kActions[] = {
+    {"abort", action_abandon_input},
+    {"accept-line", action_key_return},
+    {"backward-char", action_key_left},
+    {"backward-delete-char", action_key_backspace},
+    {"backward-kill-word", action_backward_kill_word},
+    {"backward-word", action_backward_word},
+    {"beginning-of-history", action_history_earliest},
+    {"beginning-of-line", action_key_home},
+    {"bracketed-paste-begin", action_paste_begin},
+    {"bracketed-paste-end", action_paste_end},
+    {"clear-screen", action_clear_screen},
+    {"complete", action_complete},
+    {"delete-char", action_key_delete},
+    {"delete-char-or-eof", action_delete_or_quit},
+    {"emacs-editing-mode", action_emacs_editing_mode},
+    {"end-of-history", action_history_latest},
+    {"end-of-line", action_key_end},
+    {"forward-char", action_key_right},
+    {"forward-search-history", action_search_forward},
+    {"forward-word", action_forward_word},
+    {"interrupt", action_abandon_input_ctrl_c},
+    {"kill-line", action_kill_to_end_of_line},
+    {"kill-word", action_kill_word},
+    {"next-history", action_key_down},
+    {"overwrite-mode", action_key_insert},
+    {"previous-history", action_key_up},
+    {"quoted-insert", action_quoted_insert},
+    {"reverse-search-history", action_search_backward},
+    {"self-insert", action_insert_char},
+    {"suspend", action_suspend_process},
+    {"transpose-chars", action_transpose},
+    {"undo", action_undo},
+    {"unix-line-discard", action_kill_line_start},
+    {"unix-word-rubout", action_unix_word_rubout},
+    {"vi-editing-mode", action_vi_editing_mode},
+    {"vi-insertion-mode", action_vi_insertion_mode},
+    {"vi-movement-mode", action_vi_movement_mode},
+    {"yank", action_yank},
+    {"yank-pop", action_yank_pop},
+};
+constexpr size_t kActionCount = sizeof kActions / sizeof kActions[0];
+
+struct Names {
+    const char *list[kActionCount + 1];
+    constexpr Names() : list{} {
+        for (size_t i = 0; i < kActionCount; i++) list[i] = kActions[i].name;
+    }
+};
+constexpr Names kNames;
+
+// Key names, as readline's init files spell them.
+struct KeyName {
+    const char *name;
+    char byte;
+};
+constexpr KeyName kKeyNames[] = {{"DEL", 127}, {"Rubout", 127}, {"ESC", 27},     {"Escape", 27},
+                                 {"LFD", 10},  {"Newline", 10}, {"RET", 13},     {"Return", 13},
+                                 {"SPC", ' '}, {"Space", ' '},  {"TAB", '\t'}};
+
+// One backslash escape of a quoted sequence, at text[i] just after the
+// backslash; answers the byte, with i past the escape.
+int escaped(const char *text, size_t n, size_t &i) {
+    const char ch = text[i++];
+    switch (ch) {
+    case 'e': return 27;
+    case 'a': return 7;
+    case 'b': return 8;
+    case 'd': return 127;
+    case 'f': return 12;
+    case 'n': return 10;
+    case 'r': return 13;
+    case 't': return 9;
+    case 'v': return 11;
+    case 'x': {
+        int v = 0, k = 0;
+        for (; k < 2 && i < n && isxdigit(static_cast<unsigned char>(text[i])); k++, i++)
+            v = v * 16 + (isdigit(static_cast<unsigned char>(text[i])) ? text[i] - '0' : (text[i] | 0x20) - 'a' + 10);
+        return k ? v : -1;
+    }
+    default:
+        if (ch >= '0' && ch <= '7') {
+            int v = ch - '0';
+            for (int k = 1; k < 3 && i < n && text[i] >= '0' && text[i] <= '7'; k++, i++) v = v * 8 + text[i] - '0';
+            return v;
+        }
+        return static_cast<unsigned char>(ch); // \\ \" \' and any other character as itself
+    }
+}
+
+// Control of a key: ? is Delete, anything else keeps its low five bits.
+int control(int byte) { return byte == '?' ? 127 : byte & 0x1F; }
+
+bool starts(const char *text, size_t n, const char *prefix) {
+    const size_t k = strlen(prefix);
+    return n >= k && strncasecmp(text, prefix, k) == 0;
+}
+
+} // namespace
+
+action_fn qv::action_named(const char *name) {
+    for (const NamedAction &a : kActions)
+        if (name && strcmp(a.name, name) == 0) return a.action;
+    return nullptr;
+}
+
+const char *const *qv::action_names() { return kNames.list; }
+
+keymap_entry *qv::keymap_named(const KeymapSet &maps, const char *name, const char **prefix) {
+    struct MapName {
+        const char *name;
+        keymap_entry *KeymapSet::*map;
+        const char *prefix;
+    };
+    static constexpr MapName kMaps[] = {
+        {"emacs", &KeymapSet::emacs, ""},           {"emacs-standard", &KeymapSet::emacs, ""},
+        {"emacs-meta", &KeymapSet::emacs, "\033"}, {"emacs-ctlx", &KeymapSet::emacs, "\030"},
+        {"vi", &KeymapSet::vi_command, ""},         {"vi-command", &KeymapSet::vi_command, ""},
+        {"vi-move", &KeymapSet::vi_command, ""},    {"vi-insert", &KeymapSet::vi_insert, ""},
+    };
+    if (!name) name = "emacs";
+    for (const MapName &m : kMaps) {
+        if (strcasecmp(name, m.name) != 0) continue;
+        *prefix = m.prefix;
+        return maps.*m.map;
+    }
+    return nullptr;
+}
+
+size_t qv::parse_keys(const char *text, size_t n, bool quoted, char *out, size_t size) {
+    size_t used = 0;
+    auto put = [&](int byte) {
+        if (byte <= 0 || byte > 255 || used + 1 >= size) return false;
+        out[used++] = static_cast<char>(byte);
+        return true;
+    };
+    size_t i = 0;
+    if (!quoted) {
+        // Modifiers, then a key name or one character.
+        bool ctrl = false, meta = false;
+        for (;;) {
+            if (starts(text + i, n - i, "Control-")) {
+                ctrl = true;
+                i += 8;
+            } else if (starts(text + i, n - i, "Meta-")) {
+                meta = true;
+                i += 5;
+            } else if (starts(text + i, n - i, "C-") && n - i > 2) {
+                ctrl = true;
+                i += 2;
+            } else if (starts(text + i, n - i, "M-") && n - i > 2) {
+                meta = true;
+                i += 2;
+            } else {
+                break;
+            }
+        }
+        int byte = -1;
+        for (const KeyName &k : kKeyNames)
+            if (n - i == strlen(k.name) && strncasecmp(text + i, k.name, n - i) == 0) byte = k.byte;
+        if (byte < 0 && n - i == 1) byte = static_cast<unsigned char>(text[i]);
+        if (byte < 0 || (meta && !put(27)) || !put(ctrl ? control(byte) : byte)) return 0;
+        out[used] = 0;
+        return used;
+    }
+    while (i < n) {
+        bool ctrl = false, meta = false;
+        while (i + 2 < n && text[i] == '\\' && (text[i + 1] == 'C' || text[i + 1] == 'M') && text[i + 2] == '-') {
+            (text[i + 1] == 'C' ? ctrl : meta) = true;
+            i += 3;
+        }
+        if (i >= n) return 0;
+        int byte;
+        if (text[i] == '\\' && i + 1 < n) {
+            i++;
+            byte = escaped(text, n, i);
+        } else {
+            byte = static_cast<unsigned char>(text[i++]);
+        }
+        if (byte < 0 || (meta && !put(27)) || !put(ctrl ? control(byte) : byte)) return 0;
+    }
+    if (used == 0) return 0;
+    out[used] = 0;
+    return used;
+}
+
+bool qv::bind_keys(keymap_entry *map, const char *keys, size_t n, action_fn action) {
+    if (!map || !keys || n == 0 || !action) return false;
+    if (n == 1) return keymap_bind_key(map, static_cast<unsigned char>(keys[0]), KM_FUNCTION, action) != 0;
+    return keymap_bind_key_sequence(map, keys, KM_FUNCTION, action) != 0;
+}
+
+namespace {
+
+// Where a bindings file stands: the key map bindings go to (a prefix for
+// readline's emacs-meta and emacs-ctlx maps), and the $if nesting.
+struct BindingsFile {
+    const qv::KeymapSet *maps;
+    keymap_entry *map;
+    const char *term;
+    bool vi;
+    const char *prefix = "";
+    static constexpr int kDepth = 16;
+    bool active[kDepth + 1] = {true};
+    bool taken[kDepth + 1] = {true}; // the branch of this level that applied
+    int depth = 0;
+};
+
+const char *skip_space(const char *p) {
+    while (*p == ' ' || *p == '\t') p++;
+    return p;
+}
+
+// A word up to whitespace, copied into out.
+const char *word(const char *p, char *out, size_t size) {
+    size_t k = 0;
+    while (*p && *p != ' ' && *p != '\t') {
+        if (k + 1 < size) out[k++] = *p;
+        p++;
+    }
+    out[k] = 0;
+    return p;
+}
+
+// "$if mode=emacs", "$if term=xterm": the terminal's name or the part of it
+// before its first '-'. Anything else (an application's name) is not this.
+bool condition_holds(const char *what, const char *term, bool vi) {
+    char key[16], value[64];
+    const char *eq = strchr(what, '=');
+    if (!eq) return false;
+    size_t k = static_cast<size_t>(eq - what);
+    while (k > 0 && (what[k - 1] == ' ' || what[k - 1] == '\t')) k--;
+    if (k >= sizeof key) return false;
+    memcpy(key, what, k);
+    key[k] = 0;
+    word(skip_space(eq + 1), value, sizeof value);
+    if (strcasecmp(key, "mode") == 0) return strcasecmp(value, vi ? "vi" : "emacs") == 0;
+    if (strcasecmp(key, "term") != 0 || !term) return false;
+    const size_t base = strcspn(term, "-");
+    return strcmp(term, value) == 0 || (strlen(value) == base && strncmp(term, value, base) == 0);
+}
+
+// A "$" line; answers why it is not understood, or NULL.
+const char *directive(BindingsFile &st, const char *p) {
+    char name[16];
+    p = skip_space(word(p, name, sizeof name));
+    if (strcmp(name, "$if") == 0) {
+        if (st.depth == BindingsFile::kDepth) return "$if nested too deep";
+        const bool holds = condition_holds(p, st.term, st.vi);
+        st.depth++;
+        st.active[st.depth] = st.active[st.depth - 1] && holds;
+        st.taken[st.depth] = holds;
+        return nullptr;
+    }
+    if (strcmp(name, "$else") == 0) {
+        if (st.depth == 0) return "$else without $if";
+        st.active[st.depth] = st.active[st.depth - 1] && !st.taken[st.depth];
+        st.taken[st.depth] = true;
+        return nullptr;
+    }
+    if (strcmp(name, "$endif") == 0) {
+        if (st.depth == 0) return "$endif without $if";
+        st.depth--;
+        return nullptr;
+    }
+    return "unknown directive";
+}
+
+const char *setting(BindingsFile &st, const char *p) {
+    char name[32], value[32];
+    word(skip_space(word(skip_space(p), name, sizeof name)), value, sizeof value);
+    if (strcasecmp(name, "editing-mode") == 0) {
+        // The mode's own map takes the bindings that follow, as in readline.
+        if (strcasecmp(value, "vi") != 0 && strcasecmp(value, "emacs") != 0) return "unknown editing mode";
+        st.vi = strcasecmp(value, "vi") == 0;
+        st.map = st.vi ? st.maps->vi_insert : st.maps->emacs;
+        st.prefix = "";
+        return nullptr;
+    }
+    if (strcasecmp(name, "show-mode-in-prompt") == 0) {
+        if (strcasecmp(value, "on") != 0 && strcasecmp(value, "off") != 0) return "not on or off";
+        qv::set_option(TERM_OPTION_VI_SHOW_MODE, strcasecmp(value, "on") == 0);
+        return nullptr;
+    }
+    if (strcasecmp(name, "keymap") != 0) return "unknown setting";
+    const char *prefix = "";
+    keymap_entry *map = qv::keymap_named(*st.maps, value, &prefix);
+    if (!map) return "unknown key map";
+    st.map = map;
+    st.prefix = prefix;
+    return nullptr;
+}
+
+// "keys": action or Key-name: action.
+const char *binding(BindingsFile &st, const char *p) {
+    const bool quoted = *p == '"';
+    const char *start = quoted ? p + 1 : p, *end = start;
+    if (quoted) {
+        while (*end && *end != '"') end += end[0] == '\\' && end[1] ? 2 : 1;
+        if (*end != '"') return "no closing quote";
+    } else {
+        while (*end && *end != ':' && *end != ' ' && *end != '\t') end++;
+    }
+    const char *colon = skip_space(quoted ? end + 1 : end);
+    if (*colon != ':') return "no ':' after the keys";
+    const char *value = skip_space(colon + 1);
+    if (*value == '"' || *value == '\'') return "macros are not supported";
+    char action[64];
+    const char *rest = skip_space(word(value, action, sizeof action));
+    if (*rest && *rest != '#') return "text after the action";
+    const action_fn fn = qv::action_named(action);
+    if (!fn) return "unknown action";
+    char keys[64];
+    const size_t plen = strlen(st.prefix);
+    memcpy(keys, st.prefix, plen);
+    const size_t n = qv::parse_keys(start, static_cast<size_t>(end - start), quoted, keys + plen, sizeof keys - plen);
+    if (n == 0) return "keys that cannot be read";
+    return qv::bind_keys(st.map, keys, plen + n, fn) ? nullptr : "no memory for the binding";
+}
+
+} // namespace
+
+int qv::read_bindings(const KeymapSet &maps, const char *path, const char *term, bool *vi, BindingsReport report,
+                      void *user) {
+    FILE *f = path ? fopen(path, "re") : nullptr;
+    if (!f) return -1;
+    BindingsFile st;
+    st.maps = &maps;
+    st.vi = *vi;
+    st.map = st.vi ? maps.vi_insert : maps.emacs;
+    st.term = term;
+    int reported = 0, number = 0;
+    char *line = nullptr;
+    size_t cap = 0;
+    ssize_t len;
+    while ((len = getline(&line, &cap, f)) >= 0) {
+        number++;
+        while (len > 0 && (line[len - 1] == '\n' || line[len - 1] == '\r')) line[--len] = 0;
+        const char *p = skip_space(line);
+        if (*p == 0 || *p == '#') continue;
+        const char *why = nullptr;
+        if (*p == '$')
+            why = directive(st, p);
+        else if (!st.active[st.depth])
+            continue;
+        else if (strncmp(p, "set", 3) == 0 && (p[3] == ' ' || p[3] == '\t'))
+            why = setting(st, p + 3);
+        else
+            why = binding(st, p);
+        if (why) {
+            reported++;
+            if (report) report(user, number, p, why);
+        }
+    }
+    free(line);
+    // A directory opens, but reads nothing: as unreadable as a missing file.
+    const bool failed = ferror(f) != 0;
+    fclose(f);
+    *vi = st.vi;
+    return failed ? -1 : reported;
+}

@@ -1,0 +1,500 @@
+// Key input: the line-reading entry, the steps of an edit (the bytes the
+// terminal has, decoded into keys and handed to the engine), the blocking
+// read as a loop over those steps, and single key reads.
+#include "input.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdint>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "console.h"
+#include "engine.h"
+#include "keydecode.h"
+#include "options.h"
+#include "output.h"
+#include "printer.h"
+#include "render.h"
+#include "sgr.h"
+#include "text.h"
+#include "ttymode.h"
+#include "vimode.h"
+
+namespace {
+
+// Key bytes taken from the terminal and not used yet. A burst (a paste, the
+// bytes of one key) comes in with one read; what a line read leaves over
+// waits here, in order, for the next read or term_getChar.
+constexpr size_t kInputSize = 8192;
+unsigned char input_buffer[kInputSize];
+size_t input_head = 0, input_tail = 0;
+unsigned long fills = 0; // reads that brought bytes
+
+bool buffered() { return input_head < input_tail; }
+
+// The byte just taken was not used: it is the next key.
+void push_back() { input_head--; }
+
+// Answers from next_byte besides a byte.
+constexpr int kEnded = -1;    // the read must end; the status says why
+constexpr int kTimedOut = -2; // no byte within the time asked for
+
+// The idle rhythm, and how long a key sequence may pause between its bytes
+// before it counts as finished: a lone ESC must not wait for ever, yet the
+// bytes of one key press arrive well within this.
+constexpr long kIdleMicros = 50000;
+constexpr int kSequenceTicks = 2;
+
+// Bracketed paste for the length of one line read, when the host wants it
+// and the terminal can: on at the start, off on every path out.
+class PasteBrackets {
+  public:
+    PasteBrackets() : on_(qv::option(TERM_OPTION_BRACKETED_PASTE) && qv::paste_bracketing(true)) {
+        if (on_) qv::session_on_exit(qv::terminal_key("BD"));
+        active = on_;
+    }
+    ~PasteBrackets() { end(); }
+    void end() {
+        if (on_) qv::paste_bracketing(false);
+        on_ = active = false;
+        qv::session_on_exit(nullptr);
+    }
+    PasteBrackets(const PasteBrackets &) = delete;
+    PasteBrackets &operator=(const PasteBrackets &) = delete;
+    static bool active; // a stop and continue must turn it on again
+
+  private:
+    bool on_;
+};
+
+bool PasteBrackets::active = false;
+
+// Takes everything the terminal has ready, up to the buffer's size, without
+// waiting: 1 when bytes came, 0 when none are ready, kEnded on an error.
+int fill(console *c) {
+    const int fd = fileno(stdin);
+    int ready = 0;
+    if (ioctl(fd, FIONREAD, &ready) != 0 || ready <= 0) return 0;
+    for (;;) {
+        const ssize_t r = read(fd, input_buffer, kInputSize);
+        if (r > 0) {
+            input_head = 0;
+            input_tail = static_cast<size_t>(r);
+            fills++;
+            return 1;
+        }
+        if (r < 0 && errno == EINTR) continue;
+        c->status = ST_IOERROR;
+        c->error = r < 0 ? errno : 0;
+        return kEnded;
+    }
+}
+
+// Whole lines as raw mode needs them ended.
+void write_lines(console *c, const char *text, size_t n) {
+    size_t from = 0;
+    for (size_t i = 0; i < n; i++) {
+        if (text[i] != '\n') continue;
+        fwrite(text + from, 1, i - from, stdout);
+        console_newline(c);
+        from = i + 1;
+    }
+    fflush(stdout);
+}
+
+// The reads of the print channel: prints wait in its queue from before the
+// terminal is raw until after it is the host's again.
+class PrintGuard {
+  public:
+    PrintGuard() { qv::printer_begin_read(); }
+    ~PrintGuard() { qv::printer_end_read(); }
+    PrintGuard(const PrintGuard &) = delete;
+    PrintGuard &operator=(const PrintGuard &) = delete;
+};
+
+// Draws what other threads printed: above the input of a line read, or
+// where the cursor is during a single-key read; false
+// (the status says why) when a wake-up ends the read.
+bool serve_printer(console *c, bool line) {
+    if (qv::printer_take_wake()) {
+        c->status = ST_WOKEN;
+        c->error = 0;
+        return false;
+    }
+    size_t n = 0;
+    std::unique_ptr<char, decltype(&free)> text(qv::printer_take(&n), &free);
+    if (text && line) qv::render_above(c, text.get(), n);
+    if (text && !line) write_lines(c, text.get(), n);
+    return true;
+}
+
+// What a wait saw.
+enum Wait : int { kReady, kIdle, kFailed };
+
+// Waits up to one idle period for a key byte, a signal or a print: kIdle
+// when the period passed with nothing, kFailed when waiting failed (the
+// status says why). A signal never ends a read: once the host's handler has
+// run, the caller goes on.
+Wait wait_input(console *c) {
+    const int fd = fileno(stdin), wake = qv::session_wake_fd(), prints = qv::printer_fd();
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    if (wake >= 0) FD_SET(wake, &set);
+    if (prints >= 0) FD_SET(prints, &set);
+    int top = fd > wake ? fd : wake;
+    if (prints > top) top = prints;
+    struct timeval tv = {0, kIdleMicros};
+    const int r = select(top + 1, &set, nullptr, nullptr, &tv);
+    if (r < 0 && errno == EINTR) return kReady;
+    if (r < 0) {
+        c->status = ST_IOERROR;
+        c->error = errno;
+        return kFailed;
+    }
+    return r == 0 ? kIdle : kReady;
+}
+
+// An idle period has passed: onIdle has its say, inside a key sequence too,
+// so a host's stop is never held up by a key. False once reading stops.
+bool idle_tick(console *c) {
+    if (c->callbacks.onIdle) {
+        const int answer = c->callbacks.onIdle();
+        if (answer == 1) c->terminate = 1;
+        if (answer == 2) c->cancel = 1;
+    }
+    return !c->terminate && !c->cancel;
+}
+
+bool stopped(console *c) {
+    if (!c->terminate && !c->cancel) return false;
+    c->status = ST_STOPPED;
+    c->error = 0;
+    return true;
+}
+
+// Takes what the terminal has: 1 when bytes came, 0 when none are ready,
+// kEnded (the status says why) when the input failed or ended. Readable
+// without a byte is the end of a pipe or file, or a hang-up.
+int take_input(console *c) {
+    int got = fill(c);
+    if (got != 0) return got;
+    struct pollfd p = {fileno(stdin), POLLIN, 0};
+    if (poll(&p, 1, 0) <= 0 || !(p.revents & (POLLIN | POLLHUP))) return 0;
+    got = fill(c);
+    if (got != 0) return got;
+    c->status = ST_EOF;
+    c->error = 0;
+    return kEnded;
+}
+
+// After a stop or a resize the terminal is taken back and, in a line read,
+// the input drawn again.
+void resume(console *c, bool line) {
+    const int event = qv::session_resume();
+    if ((event & qv::kContinued) && PasteBrackets::active) qv::paste_bracketing(true);
+    if ((event & qv::kContinued) && line) qv::render_redraw_all(c);
+    if ((event & qv::kResized) && line) qv::render_resize(c);
+}
+
+// The next byte of a single-key read. ticks > 0 gives up after that many
+// idle periods without one; 0 waits for ever.
+int next_byte(console *c, int ticks) {
+    // A wake-up ends the read before any key still waiting: those wait on
+    // for the next read.
+    if (qv::printer_wake_pending() && !serve_printer(c, false)) return kEnded;
+    if (buffered()) return input_buffer[input_head++];
+    for (int idle = 0;;) {
+        if (stopped(c)) return kEnded;
+        resume(c, false);
+        if (!serve_printer(c, false)) return kEnded;
+        const int got = take_input(c);
+        if (got > 0) return input_buffer[input_head++];
+        if (got < 0) return kEnded;
+        const Wait w = wait_input(c);
+        if (w == kFailed) return kEnded;
+        if (w == kIdle && idle_tick(c) && ticks > 0 && ++idle >= ticks) return kTimedOut;
+    }
+}
+
+bool read_over(const console *c) { return qv::engine_over(c); }
+
+// The keys among the bytes read, decoded and handled in turn; more keys
+// waiting make a burst, painted once when it is used up.
+void take_keys(console *c) {
+    qv::KeyDecoder &keys = qv::engine_keys(c);
+    const bool utf8 = qv::option(TERM_OPTION_UTF8_INPUT) != 0;
+    while (buffered() && !read_over(c)) {
+        // A wake-up ends the read before any key still waiting: those wait
+        // on for the next read.
+        if (qv::printer_wake_pending() && !serve_printer(c, true)) return;
+        const qv::DecodedKey k = keys.feed(qv::engine_keymap(c), input_buffer[input_head++], utf8);
+        if (k.again) push_back();
+        if (k.kind == qv::DecodedKey::kKey) qv::engine_key(c, k.action, k.arg, buffered());
+        else if (k.kind == qv::DecodedKey::kText) qv::engine_key(c, action_insert_char, k.arg, buffered());
+    }
+}
+
+// One step of an edit: a stop, a resize, prints and a wake-up served, then
+// whatever the terminal has read handled; idle: an idle period passed with
+// nothing. True once the read is over (the status says how).
+bool edit_step(console *c, bool idle) {
+    if (read_over(c)) {
+        stopped(c);
+        return true;
+    }
+    resume(c, true);
+    if (!serve_printer(c, true)) return true;
+    // Keys an earlier read left over come first; fresh bytes only once
+    // they are used up.
+    const int got = buffered() ? 1 : take_input(c);
+    if (got < 0) return true;
+    if (got > 0) {
+        take_keys(c);
+    } else if (idle) {
+        if (!idle_tick(c)) return stopped(c);
+        const qv::DecodedKey k = qv::engine_keys(c).pause();
+        if (k.kind == qv::DecodedKey::kKey) qv::engine_key(c, k.action, k.arg, false);
+    }
+    if (!buffered()) qv::engine_flush(c);
+    if (c->terminate || c->cancel) return stopped(c);
+    return read_over(c);
+}
+
+// The library's own wait: edit steps until the read is over, waiting for
+// input between them, the same steps a host's loop takes.
+void run_steps(console *c) {
+    bool idle = false;
+    while (!edit_step(c, idle)) {
+        const Wait w = wait_input(c);
+        if (w == kFailed) return;
+        idle = w == kIdle;
+    }
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// An edit: one line read, from its start to its end, whether the library
+// waits for the keys (term_getLine) or the host does (term_editFeed).
+
+namespace {
+
+using Steady = std::chrono::steady_clock;
+
+// Everything a read holds while it runs, given back in the opposite order:
+// the print queue outlasts the raw mode, so what was printed during the
+// read is written once the terminal is the host's again.
+struct Edit {
+    explicit Edit(console *c) : session(c) {}
+    PrintGuard prints;
+    qv::ReadSession session;
+    std::unique_ptr<wchar_t, decltype(&free)> prompt{nullptr, &free};
+    std::unique_ptr<uint32_t, decltype(&free)> prompt_styles{nullptr, &free};
+    PasteBrackets brackets;
+    int poll_fd = -1; // the terminal, the signal pipe and the print pipe
+    Steady::time_point last_event;
+};
+
+// One terminal, so at most one edit at a time.
+Edit *the_edit = nullptr;
+
+constexpr auto kIdlePeriod = std::chrono::microseconds(kIdleMicros);
+
+void watch(int poll_fd, int fd) {
+    if (fd < 0) return;
+    struct epoll_event ev {};
+    ev.events = EPOLLIN;
+    ev.data.fd = fd;
+    epoll_ctl(poll_fd, EPOLL_CTL_ADD, fd, &ev);
+}
+
+} // namespace
+
+bool qv::edit_begin(console *c, const char *prompt) {
+    if (the_edit) return false;
+    the_edit = new (std::nothrow) Edit(c);
+    if (!the_edit) {
+        c->status = ST_NOMEMORY;
+        return false;
+    }
+    cursor_reset(c);
+    if (prompt && *prompt) the_edit->prompt.reset(cp2wchar(c, prompt, nullptr));
+    if (the_edit->prompt) the_edit->prompt_styles.reset(qv::take_styles(the_edit->prompt.get()));
+    c->prompt = the_edit->prompt ? the_edit->prompt.get() : L"";
+    c->styled_prompt = c->prompt;
+    c->prompt_styles = the_edit->prompt_styles.get();
+    the_edit->last_event = Steady::now();
+    engine_begin(c);
+    return true;
+}
+
+bool qv::edit_feed(console *c) {
+    Edit *e = the_edit;
+    if (!e) return true;
+    // An idle period is one that passed since anything last happened.
+    const Steady::time_point now = Steady::now();
+    const bool idle = now - e->last_event >= kIdlePeriod;
+    const unsigned long before = fills;
+    const bool over = edit_step(c, idle);
+    if (idle || fills != before) e->last_event = now;
+    return over;
+}
+
+void qv::edit_end(console *c) {
+    Edit *e = the_edit;
+    if (!e) return;
+    engine_end(c);
+    e->brackets.end();
+    c->prompt = L"";
+    c->styled_prompt = nullptr;
+    c->prompt_styles = nullptr;
+    if (e->poll_fd >= 0) close(e->poll_fd);
+    the_edit = nullptr;
+    delete e;
+    // Raised only once the terminal is the user's again, so that a host
+    // without a handler dies leaving a working terminal.
+    if (c->status == ST_INTERRUPTED && c->sigint) raise(SIGINT);
+}
+
+size_t qv::input_push(const char *bytes, size_t n) {
+    if (input_head > 0) {
+        memmove(input_buffer, input_buffer + input_head, input_tail - input_head);
+        input_tail -= input_head;
+        input_head = 0;
+    }
+    if (n > kInputSize - input_tail) n = kInputSize - input_tail;
+    memcpy(input_buffer + input_tail, bytes, n);
+    input_tail += n;
+    return n;
+}
+
+void qv::edit_redraw(console *c, bool fresh) {
+    if (!the_edit) return;
+    if (fresh) {
+        cursor_reset(c);
+        if (!render_start_input(c)) return;
+    }
+    render(c, 0, false, vi_cursor_shape(c));
+}
+
+int qv::edit_fd() {
+    Edit *e = the_edit;
+    if (!e) return -1;
+    if (e->poll_fd < 0) {
+        e->poll_fd = epoll_create1(EPOLL_CLOEXEC);
+        if (e->poll_fd < 0) return -1;
+        watch(e->poll_fd, fileno(stdin));
+        watch(e->poll_fd, session_wake_fd());
+        watch(e->poll_fd, printer_fd());
+    }
+    return e->poll_fd;
+}
+
+int qv::edit_timeout(const console *c) {
+    Edit *e = the_edit;
+    if (!e) return -1;
+    const int due = engine_paint_due(c);
+    if (!c->callbacks.onIdle && !engine_keys(const_cast<console *>(c)).pending()) return due;
+    const auto left = e->last_event + kIdlePeriod - Steady::now();
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
+    const int idle = ms < 0 ? 0 : static_cast<int>(ms) + 1;
+    return due >= 0 && due < idle ? due : idle;
+}
+
+// ---------------------------------------------------------------------------
+// Line reading
+
+void console_get_cursor(console *c, int *row, int *col) {
+    *row = c->screen.input.cur.pos.y;
+    *col = c->screen.input.cur.pos.x;
+}
+
+void console_read_line(console *c, const char *prompt) {
+    if (!console_init_editor(c)) {
+        c->status = ST_NOBUFFER;
+        return;
+    }
+    if (c->flags & FLAG_NONINTERACTIVE) {
+        PrintGuard prints;
+        qv::ReadSession session(c);
+        cursor_reset(c);
+        read_input_noninteractive(c);
+        return;
+    }
+    if (!qv::edit_begin(c, prompt)) return;
+    run_steps(c);
+    qv::edit_end(c);
+}
+
+void read_input_noninteractive(console *c) {
+    for (;;) {
+        unsigned char byte;
+        if (fread(&byte, 1, 1, stdin) != 1) break;
+        if (buffer_resize(c, 1) == 0) return;
+        *c->editor.cursor++ = byte;
+        c->editor.lastchar = c->editor.cursor;
+    }
+    if (feof(stdin)) {
+        c->status = ST_DONE;
+        *c->editor.cursor = 0;
+        clearerr(stdin);
+    } else if (ferror(stdin)) {
+        c->status = ST_IOERROR;
+        c->error = ferror(stdin);
+        clearerr(stdin);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// The interactive input loop
+
+// The interactive loop on its own, for a caller that has set the terminal
+// up itself: the same steps as every read.
+void read_input(console *c) {
+    qv::engine_begin(c);
+    run_steps(c);
+    qv::engine_end(c);
+}
+
+int GetChar(console *c) {
+    const int b = next_byte(c, 0);
+    return b < 0 ? -1 : b;
+}
+
+action_fn process_keyboard_events(console *c, const keymap_entry *map) {
+    qv::KeyDecoder keys;
+    keys.begin_sequence(map, 0);
+    for (;;) {
+        const int b = next_byte(c, kSequenceTicks);
+        if (b < 0) return nullptr;
+        const qv::DecodedKey k = keys.feed(map, b, false);
+        if (k.kind != qv::DecodedKey::kMore) return k.action;
+    }
+}
+
+void console_get_char(console *c, int) {
+    if (!console_init_editor(c)) {
+        c->status = ST_NOBUFFER;
+        return;
+    }
+    PrintGuard prints;
+    qv::ReadSession session(c);
+    const int key = GetChar(c);
+    if (key == -1) return; // the status says why
+    session.end();
+    c->editor.buffer[0] = static_cast<wchar_t>(key);
+    c->editor.lastchar = c->editor.buffer + 1;
+    c->status = ST_DONE;
+}

@@ -1,0 +1,532 @@
+// Terminal output: the terminfo set-up, the capability cache, cursor motion
+// and drawing. Capability strings go out through tputs with char_to_terminal
+// as the sink; a capability is sent only when it is neither UNDEF nor
+// MISSING.
+#include "output.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <curses.h>
+#include <term.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "text.h"
+
+int UNDEF = -1;
+int MISSING = 0;
+int t_auto_right_margin = 0;
+int t_has_meta_key = 0;
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// Capability cache: exactly what tigetstr answered, sentinels included.
+
+char *t_clr_eos, *t_clr_eol, *t_clr_bol, *t_bell, *t_flash_screen, *t_clear_screen,
+    *t_enter_delete_mode, *t_exit_delete_mode, *t_delete_character, *t_parm_dch,
+    *t_enter_insert_mode, *t_exit_insert_mode, *t_insert_character, *t_insert_padding,
+    *t_parm_ich, *t_pad_char, *t_cursor_visible, *t_cursor_normal, *t_cursor_up, *t_cursor_down,
+    *t_cursor_left, *t_cursor_right, *t_cursor_up_parm, *t_cursor_down_parm, *t_cursor_left_parm,
+    *t_cursor_right_parm, *t_cursor_to_ll, *t_cursor_home, *t_column_address, *t_carriage_return,
+    *t_key_home, *t_key_ll, *t_key_dc, *t_key_ic, *t_key_down, *t_key_left, *t_key_right,
+    *t_key_up, *t_keypad_local, *t_keypad_xmit, *t_parm_index, *t_parm_rindex, *t_insert_line,
+    *t_delete_line, *t_parm_delete_line, *t_enter_bold_mode, *t_exit_attribute_mode, *t_meta_on,
+    *t_meta_off;
+
+struct Capability {
+    char **var;
+    const char *name;
+};
+
+// Looked up in this order.
+const Capability kCapabilities[] = {
+    {&t_clr_eos, "ed"},
+    {&t_clr_eol, "el"},
+    {&t_clr_bol, "el1"},
+    {&t_bell, "bel"},
+    {&t_flash_screen, "flash"},
+    {&t_clear_screen, "clear"},
+    {&t_enter_delete_mode, "smdc"},
+    {&t_exit_delete_mode, "rmdc"},
+    {&t_delete_character, "dch1"},
+    {&t_parm_dch, "dch"},
+    {&t_enter_insert_mode, "smir"},
+    {&t_exit_insert_mode, "rmir"},
+    {&t_insert_character, "ich1"},
+    {&t_insert_padding, "ip"},
+    {&t_parm_ich, "ich"},
+    {&t_pad_char, "pad"},
+    {&t_cursor_visible, "cvvis"},
+    {&t_cursor_normal, "cnorm"},
+    {&t_cursor_up, "cuu1"},
+    {&t_cursor_down, "cud1"},
+    {&t_cursor_left, "cub1"},
+    {&t_cursor_right, "cuf1"},
+    {&t_cursor_up_parm, "cuu"},
+    {&t_cursor_down_parm, "cud"},
+    {&t_cursor_left_parm, "cub"},
+    {&t_cursor_right_parm, "cuf"},
+    {&t_cursor_to_ll, "ll"},
+    {&t_cursor_home, "home"},
+    {&t_column_address, "hpa"},
+    {&t_carriage_return, "cr"},
+    {&t_key_home, "khome"},
+    {&t_key_ll, "kll"},
+    {&t_key_dc, "kdch1"},
+    {&t_key_ic, "kich1"},
+    {&t_key_down, "kcud1"},
+    {&t_key_left, "kcub1"},
+    {&t_key_right, "kcuf1"},
+    {&t_key_up, "kcuu1"},
+    {&t_keypad_local, "rmkx"},
+    {&t_keypad_xmit, "smkx"},
+    {&t_parm_index, "indn"},
+    {&t_parm_rindex, "rin"},
+    {&t_insert_line, "il1"},
+    {&t_delete_line, "dl1"},
+    {&t_parm_delete_line, "dl"},
+    {&t_enter_bold_mode, "bold"},
+    {&t_exit_attribute_mode, "sgr0"},
+    {&t_meta_on, "smm"},
+    {&t_meta_off, "rmm"},
+};
+static_assert(sizeof(kCapabilities) / sizeof(kCapabilities[0]) == 49, "49 capabilities");
+
+// Until a terminal is set up every capability reads as "not a string".
+struct CacheInit {
+    CacheInit() {
+        for (const Capability &cap : kCapabilities) *cap.var = reinterpret_cast<char *>(-1);
+    }
+} cache_init;
+
+// Whether a terminal description was loaded at all. Without one, a carriage
+// return is the one motion every terminal is sure to understand.
+bool described = false;
+
+// The capabilities styles take, looked up once per terminal: a paint may
+// change style at every word.
+struct StyleCaps {
+    bool loaded = false;
+    const char *sgr0, *setaf, *setab;
+    const char *flag[5]; // bold, dim, sitm, smul, rev
+    int palette;
+    char *colour[2][256]; // setaf and setab for each index, formatted when first used
+};
+StyleCaps style_caps;
+
+void forget_style_caps() {
+    for (auto &kind : style_caps.colour)
+        for (char *&s : kind) {
+            free(s);
+            s = nullptr;
+        }
+    style_caps.loaded = false;
+}
+
+bool available(const char *s) {
+    const auto v = reinterpret_cast<intptr_t>(s);
+    return v != static_cast<intptr_t>(UNDEF) && v != static_cast<intptr_t>(MISSING);
+}
+
+void get_terminal_capabilities(struct console *) {
+    for (const Capability &cap : kCapabilities) *cap.var = tigetstr(cap.name);
+    forget_style_caps();
+    t_auto_right_margin = (tigetflag("am") != 0 && tigetflag("xenl") != 0) ? 1 : 0;
+    t_has_meta_key = tigetflag("km") != 0 ? 1 : 0;
+}
+
+} // namespace
+
+const char *qv::terminal_key(const char *name) {
+    for (const Capability &cap : kCapabilities)
+        if (strcmp(cap.name, name) == 0) return available(*cap.var) ? *cap.var : nullptr;
+    // An extended capability (PS, BE, ...), straight from the description.
+    if (!described) return nullptr;
+    char *value = tigetstr(name);
+    return available(value) ? value : nullptr;
+}
+
+
+namespace {
+
+constexpr uint32_t kColourMask = 0x1FFu;
+constexpr uint32_t kFlags = TERM_BOLD | TERM_DIM | TERM_ITALIC | TERM_UNDERLINE | TERM_REVERSE;
+
+constexpr uint32_t kFlagBits[5] = {TERM_BOLD, TERM_DIM, TERM_ITALIC, TERM_UNDERLINE, TERM_REVERSE};
+
+const StyleCaps &caps() {
+    StyleCaps &s = style_caps;
+    if (s.loaded) return s;
+    static constexpr const char *kNames[5] = {"bold", "dim", "sitm", "smul", "rev"};
+    s.sgr0 = qv::terminal_key("sgr0");
+    s.setaf = qv::terminal_key("setaf");
+    s.setab = qv::terminal_key("setab");
+    for (int i = 0; i < 5; i++) s.flag[i] = qv::terminal_key(kNames[i]);
+    s.palette = described ? tigetnum("colors") : 0;
+    if (s.palette < 0) s.palette = 0;
+    s.loaded = true;
+    return s;
+}
+
+// A palette index the terminal can show: a bright colour past an 8-colour
+// palette becomes its basic one; anything else past the palette, none.
+int showable(int n) {
+    const int palette = caps().palette;
+    if (n < palette) return n;
+    return n >= 8 && n < 16 && palette >= 8 ? n - 8 : -1;
+}
+
+// A style capability: as it stands, unless it asks for padding, which only
+// tputs knows how to give.
+void put_style(const char *cap) {
+    if (strchr(cap, '$'))
+        tputs(cap, 1, char_to_terminal);
+    else
+        fputs(cap, stdout);
+}
+
+// A colour (kind 0: setaf, 1: setab) when the terminal has it: answers the
+// colour part of the style the pen then has.
+uint32_t put_colour(int kind, uint32_t colour) {
+    if (colour == 0) return 0;
+    const int n = showable(static_cast<int>(colour) - 1);
+    const char *cap = kind ? caps().setab : caps().setaf;
+    if (n < 0 || !cap) return 0;
+    char *&formatted = style_caps.colour[kind][n];
+    if (!formatted) formatted = strdup(tiparm(cap, n));
+    put_style(formatted ? formatted : tiparm(cap, n));
+    return static_cast<uint32_t>(n) + 1;
+}
+
+} // namespace
+
+uint32_t qv::terminal_style(uint32_t from, uint32_t to) {
+    if (from == to) return to;
+    const StyleCaps &s = caps();
+    // Without a way back to plain text, nothing is drawn in colour at all.
+    if (!s.sgr0) return 0;
+    const uint32_t fg = to & kColourMask, bg = (to >> 9) & kColourMask;
+    const bool reset = (from & kFlags & ~to) || ((from & kColourMask) && !fg) || (((from >> 9) & kColourMask) && !bg);
+    if (reset) {
+        put_style(s.sgr0);
+        from = 0;
+    }
+    uint32_t now = from & kFlags;
+    for (int i = 0; i < 5; i++) {
+        if (!(to & kFlagBits[i]) || (now & kFlagBits[i]) || !s.flag[i]) continue;
+        put_style(s.flag[i]);
+        now |= kFlagBits[i];
+    }
+    uint32_t colours = from & (kColourMask | (kColourMask << 9));
+    if (fg && fg != (from & kColourMask)) colours = (colours & ~kColourMask) | put_colour(0, fg);
+    if (bg && bg != ((from >> 9) & kColourMask)) colours = (colours & kColourMask) | (put_colour(1, bg) << 9);
+    return now | colours;
+}
+
+bool qv::erase_screen() {
+    if (!available(t_clear_screen)) return false;
+    tputs(t_clear_screen, 1, char_to_terminal);
+    return true;
+}
+
+namespace {
+// The cursor is at the start of a row a line feed reached, the library's
+// own or, before the library wrote anything, the one that ran the program;
+// nothing written since. Written from whichever thread holds the console;
+// read at the start of a read.
+std::atomic<bool> row_fresh{true};
+
+// A terminal mode's sequence: it moves nothing, so a fresh row stays fresh.
+void put_mode(const char *sequence) {
+    const bool fresh = row_fresh.load(std::memory_order_relaxed);
+    tputs(sequence, 1, char_to_terminal);
+    fflush(stdout);
+    if (fresh) row_fresh.store(true, std::memory_order_relaxed);
+}
+
+} // namespace
+
+bool qv::terminal_row_fresh() { return row_fresh.load(std::memory_order_relaxed); }
+
+void qv::terminal_row_used() { row_fresh.store(false, std::memory_order_relaxed); }
+
+bool qv::paste_bracketing(bool on) {
+    const char *enable = qv::terminal_key("BE"), *disable = qv::terminal_key("BD");
+    if (!enable || !disable || !qv::terminal_key("PS") || !qv::terminal_key("PE")) return false;
+    put_mode(on ? enable : disable);
+    return true;
+}
+
+namespace {
+int shown_shape = 0; // the cursor shape set through Ss; 0: the terminal's own
+}
+
+void qv::cursor_shape(int shape) {
+    if (shape == shown_shape) return;
+    const char *set = qv::terminal_key("Ss"), *reset = qv::terminal_key("Se");
+    if (!set) return;
+    if (shape == 0 && !reset) return;
+    put_mode(shape ? tiparm(set, shape) : reset);
+    shown_shape = shape;
+}
+
+bool qv::terminal_can_paint() {
+    const bool up = available(t_cursor_up) || available(t_cursor_up_parm);
+    const bool left = available(t_cursor_left) || available(t_cursor_left_parm);
+    const bool right = available(t_cursor_right) || available(t_cursor_right_parm);
+    return up && left && (available(t_column_address) || (available(t_carriage_return) && right));
+}
+
+bool qv::terminal_size(int *rows, int *cols) {
+    struct winsize ws {};
+    if (ioctl(fileno(stdout), TIOCGWINSZ, &ws) != 0 || ws.ws_row == 0 || ws.ws_col == 0) return false;
+    *rows = ws.ws_row;
+    *cols = ws.ws_col;
+    return true;
+}
+
+bool qv::clear_to_end_of_screen() {
+    if (!available(t_clr_eos)) return false;
+    tputs(t_clr_eos, 1, char_to_terminal);
+    return true;
+}
+
+bool qv::can_clear_to_end_of_line() { return available(t_clr_eol); }
+
+bool qv::clear_to_end_of_line() {
+    if (!available(t_clr_eol)) return false;
+    tputs(t_clr_eol, 1, char_to_terminal);
+    return true;
+}
+
+// Opens n blank cells at the cursor, pushing the rest of the row right and
+// off its end: with one parameterised capability, or one cell at a time
+// when there are few.
+bool qv::insert_cells(int n) {
+    if (n <= 0) return true;
+    if (available(t_parm_ich)) {
+        tputs(tiparm(t_parm_ich, n), n, char_to_terminal);
+    } else if (available(t_insert_character) && n <= 4) {
+        for (int i = 0; i < n; i++) tputs(t_insert_character, 1, char_to_terminal);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+// Deletes n cells at the cursor, pulling the rest of the row left; blanks
+// come in at its end.
+bool qv::delete_cells(int n) {
+    if (n <= 0) return true;
+    const bool many = available(t_parm_dch);
+    if (!many && !(available(t_delete_character) && n <= 4)) return false;
+    if (available(t_enter_delete_mode)) tputs(t_enter_delete_mode, 1, char_to_terminal);
+    if (many) {
+        tputs(tiparm(t_parm_dch, n), n, char_to_terminal);
+    } else {
+        for (int i = 0; i < n; i++) tputs(t_delete_character, 1, char_to_terminal);
+    }
+    if (available(t_exit_delete_mode)) tputs(t_exit_delete_mode, 1, char_to_terminal);
+    return true;
+}
+
+bool qv::terminal_reflows() {
+    static const char *const kMarkers[] = {"TMUX", "VTE_VERSION", "KITTY_WINDOW_ID", "WT_SESSION",
+                                           "KONSOLE_VERSION", "ALACRITTY_WINDOW_ID"};
+    for (const char *name : kMarkers)
+        if (getenv(name)) return true;
+    const char *program = getenv("TERM_PROGRAM");
+    if (!program) return false;
+    static const char *const kPrograms[] = {"iTerm.app", "WezTerm", "vscode", "Apple_Terminal"};
+    for (const char *name : kPrograms)
+        if (strcmp(program, name) == 0) return true;
+    return false;
+}
+
+// ---------------------------------------------------------------------------
+// Set-up
+
+namespace {
+
+// The description this library loaded. A later set-up (term_init after
+// term_destroy) releases it first, so repeated set-ups do not pile up copies.
+TERMINAL *own_terminal = nullptr;
+
+// The size comes from the description (ncurses consults the kernel's window
+// size there). Without a description it comes from the kernel, and a
+// terminal that reports none gets the classic 80 by 24.
+void size_without_description(int *rows, int *cols) {
+    struct winsize ws {};
+    const bool known = ioctl(fileno(stdout), TIOCGWINSZ, &ws) == 0 && ws.ws_row > 0 && ws.ws_col > 0;
+    *rows = known ? ws.ws_row : 24;
+    *cols = known ? ws.ws_col : 80;
+}
+
+void console_get_size(struct console *, int *rows, int *cols) {
+    *rows = tigetnum("lines");
+    *cols = tigetnum("cols");
+    if (*rows <= 0 || *cols <= 0) size_without_description(rows, cols);
+}
+
+} // namespace
+
+void qv::terminal_setup(int *rows, int *cols) {
+    int err = 0;
+    if (own_terminal) {
+        del_curterm(own_terminal);
+        own_terminal = nullptr;
+    }
+    if (setupterm(nullptr, fileno(stdout), &err) == OK) own_terminal = cur_term;
+    described = own_terminal != nullptr;
+    console_get_size(nullptr, rows, cols);
+    get_terminal_capabilities(nullptr);
+}
+
+int console_get_width(struct console *c) {
+    int rows = 0, cols = 0;
+    console_get_size(c, &rows, &cols);
+    return cols;
+}
+
+int console_get_height(struct console *c) {
+    int rows = 0, cols = 0;
+    console_get_size(c, &rows, &cols);
+    return rows;
+}
+
+int getConsoleType(void *) { return 1; }
+
+// ---------------------------------------------------------------------------
+// Cursor motion and drawing. Nothing here flushes: the painter flushes once.
+
+int char_to_terminal(int ch) {
+    qv::terminal_row_used();
+    putc(ch, stdout);
+    return 0;
+}
+
+void screen_cursor_move_y(struct console *, int dy) {
+    if (dy < 0) {
+        if (available(t_cursor_up_parm))
+            tputs(tiparm(t_cursor_up_parm, -dy), dy, char_to_terminal);
+        else if (available(t_cursor_up))
+            for (int i = 0; i < -dy; i++) tputs(t_cursor_up, 1, char_to_terminal);
+    } else {
+        // Line feeds move straight down in raw mode and scroll at the bottom.
+        if (dy > 0) qv::terminal_row_used();
+        for (int i = 0; i < dy; i++) fputc('\n', stdout);
+    }
+}
+
+void screen_cursor_move_x(struct console *, int dx) {
+    if (dx < 0) {
+        if (available(t_cursor_left_parm))
+            tputs(tiparm(t_cursor_left_parm, -dx), 1, char_to_terminal);
+        else if (available(t_cursor_left))
+            for (int i = 0; i < -dx; i++) tputs(t_cursor_left, 1, char_to_terminal);
+    } else if (dx > 0) {
+        if (available(t_cursor_right_parm))
+            tputs(tiparm(t_cursor_right_parm, dx), 1, char_to_terminal);
+        else if (available(t_cursor_right))
+            for (int i = 0; i < dx; i++) tputs(t_cursor_right, 1, char_to_terminal);
+    }
+}
+
+namespace {
+
+constexpr size_t kNever = SIZE_MAX / 4;
+
+// The bytes of the cheaper way to move n columns (n < 0: left), and writes
+// it when put is set.
+size_t horizontal(int n, bool put) {
+    if (n == 0) return 0;
+    const char *one = n < 0 ? t_cursor_left : t_cursor_right;
+    const char *parm = n < 0 ? t_cursor_left_parm : t_cursor_right_parm;
+    const int k = n < 0 ? -n : n;
+    const size_t singles = available(one) ? strlen(one) * static_cast<size_t>(k) : kNever;
+    const size_t parameterised = available(parm) ? strlen(tiparm(parm, k)) : kNever;
+    if (put && singles <= parameterised && singles < kNever)
+        for (int i = 0; i < k; i++) tputs(one, 1, char_to_terminal);
+    else if (put && parameterised < kNever)
+        tputs(tiparm(parm, k), 1, char_to_terminal);
+    return singles < parameterised ? singles : parameterised;
+}
+
+} // namespace
+
+void qv::cursor_to_column(struct console *c, int from, int to, bool from_known) {
+    if (from_known && from == to) return;
+    const size_t address = available(t_column_address) ? strlen(tiparm(t_column_address, to)) : kNever;
+    const size_t back = available(t_carriage_return) ? strlen(t_carriage_return) + horizontal(to, false) : kNever;
+    const size_t relative = from_known ? horizontal(to - from, false) : kNever;
+    if (relative <= address && relative <= back && relative < kNever) {
+        horizontal(to - from, true);
+    } else if (back <= address && back < kNever) {
+        tputs(t_carriage_return, 1, char_to_terminal);
+        horizontal(to, true);
+    } else {
+        screen_cursor_move_to_col(c, to);
+    }
+}
+
+void screen_cursor_backspace(struct console *, int n) {
+    if (n <= 0) return;
+    if (available(t_cursor_left_parm))
+        tputs(tiparm(t_cursor_left_parm, n), n, char_to_terminal);
+    else if (available(t_cursor_left))
+        for (int i = 0; i < n; i++) tputs(t_cursor_left, 1, char_to_terminal);
+    else
+        for (int i = 0; i < n; i++) char_to_terminal(8);
+}
+
+void screen_cursor_move_bol(struct console *) {
+    if (available(t_carriage_return))
+        tputs(t_carriage_return, 1, char_to_terminal);
+    else if (!described)
+        char_to_terminal('\r');
+}
+
+void screen_cursor_move_to_col(struct console *c, int column) {
+    if (available(t_column_address)) {
+        tputs(tiparm(t_column_address, column), 1, char_to_terminal);
+    } else {
+        screen_cursor_move_bol(c);
+        screen_cursor_move_x(c, column);
+    }
+}
+
+void screen_set_cursor(struct console *, cursor_pos p) {
+    const char *cup = tigetstr("cup");
+    if (available(cup)) putp(tiparm(cup, p.pos.y, p.pos.x));
+}
+
+int console_put_wchar(struct console *, int ch) {
+    char_to_terminal(ch & 0xFF);
+    return 0;
+}
+
+int console_put_wstring(struct console *c, const wchar_t *s, int n) {
+    if (!s) return 0;
+    std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, s, n), &free);
+    if (text) console_put_string(c, text.get());
+    return 0;
+}
+
+int console_put_string(struct console *, const char *s) {
+    qv::terminal_row_used();
+    fputs(s, stdout);
+    return 0;
+}
+
+void console_newline(struct console *c) {
+    screen_cursor_move_bol(c);
+    char_to_terminal('\n');
+    row_fresh.store(true, std::memory_order_relaxed);
+}
+
