@@ -117,6 +117,58 @@ static void feed(VTerm *vt, const std::string &bytes, size_t from, size_t to) {
     }
 }
 
+std::string fromReadable(const std::string &bytes) {
+    struct Token {
+        const char *name;
+        const char *one; // without a count
+        char final;      // with a count: CSI n final
+    };
+    static const Token tokens[] = {
+        {"cr", "\r", 0},           {"cub1", "\x1b[D", 0},  {"cub", nullptr, 'D'}, {"cuf1", "\x1b[C", 0},
+        {"cuf", nullptr, 'C'},      {"cuu1", "\x1b[A", 0},  {"cuu", nullptr, 'A'}, {"cud1", "\n", 0},
+        {"cud", nullptr, 'B'},      {"ich1", "\x1b[@", 0},  {"ich", nullptr, '@'}, {"dch1", "\x1b[P", 0},
+        {"dch", nullptr, 'P'},      {"el", "\x1b[K", 0},    {"sgr0", "\x1b[m", 0}, {"bold", "\x1b[1m", 0},
+        {"dim", "\x1b[2m", 0},     {"sitm", "\x1b[3m", 0}, {"smul", "\x1b[4m", 0}, {"rev", "\x1b[7m", 0},
+        {"Se", "", 0},
+    };
+    std::string out;
+    for (size_t i = 0; i < bytes.size(); i++) {
+        const size_t end = bytes[i] == '<' ? bytes.find('>', i) : std::string::npos;
+        if (end == std::string::npos) {
+            out += bytes[i];
+            continue;
+        }
+        const std::string tok = bytes.substr(i + 1, end - i - 1);
+        const size_t sp = tok.find(' ');
+        const std::string name = tok.substr(0, sp);
+        std::vector<int> args;
+        for (size_t at = sp; at != std::string::npos; at = tok.find(' ', at + 1)) args.push_back(atoi(tok.c_str() + at + 1));
+        std::string seq;
+        bool known = true;
+        if (name == "hpa" && args.size() == 1) seq = "\x1b[" + std::to_string(args[0] + 1) + "G";
+        else if (name == "cup" && args.size() == 2)
+            seq = "\x1b[" + std::to_string(args[0] + 1) + ";" + std::to_string(args[1] + 1) + "H";
+        else if (name == "setaf" && args.size() == 1) seq = "\x1b[3" + std::to_string(args[0]) + "m";
+        else if (name == "setab" && args.size() == 1) seq = "\x1b[4" + std::to_string(args[0]) + "m";
+        else if (name == "Ss") seq = "";
+        else {
+            known = false;
+            for (const Token &t : tokens)
+                if (name == t.name && (t.one ? args.empty() : args.size() == 1)) {
+                    seq = t.one ? t.one : "\x1b[" + std::to_string(args[0]) + t.final;
+                    known = true;
+                }
+        }
+        if (!known) {
+            out += bytes[i];
+            continue;
+        }
+        out += seq;
+        i = end;
+    }
+    return out;
+}
+
 Screen render(const std::string &bytes, int rows, int cols, const std::vector<Resize> &resizes) {
     VTerm *vt = vterm_new(rows, cols);
     vterm_set_utf8(vt, 1);

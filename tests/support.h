@@ -28,6 +28,11 @@ struct Resize {
     int rows, cols;
 };
 
+// The bytes written for a readable test terminal (tests/terminfo) with its
+// tokens, <cuu 2> and the like, turned into the xterm sequences they stand
+// for, so that the emulator below can render them too.
+std::string fromReadable(const std::string &bytes);
+
 // The screen an xterm-like emulator shows after the bytes.
 Screen render(const std::string &bytes, int rows, int cols, const std::vector<Resize> &resizes = {});
 

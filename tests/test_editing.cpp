@@ -58,6 +58,12 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
         // Kills go to the ring, and kills in a row make one entry.
         {"ab\x15" "c\x19\x19", "cabab"},                    // Ctrl-U, Ctrl-Y
         {"ab\x15" "cd\x15\x19\x1b" "y", "ab"},              // Alt-y
+        // A key that acts on the previous one acts only right after it.
+        {"ab\x17" "cd\x15\x1by\x1by", ""},                 // Alt-y with no yank before
+        {"ab\x15" "cd\x15\x19" + kLeft + "\x1by", "cd"},    // a motion ends the yank
+        {"ab\x15" "cd\x15\x19\x1by\x1by", "cd"},           // pops go round the ring
+        {"ab" + kLeft + kRight + "c\x1f", "ab"},           // a motion ends a typing step
+        {kUp + kUp + kLeft + kDown, "ab"},                 // the walk keeps its place (the row above)
         {"one two three\x17\x17\x19" "!", "one two three!"},
         {"ab\x14", "ba"},                                  // Ctrl-T
         {"ab c\x1f", ""},                                  // Ctrl-_: typing in a row is one step

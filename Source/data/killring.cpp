@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cwchar>
 
-#include "console.h"
+#include "console_record.h"
 
 namespace {
 constexpr int kKillRingSize = 16;
@@ -17,6 +17,7 @@ struct qv::KillRing {
     int count;
     int top;
     int yank_start, yank_len, yank_slot;
+    bool yanked; // the text before the cursor is a yank that a pop may replace
 };
 
 qv::KillRing *qv::kill_ring_new() { return static_cast<KillRing *>(calloc(1, sizeof(KillRing))); }
@@ -58,15 +59,20 @@ const wchar_t *qv::kill_ring_yank(console *c, int at, int *len) {
     r->yank_start = at;
     r->yank_len = *len = r->len[r->top];
     r->yank_slot = r->top;
+    r->yanked = true;
     return r->text[r->top];
 }
 
 const wchar_t *qv::kill_ring_yank_pop(console *c, int cursor, int *old, int *len) {
     KillRing *r = c->state ? c->state->ring : nullptr;
-    if (!r || r->count < 2 || cursor != r->yank_start + r->yank_len) return nullptr;
+    if (!r || !r->yanked || r->count < 2 || cursor != r->yank_start + r->yank_len) return nullptr;
     *old = r->yank_len;
     const int slot = (r->yank_slot + kKillRingSize - 1) % kKillRingSize;
     r->yank_slot = r->text[slot] ? slot : r->top;
     r->yank_len = *len = r->len[r->yank_slot];
     return r->text[r->yank_slot];
+}
+
+void qv::kill_ring_end_yank(console *c) {
+    if (KillRing *r = c->state ? c->state->ring : nullptr) r->yanked = false;
 }

@@ -25,6 +25,9 @@ const wchar_t *kill_ring_yank(struct console *c, int at, int *len);
    and in *old the length of the yanked text it replaces; NULL when there is
    no yank to replace. */
 const wchar_t *kill_ring_yank_pop(struct console *c, int cursor, int *old, int *len);
+/* The yank can no longer be popped: a pop was refused, so one after it finds
+   nothing to replace either. */
+void kill_ring_end_yank(struct console *c);
 
 } // namespace qv
 #endif

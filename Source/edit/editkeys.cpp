@@ -142,11 +142,17 @@ void action_yank(console *c, int) {
 // Right after a yank: the yanked text gives way to the kill before it.
 void action_yank_pop(console *c, int) {
     if (!c->editor.buffer) return;
+    // Only a pop that took effect keeps the yank open: a refused one, even
+    // right after a yank, ends it, so a second press finds nothing either.
     const action_fn last = qv::frame_last_action(c);
-    if (last != action_yank && last != action_yank_pop) return;
     int old = 0, len = 0;
-    const wchar_t *text = qv::kill_ring_yank_pop(c, cursor_of(c), &old, &len);
-    if (!text) return;
+    const wchar_t *text = last == action_yank || last == action_yank_pop
+                              ? qv::kill_ring_yank_pop(c, cursor_of(c), &old, &len)
+                              : nullptr;
+    if (!text) {
+        qv::kill_ring_end_yank(c);
+        return;
+    }
     buffer_delete_before(c, static_cast<uint32_t>(old));
     insert(c, text, len);
 }

@@ -7,7 +7,7 @@
 #include <cwchar>
 #include <utility>
 
-#include "console.h"
+#include "console_record.h"
 #include "highlight.h"
 #include "hints.h"
 #include "model.h"
@@ -192,7 +192,9 @@ void layout_input(console *c) {
     const int old_rows = st->nrows;
     // From the row holding the character before the edit: a row that ended
     // early, because the next unit did not fit, may take the edited text.
-    int y = old_rows > 0 ? row_of(st, st->dirty_from > 0 ? st->dirty_from - 1 : 0) : 0;
+    // With no character before it, from the top: the prompt's row may have
+    // pushed a wide first character down, and takes it back once it fits.
+    int y = old_rows > 0 && st->dirty_from > 0 ? row_of(st, st->dirty_from - 1) : 0;
     qv::RowStart s = y > 0 ? st->rows[y] : qv::RowStart{0, 0, qv::kFirstRow, 0};
     for (;;) {
         if (y >= in->numlines) screen_buffer_add_line(c, 1);

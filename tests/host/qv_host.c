@@ -22,6 +22,7 @@
  *   line:PROMPT  mask:C:PROMPT  raw:PROMPT  rawmask:C:PROMPT  utf8:PROMPT
  *   loop:PROMPT (the same read in a poll loop over term_editFd and a 2 ms
  *   timer; TIMER 1 records that the timer was served during the read)
+ *   preset:N:TEXT (the next loop: read starts with TEXT, the cursor at byte N)
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
@@ -62,6 +63,8 @@ static int idle_answer, idle_after, idle_calls, idle_raise;
 static int keep_mode; /* the fixed answer of keepNewline */
 static int complete_mode; /* 0 brackets, 1 backslash, 2 marker */
 static int eoi_seen;
+static const char *preset_text; /* preset:, for the next loop: read */
+static int preset_cursor;
 static volatile sig_atomic_t got_sigint, churn_asked;
 static const int caught_signals[] = {SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT};
 static const char *const caught_names[] = {"WINCH", "USR1", "TERM", "HUP", "QUIT"};
@@ -269,7 +272,12 @@ static char *loop_read(char mask, const char *prompt) {
     memset(&every, 0, sizeof every);
     every.it_interval.tv_nsec = every.it_value.tv_nsec = 2000000L;
     timerfd_settime(timer, 0, &every, NULL);
-    if (term_editStart(0, mask, prompt))
+    if (term_editStart(0, mask, prompt)) {
+        if (preset_text) {
+            term_editSetLine(preset_text, preset_cursor);
+            term_editRedraw(0);
+            preset_text = NULL;
+        }
         for (;;) {
             struct pollfd p[2];
             uint64_t n;
@@ -280,6 +288,7 @@ static char *loop_read(char mask, const char *prompt) {
             if ((p[1].revents & POLLIN) && read(timer, &n, sizeof n) == (ssize_t)sizeof n) ticks += (long)n;
             if (term_editFeed(&line)) break;
         }
+    }
     close(timer);
     fprintf(side, "TIMER %d\n", ticks > 0);
     return line;
@@ -371,6 +380,9 @@ int main(int argc, char **argv) {
         } else if (strncmp(a, "mask:", 5) == 0 || strncmp(a, "rawmask:", 8) == 0) {
             const char *m = strchr(a, ':') + 1; /* the mask character, then ':' and the prompt */
             do_read(a[0] == 'r', m[0], m + 2);
+        } else if (strncmp(a, "preset:", 7) == 0) {
+            preset_cursor = atoi(a + 7);
+            preset_text = strchr(a + 7, ':') ? strchr(a + 7, ':') + 1 : "";
         } else if (strncmp(a, "loop:", 5) == 0) {
             do_read(3, 0, a + 5);
         } else if (strncmp(a, "lines:", 6) == 0) {
