@@ -121,7 +121,9 @@ QV_API char *term_getRawLineUtf8(char mask, const char *prompt);
    with term_addCompletion(); each replaces the bytes from start to the
    cursor. One candidate is put in at once; several extend the input to
    their longest common prefix, and a second Tab lists them (asking first
-   past 100). A candidate that is not valid UTF-8 is dropped.
+   past 100). The listing shows control characters as ^X (a C1 control as
+   \x9b); a candidate that is not valid UTF-8 is listed with each bad byte
+   as \xNN but never put in the line.
    The completer runs on the reading thread inside the read, and must not
    call the reading functions. */
 typedef struct term_completions term_completions; /* owned by the library */

@@ -122,6 +122,14 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
 }
 
 PtyHost::~PtyHost() {
+    // Whatever a test did, the library wrote only what a terminal line
+    // editor needs: never a sequence it did not compose itself.
+    if (options_.program.empty() && !options_.raw_output) {
+        drain(0);
+        setenv("TERMINFO", terminfoDir().c_str(), 1);
+        for (const std::string &e : foreignEscapes(output_, options_.term))
+            ADD_FAILURE() << "the library wrote an escape sequence it may not: " << e;
+    }
     if (!exited_ && pid_ > 0) {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);

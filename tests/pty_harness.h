@@ -26,6 +26,9 @@ struct HostOptions {
     // Non-empty: run this program and arguments instead of the test host
     // (whose commands are then ignored), under QV_HOST_EMULATOR as the host.
     std::vector<std::string> program;
+    // The test writes escape sequences of its own through the host's raw
+    // channel (term_print, term_putString): the output is not checked.
+    bool raw_output = false;
 };
 
 class PtyHost {

@@ -31,7 +31,12 @@ int unit(const std::wstring &s, size_t i, std::string *glyphs) {
         *glyphs = {'^', static_cast<char>(ch ^ 0x40)};
         return 2;
     }
-    const bool joins = mark && i > 0 && s[i - 1] >= 32 && s[i - 1] != 127;
+    if (ch >= 0x80 && ch < 0xA0) { // a C1 control, as \x9b
+        *glyphs = {'\\', 'x', "0123456789abcdef"[ch >> 4], "0123456789abcdef"[ch & 15]};
+        return 4;
+    }
+    const auto prev = i > 0 ? static_cast<uint32_t>(s[i - 1]) : 0u;
+    const bool joins = mark && i > 0 && prev >= 32 && prev != 127 && !(prev >= 0x80 && prev < 0xA0);
     *glyphs = (mark && !joins ? " " : "") + to_utf8(ch);
     if (joins) return 0;
     const bool wide = (ch >= 0x1100 && ch <= 0x115F) || (ch >= 0x2E80 && ch <= 0xA4CF) ||

@@ -33,6 +33,13 @@ struct Resize {
 // for, so that the emulator below can render them too.
 std::string fromReadable(const std::string &bytes);
 
+// The escape sequences in bytes that the library may not write on terminal
+// term: anything but SGR, bracketed-paste mode and the capabilities of term's
+// description that the library uses. Also a string sequence (OSC, DCS, APC,
+// PM, SOS) of any kind and a C1 control. One line for each, empty when none.
+// term is looked up as TERMINFO and the system's directories have it.
+std::vector<std::string> foreignEscapes(const std::string &bytes, const std::string &term);
+
 // The screen an xterm-like emulator shows after the bytes.
 Screen render(const std::string &bytes, int rows, int cols, const std::vector<Resize> &resizes = {});
 

@@ -343,6 +343,32 @@ TEST(Completion, ManyAndBadCandidates) {
     EXPECT_EQ(s.row(10), "> item");                    // then the input again
 }
 
+// Text the library draws but did not compose (candidates, a history entry
+// recalled, hinted or found) shows its control characters and bad bytes,
+// and never sends them: every host's output is checked for that too.
+TEST(Completion, WhatTheLibraryDidNotComposeIsShownNeverSent) {
+    const std::string dir = historyDir("h\x1b]0;T\x07" "end\n");
+    PtyHost h({"init:dir=" + dir, "load", "option:2=1", "completer:hostile", "cb:idle=tick", "line:> ", "line:> ",
+               "line:> ", "destroy"},
+              xterm(60, 12));
+    h.keys("a\t\t");
+    h.settle();
+    std::string all;
+    for (const std::string &row : h.screen().shown()) all += row + "\n";
+    for (const std::string shown : {"a^[]0;PWNED^GX", "a^[[2Jclear", "a\\x9b2J", "a\\xff\\xfe"})
+        EXPECT_NE(all.find(shown), std::string::npos) << shown << " in\n" << all;
+    h.keys("\x15h");
+    h.settle();
+    EXPECT_EQ(h.screen().row(h.screen().cursor_row), "> h^[]0;T^Gend"); // the hint
+    h.keys("\r" + kUp + kUp);
+    h.settle();
+    EXPECT_EQ(h.screen().row(h.screen().cursor_row), "> h^[]0;T^Gend"); // recalled
+    h.keys("\x15\x12" "end");
+    h.settle();
+    EXPECT_EQ(h.screen().row(h.screen().cursor_row), "(reverse-i-search)`end': h^[]0;T^Gend"); // found
+    EXPECT_EQ(h.typed("\r\r"), (Lines{"h", "h\x1b]0;T\x07" "end", ""}));
+}
+
 // ---------------------------------------------------------------------------
 // Bracketed paste
 

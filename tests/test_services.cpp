@@ -280,6 +280,29 @@ TEST(Config, EveryRule) {
         read_config_file();
         EXPECT_EQ(isLogging, c.expected) << (c.content ? c.content : "(no file)");
     }
+    // Anyone can create a file in /tmp: only one of this user's or root's is
+    // honoured, never through a link, and a FIFO does not block the read.
+    const std::string link = qvtest::tempDir() + "/conf";
+    std::ofstream(link) << "logging=TRUE\n";
+    const struct {
+        const char *what;
+        int (*make)(const char *path, const std::string &link);
+    } foreign[] = {
+        {"another user's file",
+         [](const char *p, const std::string &) {
+             std::ofstream(p) << "logging=TRUE\n";
+             return getuid() == 0 ? chown(p, 4242, 4242) : -1;
+         }},
+        {"a link", [](const char *p, const std::string &l) { return symlink(l.c_str(), p); }},
+        {"a FIFO", [](const char *p, const std::string &) { return mkfifo(p, 0600); }},
+    };
+    for (const auto &f : foreign) {
+        unlink(path);
+        if (f.make(path, link) != 0) continue; // not root: no other owner to give
+        isLogging = 0;
+        read_config_file();
+        EXPECT_EQ(isLogging, 0) << f.what;
+    }
     config_file_load(nullptr, nullptr);
     unlink(path);
     if (existed) std::ofstream(path) << kept;

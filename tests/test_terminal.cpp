@@ -532,7 +532,7 @@ TEST(HistoryFile, SurvivesARestartAndLoadsAwkwardFiles) {
 }
 
 // A directory or a FIFO in place of the file is left alone and never blocks;
-// a new file takes the mode the umask gives; a full disk leaves the old
+// a new file is created 0600; a full disk leaves the old
 // file as it was.
 TEST(HistoryFile, SpecialFilesTheUmaskAndAFullDisk) {
     const std::string in_dir = tempDir(), fifo = tempDir(), fresh = tempDir(), full = historyDir("keep me\n");
@@ -542,11 +542,18 @@ TEST(HistoryFile, SpecialFilesTheUmaskAndAFullDisk) {
         PtyHost h({"init:dir=" + dir, "load", "line:", "destroy"});
         EXPECT_EQ(h.typed("x\r"), Lines{"x"}) << dir;
     }
-    const mode_t umask_before = umask(027);
+    // A new file is the user's alone, whatever the umask; one that exists
+    // keeps its mode.
+    const mode_t umask_before = umask(022);
     PtyHost h({"init:dir=" + fresh, "line:", "destroy"});
-    umask(umask_before);
     h.typed("one\r");
     struct stat st;
+    ASSERT_EQ(stat((fresh + "/term.history").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    ASSERT_EQ(chmod((fresh + "/term.history").c_str(), 0640), 0);
+    PtyHost again({"init:dir=" + fresh, "load", "line:", "destroy"});
+    again.typed("two\r");
+    umask(umask_before);
     ASSERT_EQ(stat((fresh + "/term.history").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0640u);
     // The host inherits a file size limit of 0 and ignores the signal for it.

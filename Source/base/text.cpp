@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <clocale>
 #include <cstdlib>
+#include <cstring>
 #include <cwctype>
 
 #include <pthread.h>
@@ -172,6 +173,65 @@ int qv::display_width(wchar_t ch) {
     if (u >= 32 && u < 127) return 1; // the common case needs no locale
     Utf8Scope utf8;
     return wcwidth(ch);
+}
+
+int qv::control_form(wchar_t ch, wchar_t out[4]) {
+    // wchar_t is signed on x86 and unsigned on ARM: compare as unsigned.
+    const auto u = static_cast<uint32_t>(ch);
+    if (u < 32 || u == 127) {
+        out[0] = L'^';
+        out[1] = static_cast<wchar_t>(u ^ 0x40);
+        return 2;
+    }
+    if (u >= 0x80 && u < 0xA0) {
+        static const wchar_t hex[] = L"0123456789abcdef";
+        out[0] = L'\\';
+        out[1] = L'x';
+        out[2] = hex[u >> 4];
+        out[3] = hex[u & 15];
+        return 4;
+    }
+    return 0;
+}
+
+wchar_t *qv::visible_of(const char *s, int *n) {
+    const auto *p = reinterpret_cast<const unsigned char *>(s);
+    const size_t len = strlen(s);
+    auto *out = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (4 * len + 1)));
+    if (!out) return nullptr;
+    int k = 0;
+    for (size_t i = 0; i < len;) {
+        const unsigned b = p[i];
+        const int need = b < 0x80 ? 0 : b >= 0xC2 && b <= 0xDF ? 1 : b >= 0xE0 && b <= 0xEF ? 2 : b >= 0xF0 && b <= 0xF4 ? 3 : -1;
+        unsigned cp = need <= 0 ? b : b & (0x3Fu >> need);
+        bool ok = need == 0 || (need > 0 && i + static_cast<size_t>(need) < len);
+        for (int j = 1; ok && j <= need; j++) {
+            const unsigned c = p[i + static_cast<size_t>(j)];
+            // The second byte's range excludes overlong forms, surrogates
+            // and code points above U+10FFFF.
+            unsigned lo = 0x80, hi = 0xBF;
+            if (j == 1 && b == 0xE0) lo = 0xA0;
+            if (j == 1 && b == 0xED) hi = 0x9F;
+            if (j == 1 && b == 0xF0) lo = 0x90;
+            if (j == 1 && b == 0xF4) hi = 0x8F;
+            ok = c >= lo && c <= hi;
+            cp = cp << 6 | (c & 0x3F);
+        }
+        if (ok) {
+            out[k++] = static_cast<wchar_t>(cp);
+            i += static_cast<size_t>(need) + 1;
+        } else {
+            static const wchar_t hex[] = L"0123456789abcdef";
+            out[k++] = L'\\';
+            out[k++] = L'x';
+            out[k++] = hex[b >> 4];
+            out[k++] = hex[b & 15];
+            i++;
+        }
+    }
+    out[k] = 0;
+    *n = k;
+    return out;
 }
 
 void get_os_encoding(console *) {}

@@ -32,6 +32,15 @@ namespace qv {
    host's locale: 2 for East Asian wide characters and most emoji, 0 for
    combining marks, -1 for what is not printable (control characters). */
 int display_width(wchar_t ch);
+/* How the library shows a control character: C0 and DEL in caret notation
+   (^[, ^?), a C1 control as \x9b, so that no text it did not compose itself
+   can steer the terminal. Answers the cells that takes, with the characters
+   in out, or 0 for a character that is not a control character. */
+int control_form(wchar_t ch, wchar_t out[4]);
+/* UTF-8 text as characters to show, a byte that is not part of a valid
+   sequence as the four characters \xNN: a new malloc'ed string of *n
+   characters, or NULL when memory ran out. */
+wchar_t *visible_of(const char *s, int *n);
 /* A letter or digit in any script (iswalnum under UTF-8): what words are
    made of. */
 bool is_word_char(wchar_t ch);

@@ -107,11 +107,12 @@ template <class F> void for_each_line(const Bytes &b, F f) {
 }
 
 // Opens path without blocking on a FIFO or a device; -1 unless it is a
-// regular file.
+// regular file. A file it creates is the user's alone: people type
+// passwords and host names at prompts.
 int open_regular(const char *path, int flags) {
     struct stat st;
     if (stat(path, &st) == 0 && !S_ISREG(st.st_mode)) return -1;
-    const int fd = open(path, flags | O_NONBLOCK | O_CLOEXEC, 0666);
+    const int fd = open(path, flags | O_NONBLOCK | O_CLOEXEC, 0600);
     if (fd < 0) return -1;
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
         close(fd);

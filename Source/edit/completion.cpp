@@ -42,6 +42,9 @@ struct Candidate {
     int start; // character offset in the edit buffer
     wchar_t *text;
     int len;
+    // Not UTF-8: listed as it looks (bad bytes as \xNN), never put in the
+    // line, which cannot hold it.
+    bool listed_only;
 };
 
 struct Candidates {
@@ -86,8 +89,10 @@ void ask(console *c, Candidates &out) {
         int n = 0;
         wchar_t *wide = item.replacement[0] ? cp2wchar(c, item.replacement, &n)
                                             : static_cast<wchar_t *>(calloc(1, sizeof(wchar_t)));
-        if (!wide) continue; // not UTF-8: dropped, as the output calls drop it
-        out.items[out.count++] = Candidate{chars_before(text.get(), item.start), wide, n};
+        const bool listed_only = !wide;
+        if (!wide) wide = qv::visible_of(item.replacement, &n);
+        if (!wide) continue; // no memory
+        out.items[out.count++] = Candidate{chars_before(text.get(), item.start), wide, n, listed_only};
     }
     release(offered);
 }
@@ -163,7 +168,7 @@ void show_list(console *c, Candidates &list) {
     const int per_row = c->screen.cols / width > 0 ? c->screen.cols / width : 1;
     const int rows = (n + per_row - 1) / per_row;
     size_t size = 0;
-    for (int i = 0; i < n; i++) size += static_cast<size_t>(list.items[i].len) + static_cast<size_t>(width) + 1;
+    for (int i = 0; i < n; i++) size += 4 * static_cast<size_t>(list.items[i].len) + static_cast<size_t>(width) + 1;
     std::unique_ptr<wchar_t, decltype(&free)> text(
         static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (size + static_cast<size_t>(rows) + 1))), &free);
     if (!text) return;
@@ -172,8 +177,15 @@ void show_list(console *c, Candidates &list) {
         for (int k = 0; k < per_row; k++) {
             const int i = k * rows + r;
             if (i >= n) break;
-            wmemcpy(out, list.items[i].text, static_cast<size_t>(list.items[i].len));
-            out += list.items[i].len;
+            // A host's candidate (a file name, say) may hold anything: its
+            // control characters are shown, never sent.
+            for (int k = 0; k < list.items[i].len; k++) {
+                wchar_t form[4];
+                const wchar_t ch = list.items[i].text[k];
+                const int f = qv::control_form(ch, form);
+                if (f == 0) *out++ = ch;
+                for (int j = 0; j < f; j++) *out++ = form[j];
+            }
             const bool last = k + 1 == per_row || (k + 1) * rows + r >= n;
             if (!last)
                 for (int pad = text_cells(list.items[i].text, list.items[i].len); pad < width; pad++) *out++ = L' ';
@@ -288,21 +300,32 @@ void action_complete(console *c, int) {
         drop(found);
         return;
     }
-    int from = cursor;
-    for (int i = 0; i < found->count; i++)
+    int from = cursor, lead = -1;
+    for (int i = 0; i < found->count; i++) {
+        if (found->items[i].listed_only) continue;
+        if (lead < 0) lead = i;
         if (found->items[i].start < from) from = found->items[i].start;
-    // What all candidates share, counted from the earliest start.
-    const Stretch first = stretch(c, from, found->items[0]);
-    int common = first.size();
-    bool same = true;
-    for (int i = 1; i < found->count; i++) {
-        const Stretch s = stretch(c, from, found->items[i]);
-        int k = 0;
-        while (k < common && k < s.size() && s.at(k) == first.at(k)) k++;
-        same = same && k == common && s.size() == common;
-        common = k;
     }
-    if (same || common > cursor - from) put_in(c, from, &first, common);
+    // What all candidates share, counted from the earliest start; one that
+    // can only be listed shares nothing.
+    bool same = lead >= 0;
+    if (lead >= 0) {
+        const Stretch first = stretch(c, from, found->items[lead]);
+        int common = first.size();
+        for (int i = lead + 1; i < found->count; i++) {
+            if (found->items[i].listed_only) {
+                same = false;
+                continue;
+            }
+            const Stretch s = stretch(c, from, found->items[i]);
+            int k = 0;
+            while (k < common && k < s.size() && s.at(k) == first.at(k)) k++;
+            same = same && k == common && s.size() == common;
+            common = k;
+        }
+        same = same && lead == 0;
+        if (same || common > cursor - from) put_in(c, from, &first, common);
+    }
     if (same)
         drop(found);
     else

@@ -11,8 +11,9 @@
 // A unit takes the cells the C library's wcwidth gives its character; a
 // wide one that does not fit in a row's last column leaves it blank and
 // starts the next row, as terminals do. Control characters are shown in
-// caret notation (two cells), so no raw control byte ever reaches the
-// terminal; a mark with nothing to combine with gets a cell of its own.
+// caret notation (two cells), and C1 controls as \x9b (four), so no raw
+// control character ever reaches the terminal; a mark with nothing to
+// combine with gets a cell of its own.
 #include "layout.h"
 
 #include <cstdint>
@@ -23,16 +24,16 @@ namespace qv {
 
 namespace {
 
-// wchar_t is signed on x86 and unsigned on ARM: compare its value as unsigned.
 bool is_control(wchar_t ch) {
-    const auto u = static_cast<uint32_t>(ch);
-    return u < 32 || u == 127;
+    wchar_t form[4];
+    return control_form(ch, form) > 0;
 }
 
 // The cells of a character that starts a unit.
 int lead_cells(wchar_t mask, wchar_t ch) {
     if (mask) return 1;
-    if (is_control(ch)) return 2;
+    wchar_t form[4];
+    if (const int n = control_form(ch, form)) return n;
     const int w = display_width(ch);
     return w == 2 ? 2 : 1;
 }
@@ -60,9 +61,8 @@ void put_unit(wchar_t mask, const wchar_t *s, int o, int e, bool in_prompt, term
     const wchar_t ch = s[o];
     if (mask) {
         cells[col++] = termchar{mask, 0, 0};
-    } else if (is_control(ch)) {
-        cells[col++] = termchar{L'^', 0, 0};
-        if (col < cols) cells[col++] = termchar{static_cast<wchar_t>(ch ^ 0x40), 0, 0};
+    } else if (wchar_t form[4]; const int n = control_form(ch, form)) {
+        for (int k = 0; k < n && col < cols; k++) cells[col++] = termchar{form[k], 0, 0};
     } else {
         uint32_t attr = 0;
         // Marks (or a lone mark) are fetched from the text when drawn.
@@ -255,7 +255,7 @@ LineSpan layout_line_at(const LayoutText &t, int cursor) {
 
 int layout_line_bound(const LayoutText &t, const LineSpan &l) {
     const int lead = l.first ? t.prompt_cells : t.indent;
-    return lead + 2 * (l.end - l.start) + 1;
+    return lead + 4 * (l.end - l.start) + 1; // a C1 control takes the most cells
 }
 
 int layout_line_cells(const LayoutText &t, const LineSpan &l, int cursor, termchar *cells,

@@ -289,8 +289,21 @@ void read_config_file(void) {
     char path[261] = {0};
     strncpy(path, "/tmp/", 260);
     strncat(path, "Quorvel.conf", 255);
-    FILE *f = fopen(path, "r");
-    if (!f) return;
+    // Anyone may create a file in /tmp: only one of this user's or root's
+    // is taken, never through a link, and a FIFO or a device never blocks
+    // the open or the read.
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || (st.st_uid != geteuid() && st.st_uid != 0)) {
+        close(fd);
+        return;
+    }
+    FILE *f = fdopen(fd, "r");
+    if (!f) {
+        close(fd);
+        return;
+    }
     char line[257] = {0};
     for (int n = 0; fgets(line, 256, f); n++) {
         if (!process_config_data(line, n)) break;

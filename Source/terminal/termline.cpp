@@ -86,8 +86,8 @@ int termchars_equal_override(const termchar *a, const termchar *b, wchar_t ch, u
 }
 
 int char_width(wchar_t ch) {
-    const auto u = static_cast<uint32_t>(ch);
-    if (u < 32 || u == 127) return 2;
+    wchar_t form[4];
+    if (const int n = qv::control_form(ch, form)) return n;
     const int w = qv::display_width(ch);
     return w < 0 ? 1 : w;
 }

@@ -89,7 +89,8 @@ QV_API int termchars_equal(const termchar *a, const termchar *b);
 QV_API int termchars_equal_override(const termchar *a, const termchar *b, wchar_t ch,
                                     uint32_t attr);
 /* The cells a character takes on its own: 2 for a wide character, 0 for a
-   combining mark, 2 for a control character (shown as ^X), 1 otherwise. */
+   combining mark, 2 for a control character (shown as ^X), 4 for a C1
+   control (shown as \x9b), 1 otherwise. */
 QV_API int char_width(wchar_t ch);
 
 #ifdef __cplusplus

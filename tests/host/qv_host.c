@@ -26,7 +26,7 @@
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
- *   sigint:default (no SIGINT handler)  completer:words|many=N|bad
+ *   sigint:default (no SIGINT handler)  completer:words|many=N|bad|hostile
  *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
  *   highlight:bad (ranges before, past, across and inside characters)
  *   highlight:from (digits, and blanks on blue, styling only what changed: FROM n)
@@ -138,6 +138,17 @@ static void complete_bad(const char *text, int cursor, term_completions *out, vo
             term_addCompletion(out, cursor + 1, "x"));
     term_addCompletion(out, start, "\xff\xfe"); /* not UTF-8: dropped */
     term_addCompletion(out, start, "ok");
+}
+
+/* Names as a directory anyone can write to may hold: escape sequences, a C1
+   control, bytes that are not UTF-8. */
+static void complete_hostile(const char *text, int cursor, term_completions *out, void *user) {
+    int start = word_start(text, cursor);
+    (void)user;
+    term_addCompletion(out, start, "a\x1b]0;PWNED\aX");
+    term_addCompletion(out, start, "a\x1b[2Jclear");
+    term_addCompletion(out, start, "a\xc2\x9b" "2J");
+    term_addCompletion(out, start, "a\xff\xfe");
 }
 
 static void on_usr2(int sig) {
@@ -417,7 +428,10 @@ int main(int argc, char **argv) {
                                 NULL);
         } else if (strncmp(a, "completer:", 10) == 0) {
             many_count = strncmp(a + 10, "many=", 5) == 0 ? atol(a + 15) : 0;
-            term_setCompleter(strcmp(a + 10, "bad") == 0 ? complete_bad : complete_words, NULL);
+            term_setCompleter(strcmp(a + 10, "bad") == 0       ? complete_bad
+                              : strcmp(a + 10, "hostile") == 0 ? complete_hostile
+                                                                : complete_words,
+                              NULL);
         } else if (strncmp(a, "bind:", 5) == 0 && strchr(a, '=')) {
             char keys[64];
             const size_t n = (size_t)(strchr(a, '=') - (a + 5));
