@@ -40,6 +40,10 @@ constexpr size_t kInputSize = 8192;
 unsigned char input_buffer[kInputSize];
 size_t input_head = 0, input_tail = 0;
 unsigned long fills = 0; // reads that brought bytes
+// What a wait saw of the terminal, for the step right after it: a read then
+// takes what it has without asking first. Unknown when the host's loop
+// waited, or a signal cut the wait short.
+enum Readiness : int { kUnknown, kReadable, kNotReadable };
 
 bool buffered() { return input_head < input_tail; }
 
@@ -80,14 +84,12 @@ class PasteBrackets {
 
 bool PasteBrackets::active = false;
 
-// Takes everything the terminal has ready, up to the buffer's size, without
-// waiting: 1 when bytes came, 0 when none are ready, kEnded on an error.
-int fill(console *c) {
-    const int fd = fileno(stdin);
-    int ready = 0;
-    if (ioctl(fd, FIONREAD, &ready) != 0 || ready <= 0) return 0;
+// One read of what the terminal has, up to the buffer's size: a read that
+// comes back short holds the whole burst, so a typed key costs this call
+// alone. 1 when bytes came, 0 at the end of the input, kEnded on an error.
+int read_burst(console *c) {
     for (;;) {
-        const ssize_t r = read(fd, input_buffer, kInputSize);
+        const ssize_t r = read(fileno(stdin), input_buffer, kInputSize);
         if (r > 0) {
             input_head = 0;
             input_tail = static_cast<size_t>(r);
@@ -95,10 +97,20 @@ int fill(console *c) {
             return 1;
         }
         if (r < 0 && errno == EINTR) continue;
+        if (r == 0) return 0;
         c->status = ST_IOERROR;
-        c->error = r < 0 ? errno : 0;
+        c->error = errno;
         return kEnded;
     }
+}
+
+// Takes everything the terminal has ready without waiting, when nobody saw
+// whether it is readable: 1 when bytes came, 0 when none are ready, kEnded
+// on an error.
+int fill(console *c) {
+    int ready = 0;
+    if (ioctl(fileno(stdin), FIONREAD, &ready) != 0 || ready <= 0) return 0;
+    return read_burst(c);
 }
 
 // Whole lines as raw mode needs them ended.
@@ -146,7 +158,7 @@ enum Wait : int { kReady, kIdle, kFailed };
 // when the period passed with nothing, kFailed when waiting failed (the
 // status says why). A signal never ends a read: once the host's handler has
 // run, the caller goes on.
-Wait wait_input(console *c) {
+Wait wait_input(console *c, Readiness *ready) {
     const int fd = fileno(stdin), wake = qv::session_wake_fd(), prints = qv::printer_fd();
     fd_set set;
     FD_ZERO(&set);
@@ -157,6 +169,7 @@ Wait wait_input(console *c) {
     if (prints > top) top = prints;
     struct timeval tv = {0, kIdleMicros};
     const int r = select(top + 1, &set, nullptr, nullptr, &tv);
+    *ready = r < 0 ? kUnknown : FD_ISSET(fd, &set) ? kReadable : kNotReadable;
     if (r < 0 && errno == EINTR) return kReady;
     if (r < 0) {
         c->status = ST_IOERROR;
@@ -187,7 +200,17 @@ bool stopped(console *c) {
 // Takes what the terminal has: 1 when bytes came, 0 when none are ready,
 // kEnded (the status says why) when the input failed or ended. Readable
 // without a byte is the end of a pipe or file, or a hang-up.
-int take_input(console *c) {
+int take_input(console *c, Readiness ready) {
+    if (ready == kNotReadable) return 0;
+    if (ready == kReadable) {
+        // Readable without a byte is the end of a pipe or file, or a
+        // hang-up.
+        const int got = read_burst(c);
+        if (got != 0) return got;
+        c->status = ST_EOF;
+        c->error = 0;
+        return kEnded;
+    }
     int got = fill(c);
     if (got != 0) return got;
     struct pollfd p = {fileno(stdin), POLLIN, 0};
@@ -215,14 +238,15 @@ int next_byte(console *c, int ticks) {
     // for the next read.
     if (qv::printer_wake_pending() && !serve_printer(c, false)) return kEnded;
     if (buffered()) return input_buffer[input_head++];
+    Readiness ready = kUnknown;
     for (int idle = 0;;) {
         if (stopped(c)) return kEnded;
         resume(c, false);
         if (!serve_printer(c, false)) return kEnded;
-        const int got = take_input(c);
+        const int got = take_input(c, ready);
         if (got > 0) return input_buffer[input_head++];
         if (got < 0) return kEnded;
-        const Wait w = wait_input(c);
+        const Wait w = wait_input(c, &ready);
         if (w == kFailed) return kEnded;
         if (w == kIdle && idle_tick(c) && ticks > 0 && ++idle >= ticks) return kTimedOut;
     }
@@ -249,7 +273,7 @@ void take_keys(console *c) {
 // One step of an edit: a stop, a resize, prints and a wake-up served, then
 // whatever the terminal has read handled; idle: an idle period passed with
 // nothing. True once the read is over (the status says how).
-bool edit_step(console *c, bool idle) {
+bool edit_step(console *c, bool idle, Readiness ready) {
     if (read_over(c)) {
         stopped(c);
         return true;
@@ -258,7 +282,7 @@ bool edit_step(console *c, bool idle) {
     if (!serve_printer(c, true)) return true;
     // Keys an earlier read left over come first; fresh bytes only once
     // they are used up.
-    const int got = buffered() ? 1 : take_input(c);
+    const int got = buffered() ? 1 : take_input(c, ready);
     if (got < 0) return true;
     if (got > 0) {
         take_keys(c);
@@ -276,8 +300,9 @@ bool edit_step(console *c, bool idle) {
 // input between them, the same steps a host's loop takes.
 void run_steps(console *c) {
     bool idle = false;
-    while (!edit_step(c, idle)) {
-        const Wait w = wait_input(c);
+    Readiness ready = kUnknown;
+    while (!edit_step(c, idle, ready)) {
+        const Wait w = wait_input(c, &ready);
         if (w == kFailed) return;
         idle = w == kIdle;
     }
@@ -324,6 +349,7 @@ void watch(int poll_fd, int fd) {
 
 bool qv::edit_begin(console *c, const char *prompt) {
     if (the_edit) return false;
+
     the_edit = new (std::nothrow) Edit(c);
     if (!the_edit) {
         c->status = ST_NOMEMORY;
@@ -347,7 +373,7 @@ bool qv::edit_feed(console *c) {
     const Steady::time_point now = Steady::now();
     const bool idle = now - e->last_event >= kIdlePeriod;
     const unsigned long before = fills;
-    const bool over = edit_step(c, idle);
+    const bool over = edit_step(c, idle, kUnknown);
     if (idle || fills != before) e->last_event = now;
     return over;
 }

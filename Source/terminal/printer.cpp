@@ -50,12 +50,18 @@ extern "C" void make_pipe(void) {
     pipe_write = fds[1];
 }
 
+// Whether the pipe may hold bytes: the read loop empties it only then, so
+// that a key costs no read of an empty pipe. Set after the write, so a
+// byte is never left behind unseen (at worst the loop wakes once more).
+std::atomic<int> poked{0};
+
 void poke() {
     const int fd = pipe_write.load();
     if (fd < 0) return;
     const char b = 1;
     const ssize_t w = write(fd, &b, 1); // a full pipe wakes the loop already
     (void) w;
+    poked.store(1);
 }
 
 class Held {
@@ -109,8 +115,9 @@ bool printer_wake_pending() { return wake_asked.load() != 0; }
 bool printer_take_wake() {
     const int fd = pipe_read.load();
     char sink[64];
-    while (fd >= 0 && read(fd, sink, sizeof sink) > 0) {
-    }
+    if (poked.exchange(0))
+        while (fd >= 0 && read(fd, sink, sizeof sink) > 0) {
+        }
     return wake_asked.exchange(0) != 0;
 }
 
