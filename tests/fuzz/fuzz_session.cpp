@@ -15,10 +15,14 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <atomic>
+#include <mutex>
 #include <vector>
 
 #include <csignal>
+#include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -45,13 +49,39 @@ int cols = 30;
 std::string out;                       // everything the library wrote since the input began
 std::vector<qvtest::Resize> resizes;   // where the window changed, for the renderer
 
-void drain() {
+// A thread keeps reading the terminal's other side, as a terminal would:
+// a step that writes more than the kernel's buffer holds (a long listing
+// in a narrow window) must not block on a reader that waits for the step.
+std::mutex taken_lock;
+std::string taken; // read and not yet moved to out
+std::atomic<unsigned long> reads{0};
+
+void keep_reading() {
     char buf[65536];
     for (;;) {
+        struct pollfd p = {master, POLLIN, 0};
+        if (poll(&p, 1, -1) < 0 && errno != EINTR) return;
         const ssize_t n = read(master, buf, sizeof buf);
-        if (n <= 0) return;
-        out.append(buf, static_cast<size_t>(n));
+        if (n > 0) {
+            std::lock_guard<std::mutex> hold(taken_lock);
+            taken.append(buf, static_cast<size_t>(n));
+            reads++;
+        } else if (n < 0 && errno != EAGAIN && errno != EINTR) {
+            return;
+        }
     }
+}
+
+// Everything the library has written so far: once the other side has been
+// quiet for a moment, since the kernel hands output over a little late.
+void drain() {
+    for (unsigned long seen = reads.load() + 1; seen != reads.load();) {
+        seen = reads.load();
+        usleep(1000);
+    }
+    std::lock_guard<std::mutex> hold(taken_lock);
+    out += taken;
+    taken.clear();
 }
 
 // ---------------------------------------------------------------------------
@@ -253,6 +283,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     dup2(slave, 0);
     dup2(slave, 1);
     close(slave);
+    std::thread(keep_reading).detach();
     setvbuf(stdout, nullptr, _IOFBF, 1 << 16);
     static char dir[] = "/tmp/qv-fuzz-session-XXXXXX";
     if (!mkdtemp(dir)) abort();
