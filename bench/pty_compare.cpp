@@ -11,8 +11,8 @@
 // (GNU readline does): "middle-settled" sends each key only once the output
 // has stopped, and shows what every key costs when it is drawn.
 //
-// With QV_BENCH_STRACE=FILE, each program runs under `strace -c`, and the
-// system calls it made are reported per unit too (the last run's).
+// Where strace is installed, each program runs once more under `strace -c`,
+// and the system calls it made are reported per unit too.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -82,6 +82,10 @@ Clock::time_point drain(int fd, size_t &out, int timeout_ms) {
     return last;
 }
 
+// Set for the one extra run made under `strace -c` for the system calls;
+// the timed runs go without, as tracing costs more than the calls.
+const char *trace_file = nullptr;
+
 Result run(const char *program, const char *arg, const Workload &w) {
     struct winsize ws {};
     ws.ws_row = 24;
@@ -97,7 +101,7 @@ Result run(const char *program, const char *arg, const Workload &w) {
         setenv("QV_BENCH_HISTORY", dir, 1);
         const int null = open("/dev/null", O_WRONLY);
         dup2(null, 2);
-        if (const char *trace = getenv("QV_BENCH_STRACE"))
+        if (const char *trace = trace_file)
             execlp("strace", "strace", "-c", "-o", trace, program, arg, static_cast<char *>(nullptr));
         execl(program, program, arg, static_cast<char *>(nullptr));
         _exit(127);
@@ -225,15 +229,20 @@ int main(int argc, char **argv) {
                                  {"libedit", QV_BENCH_DIR "/repl-libedit", nullptr},
                                  {"raw echo", QV_BENCH_DIR "/raw-echo", nullptr}};
     setvbuf(stdout, nullptr, _IONBF, 0);
-    printf("median of 3 runs (1 at 9,600 baud); CPU and bytes per character (or key), p99: key to echo\n");
+    char trace[] = "/tmp/quorvel-bench-strace-XXXXXX";
+    const int trace_fd = system("strace -V >/dev/null 2>&1") == 0 ? mkstemp(trace) : -1;
+    if (trace_fd >= 0) close(trace_fd);
+    printf("median of 3 runs (1 at 9,600 baud); CPU and bytes per character (or key), p50 and p99: key to "
+           "echo;\ncalls: system calls per unit of the whole program, from one more run under strace -c\n");
     for (const Workload &w : workloads()) {
         bool wanted = argc < 2;
         for (int i = 1; i < argc; i++) wanted = wanted || w.name == argv[i];
         if (!wanted) continue;
         rate = w.rate;
         const int rounds = w.rounds;
-        printf("\n%s\n%-14s %14s %14s %12s%s\n", w.name.c_str(), "program", "CPU/unit", "bytes/unit",
-               w.typed.empty() ? "" : "p99 latency", w.rate ? "   p50 latency" : "");
+        printf("\n%s\n%-14s %14s %14s %12s%s%s\n", w.name.c_str(), "program", "CPU/unit", "bytes/unit",
+               w.typed.empty() ? "" : "p99 latency", w.typed.empty() ? "" : "   p50 latency",
+               trace_fd >= 0 ? "   calls" : "");
         for (const auto &p : programs) {
             std::vector<Result> results;
             for (int r = 0; r < rounds; r++) results.push_back(run(p[1], p[2], w));
@@ -242,9 +251,11 @@ int main(int argc, char **argv) {
             const Result &m = results[rounds / 2];
             printf("%-14s %11.3f us %14.2f", p[0], m.cpu_ms * 1000 / static_cast<double>(w.units),
                    static_cast<double>(m.bytes) / static_cast<double>(w.units));
-            if (!w.typed.empty()) printf(" %9.0f us", m.p99_us);
-            if (w.rate) printf(" %11.0f us", m.p50_us);
-            if (const char *trace = getenv("QV_BENCH_STRACE")) {
+            if (!w.typed.empty()) printf(" %9.0f us %11.0f us", m.p99_us, m.p50_us);
+            if (trace_fd >= 0) {
+                trace_file = trace;
+                run(p[1], p[2], w);
+                trace_file = nullptr;
                 // The "total" line of strace -c: seconds, usecs/call, calls.
                 FILE *f = fopen(trace, "r");
                 char line[256];
@@ -252,10 +263,11 @@ int main(int argc, char **argv) {
                 while (f && fgets(line, sizeof line, f))
                     if (strstr(line, "total")) sscanf(line, "%*f %*f %*d %ld", &calls);
                 if (f) fclose(f);
-                printf(" %8.3f calls", static_cast<double>(calls) / static_cast<double>(w.units));
+                printf(" %7.2f", static_cast<double>(calls) / static_cast<double>(w.units));
             }
             printf("%s\n", m.finished ? "" : "  (did not finish in 120 s)");
         }
     }
+    if (trace_fd >= 0) unlink(trace);
     return 0;
 }

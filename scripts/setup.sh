@@ -10,7 +10,7 @@ packages=(cmake g++ make pkg-config python3 libncurses-dev ncurses-bin
 # not needed; a test skips a program that is missing.
 programs=(gdb rlwrap units gnuplot-nox sqlite3 bc lua5.4)
 case "${1:-}" in
-    --bench) packages+=(libreadline-dev libedit-dev) ;;
+    --bench) packages+=(libreadline-dev libedit-dev strace) ;;
     --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     --memcheck) packages+=(valgrind) ;;
 esac

@@ -168,14 +168,12 @@ wchar_t qv::other_case(wchar_t ch) {
     return static_cast<wchar_t>(iswupper(w) ? towlower(w) : towupper(w));
 }
 
-int qv::display_width(wchar_t ch) {
-    const auto u = static_cast<uint32_t>(ch);
-    if (u >= 32 && u < 127) return 1; // the common case needs no locale
+int qv::display_width_slow(wchar_t ch) {
     Utf8Scope utf8;
     return wcwidth(ch);
 }
 
-int qv::control_form(wchar_t ch, wchar_t out[4]) {
+int qv::control_form_slow(wchar_t ch, wchar_t out[4]) {
     // wchar_t is signed on x86 and unsigned on ARM: compare as unsigned.
     const auto u = static_cast<uint32_t>(ch);
     if (u < 32 || u == 127) {

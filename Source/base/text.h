@@ -31,12 +31,23 @@ namespace qv {
 /* The cells the C library gives the character under UTF-8, whatever the
    host's locale: 2 for East Asian wide characters and most emoji, 0 for
    combining marks, -1 for what is not printable (control characters). */
-int display_width(wchar_t ch);
+int display_width_slow(wchar_t ch);
+/* wchar_t is signed on x86 and unsigned on ARM: compared as unsigned. Every
+   character of every row passes here, so printable ASCII never leaves the
+   caller. */
+inline int display_width(wchar_t ch) {
+    const auto u = static_cast<unsigned>(ch);
+    return u >= 32 && u < 127 ? 1 : display_width_slow(ch);
+}
 /* How the library shows a control character: C0 and DEL in caret notation
    (^[, ^?), a C1 control as \x9b, so that no text it did not compose itself
    can steer the terminal. Answers the cells that takes, with the characters
    in out, or 0 for a character that is not a control character. */
-int control_form(wchar_t ch, wchar_t out[4]);
+int control_form_slow(wchar_t ch, wchar_t out[4]);
+inline int control_form(wchar_t ch, wchar_t out[4]) {
+    const auto u = static_cast<unsigned>(ch);
+    return (u >= 32 && u < 127) || u >= 0xA0 ? 0 : control_form_slow(ch, out);
+}
 /* UTF-8 text as characters to show, a byte that is not part of a valid
    sequence as the four characters \xNN: a new malloc'ed string of *n
    characters, or NULL when memory ran out. */
