@@ -4,7 +4,7 @@ BUILD   ?= build
 TESTDIR ?= build-test
 TSANDIR ?= build-tsan
 
-.PHONY: all setup run test test-tsan test-arm fuzz memcheck bench clean install
+.PHONY: all setup run test test-tsan test-arm fuzz memcheck bench mutate clean install
 
 all: setup
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
@@ -54,6 +54,11 @@ fuzz:
 	cmake --build build-fuzz -j $(JOBS) --target fuzz_keys fuzz_history fuzz_text fuzz_keymap fuzz_session
 	./scripts/fuzz.sh build-fuzz $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
+# Single-point faults from tests/mutate/faults.txt, planted one at a time
+# against the test suite (slow: about a minute a fault).
+mutate: setup
+	./scripts/mutate.py
+
 # The pseudo-terminal tests with the host under valgrind's memcheck.
 memcheck:
 	@./scripts/setup.sh --memcheck
@@ -68,4 +73,4 @@ install: all
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench build-arm build-fuzz build-memcheck
+	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench build-arm build-fuzz build-memcheck build-mutate

@@ -135,11 +135,19 @@ TEST(Screen, ShowsWhatTheHostGets) {
         // in as text.
         {{"init", "putln:earlier output", "line:> "}, az + az.substr(0, 14) + "\x16\t" + kLeft + kLeft + "\x0cZ\r",
          {az + az.substr(0, 13) + "Zn\t"}, {"> " + az.substr(0, 18), az.substr(18) + az.substr(0, 12), "mZn^I"}},
-        // A trailing backslash before a declined line break is removed.
+        // A trailing backslash before a declined line break is removed, and
+        // drawn once: in the last column too, whose full row keeps the row
+        // below it for the cursor.
         {{"init", "cb:complete=backslash", "cb:keep=backslash", "line:> "}, "abc\\\rdef\r", {"abcdef"},
          {"> abc\\", "  def"}},
-        // Without a kept line break the next line is appended, shown apart.
+        {{"init", "cb:complete=backslash", "cb:keep=backslash", "line:> "}, az.substr(0, 17) + "\\\rdef\r",
+         {az.substr(0, 17) + "def"}, {"> " + az.substr(0, 17) + "\\", "", "  def"}},
+        // Without a kept line break the next line is appended, shown apart;
+        // Ctrl-K, Page Down and Ctrl-T at its start keep it apart.
         {{"init", "cb:complete=brackets", "line:> "}, "(x\ry)\r", {"(xy)"}, {"> (x", "  y)"}},
+        {{"init", "cb:complete=brackets", "line:> ", "line:> ", "line:> "},
+         "(ab\rcd\x01\x0bZ)\r" "(ab\rcd" + kPageDown + "Z)\r" "(ab\rcd\x01\x14Z\x05)\r", {"(abZ)", "(abZ)", "(abZcd)"},
+         {"> (ab", "  Z)", "> (ab", "  Z)", "> (ab", "  Zcd)"}},
         {{"init", "cb:complete=brackets", "cb:keep=0", "line:> "}, "(x\ry)\r", {"(xy)"}, {"> (x", "  y)"}},
         // Raw reads never ask whether the input is complete.
         {{"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:"}, "(x\r(y\r", {"(x", "(y"},
@@ -325,6 +333,41 @@ TEST(Continuation, KeptLineBreaks) {
     EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\nabcd\n");
 }
 
+// The keys people press on continuation lines, at a line's start, middle
+// and end, with the break kept in the text: each row's Z marks where the
+// cursor was, and no key may act on the line before or take the break.
+TEST(Continuation, KeysAtALinesEdges) {
+    struct Row {
+        std::string keys, line;
+    };
+    const std::string home = "\x01", end = "\x05";
+    const Row rows[] = {
+        {"(ab\rcd" + home + home + "Z" + end + ")", "(ab\nZcd)"},            // Home stays on its line
+        {"(ab\rcd" + home + "\x15Z" + end + ")", "(ab\nZcd)"},              // Ctrl-U at the start
+        {"(ab\rcd" + kLeft + "\x15Z" + end + ")", "(ab\nZd)"},              // in the middle
+        {"(ab\rcd" + home + "\x0bZ)", "(ab\nZ)"},                          // Ctrl-K at the start
+        {"(ab\rcd" + kLeft + "\x0bZ)", "(ab\ncZ)"},                        // in the middle
+        {"(ab\rcd" + kPageDown + "Z)", "(ab\nZ)"},                           // Page Down past the newest
+        {"(ab\rcd" + home + "\x14Z" + end + ")", "(ab\nZcd)"},              // Ctrl-T at the start
+        {"(ab\rcd" + kLeft + "\x14Z" + end + ")", "(ab\ndcZ)"},             // in the middle
+        {"(ab\rcd\ref" + times(3, kLeft) + "\x14Z)", "(ab\ncdZ)\nef"},       // at the end of a line
+        {"(ab\rcd" + end + "\x14Z)", "(ab\ndcZ)"},                          // at the end of the text
+    };
+    std::vector<std::string> commands{"init", "cb:complete=brackets", "cb:keep=1"};
+    std::string keys;
+    Lines want;
+    for (const Row &r : rows) {
+        commands.push_back("line:> ");
+        keys += r.keys + "\r";
+        want.push_back(r.line);
+    }
+    commands.push_back("destroy");
+    PtyHost h(commands, xterm(40));
+    const Lines got = h.typed(keys);
+    ASSERT_EQ(got.size(), want.size()) << testing::PrintToString(got);
+    for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i], want[i]) << visible(rows[i].keys);
+}
+
 // ---------------------------------------------------------------------------
 // Tab completion
 
@@ -341,6 +384,14 @@ TEST(Completion, ManyAndBadCandidates) {
     const Screen s = listed.screen();
     EXPECT_EQ(s.row(9), "item049  item099  item149"); // the last row of the list,
     EXPECT_EQ(s.row(10), "> item");                    // then the input again
+
+    // The question's answers: y, Y and Space list; anything else does not.
+    for (const auto &[answer, lists] : std::vector<std::pair<std::string, bool>>{
+             {"y", true}, {"Y", true}, {" ", true}, {"n", false}, {"N", false}, {kDelete, false}, {"\x07", false}}) {
+        PtyHost q({"completer:many=150", "init", "line:> ", "destroy"}, xterm(30, 12));
+        q.typed("item\t\t" + answer + "\r");
+        EXPECT_EQ(q.output().find("item149") != std::string::npos, lists) << visible(answer);
+    }
 }
 
 // Text the library draws but did not compose (candidates, a history entry

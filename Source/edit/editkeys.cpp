@@ -164,7 +164,13 @@ void action_transpose(console *c, int) {
     if (len < 2 || o == 0) return;
     if (o == len) o--; // at the end: the last two
     wchar_t *b = c->editor.buffer;
+    // Never across a line: a kept line break, or a continuation that starts
+    // without one, would move a character to the other line.
     if (b[o] == L'\n' || b[o - 1] == L'\n') return;
+    int nbreaks = 0;
+    const qv::TextBreak *breaks = qv::buffer_breaks(c, &nbreaks);
+    for (int i = 0; i < nbreaks; i++)
+        if (breaks[i].offset == o) return;
     // Through the edit buffer, so the change is one undoable step.
     const wchar_t pair[2] = {b[o], b[o - 1]};
     c->editor.cursor = b + o + 1;
