@@ -143,11 +143,11 @@ TEST(Screen, ShowsWhatTheHostGets) {
         {{"init", "cb:complete=backslash", "cb:keep=backslash", "line:> "}, az.substr(0, 17) + "\\\rdef\r",
          {az.substr(0, 17) + "def"}, {"> " + az.substr(0, 17) + "\\", "", "  def"}},
         // Without a kept line break the next line is appended, shown apart;
-        // Ctrl-K, Page Down and Ctrl-T at its start keep it apart.
+        // Ctrl-K, Page Down, Ctrl-T and a second Home at its start keep to it.
         {{"init", "cb:complete=brackets", "line:> "}, "(x\ry)\r", {"(xy)"}, {"> (x", "  y)"}},
-        {{"init", "cb:complete=brackets", "line:> ", "line:> ", "line:> "},
-         "(ab\rcd\x01\x0bZ)\r" "(ab\rcd" + kPageDown + "Z)\r" "(ab\rcd\x01\x14Z\x05)\r", {"(abZ)", "(abZ)", "(abZcd)"},
-         {"> (ab", "  Z)", "> (ab", "  Z)", "> (ab", "  Zcd)"}},
+        {{"init", "cb:complete=brackets", "line:> ", "line:> ", "line:> ", "line:> "},
+         "(ab\rcd\x01\x0bZ)\r" "(ab\rcd" + kPageDown + "Z)\r" "(ab\rcd\x01\x14Z\x05)\r" "(ab\rcd\x01\x01Z\x05)\r",
+         {"(abZ)", "(abZ)", "(abZcd)", "(abZcd)"}, {"> (ab", "  Z)", "> (ab", "  Z)", "> (ab", "  Zcd)", "> (ab", "  Zcd)"}},
         {{"init", "cb:complete=brackets", "cb:keep=0", "line:> "}, "(x\ry)\r", {"(xy)"}, {"> (x", "  y)"}},
         // Raw reads never ask whether the input is complete.
         {{"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:"}, "(x\r(y\r", {"(x", "(y"},
