@@ -149,6 +149,10 @@ TEST(Screen, ShowsWhatTheHostGets) {
          "(ab\rcd\x01\x0bZ)\r" "(ab\rcd" + kPageDown + "Z)\r" "(ab\rcd\x01\x14Z\x05)\r" "(ab\rcd\x01\x01Z\x05)\r",
          {"(abZ)", "(abZ)", "(abZcd)", "(abZcd)"}, {"> (ab", "  Z)", "> (ab", "  Z)", "> (ab", "  Zcd)", "> (ab", "  Zcd)"}},
         {{"init", "cb:complete=brackets", "cb:keep=0", "line:> "}, "(x\ry)\r", {"(xy)"}, {"> (x", "  y)"}},
+        // Text typed into the first line pushes the next line's start along.
+        {{"init", "cb:complete=brackets", "line:> "}, "(a\rc)" + times(3, kLeft) + "X\r", {"(Xac)"}, {"> (Xa", "  c)"}},
+        // An empty line continued without its line break.
+        {{"init", "cb:complete=marker", "cb:keep=0", "line:> "}, "\rA\r", {"A"}, {">", "  A"}},
         // Raw reads never ask whether the input is complete.
         {{"init", "cb:complete=brackets", "cb:keep=1", "raw:> ", "rawmask:#:"}, "(x\r(y\r", {"(x", "(y"},
          {"> (x", "##"}},
