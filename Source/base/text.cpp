@@ -205,14 +205,7 @@ wchar_t *qv::visible_of(const char *s, int *n) {
         bool ok = need == 0 || (need > 0 && i + static_cast<size_t>(need) < len);
         for (int j = 1; ok && j <= need; j++) {
             const unsigned c = p[i + static_cast<size_t>(j)];
-            // The second byte's range excludes overlong forms, surrogates
-            // and code points above U+10FFFF.
-            unsigned lo = 0x80, hi = 0xBF;
-            if (j == 1 && b == 0xE0) lo = 0xA0;
-            if (j == 1 && b == 0xED) hi = 0x9F;
-            if (j == 1 && b == 0xF0) lo = 0x90;
-            if (j == 1 && b == 0xF4) hi = 0x8F;
-            ok = c >= lo && c <= hi;
+            ok = qv::utf8_follows(b, j - 1, c);
             cp = cp << 6 | (c & 0x3F);
         }
         if (ok) {

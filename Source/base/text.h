@@ -48,6 +48,17 @@ inline int control_form(wchar_t ch, wchar_t out[4]) {
     const auto u = static_cast<unsigned>(ch);
     return (u >= 32 && u < 127) || u >= 0xA0 ? 0 : control_form_slow(ch, out);
 }
+/* Whether byte b may stand at position index (0: the first after the lead)
+   of the UTF-8 sequence that lead starts. The first one's range excludes
+   overlong forms, surrogates and code points above U+10FFFF. */
+inline bool utf8_follows(unsigned lead, int index, unsigned b) {
+    unsigned lo = 0x80, hi = 0xBF;
+    if (index == 0 && lead == 0xE0) lo = 0xA0;
+    if (index == 0 && lead == 0xED) hi = 0x9F;
+    if (index == 0 && lead == 0xF0) lo = 0x90;
+    if (index == 0 && lead == 0xF4) hi = 0x8F;
+    return b >= lo && b <= hi;
+}
 /* UTF-8 text as characters to show, a byte that is not part of a valid
    sequence as the four characters \xNN: a new malloc'ed string of *n
    characters, or NULL when memory ran out. */

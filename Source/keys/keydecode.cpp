@@ -7,6 +7,7 @@
 // the next key.
 #include "keydecode.h"
 
+#include "text.h"
 
 namespace {
 
@@ -81,14 +82,7 @@ DecodedKey KeyDecoder::feed(const keymap_entry *root, int b, bool utf8) {
         }
         return done(nullptr, first_);
     case kUtf8: {
-        // The second byte's range excludes overlong forms, surrogates and
-        // code points above U+10FFFF.
-        int lo = 0x80, hi = 0xBF;
-        if (got_ == 0 && lead_ == 0xE0) lo = 0xA0;
-        if (got_ == 0 && lead_ == 0xED) hi = 0x9F;
-        if (got_ == 0 && lead_ == 0xF0) lo = 0x90;
-        if (got_ == 0 && lead_ == 0xF4) hi = 0x8F;
-        if (b < lo || b > hi) {
+        if (!utf8_follows(static_cast<unsigned>(lead_), got_, static_cast<unsigned>(b))) {
             state_ = kStart;
             return DecodedKey{DecodedKey::kDropped, nullptr, 0, true};
         }
