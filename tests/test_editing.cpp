@@ -205,6 +205,30 @@ TEST(Screen, RowsGrowAndShrink) {
     EXPECT_EQ(h.typed("\r"), Lines{std::string(60, 'a') + "b"});
 }
 
+// Taller than its window: the rows that scrolled away come back for a key
+// that acts there, and a line that shrinks from the bottom is drawn where
+// its prompt shows, not above the window's top.
+TEST(Screen, ALineTallerThanItsWindow) {
+    PtyHost h({"init", "cb:idle=tick", "line:> ", "destroy"}, xterm(20, 4));
+    const std::string full(20, 'a');
+    auto expect = [&](const Lines &rows, int row, int col) {
+        h.settle();
+        const Screen s = h.screen();
+        EXPECT_EQ(s.shown(), rows);
+        EXPECT_EQ(s.cursor_row, row);
+        EXPECT_EQ(s.cursor_col, col);
+    };
+    h.keys(std::string(100, 'a') + "b");
+    expect({full, full, full, "aab"}, 3, 3);
+    h.keys("\x01X");
+    expect({"> X" + std::string(17, 'a'), full, full, full}, 0, 3);
+    h.keys("\x05");
+    expect({full, full, full, "aaab"}, 3, 4);
+    h.keys("\x15");
+    expect({">"}, 0, 2);
+    EXPECT_EQ(h.typed("ok\r"), Lines{"ok"});
+}
+
 // ---------------------------------------------------------------------------
 // Masked reads
 

@@ -12,6 +12,7 @@
 
 struct qv::ModelState {
     int first, last;              // rows touched since the last paint
+    int reach;                    // the lowest row the terminal's cursor has been on
     unsigned long rows_compared;  // by all paints: the cost of a key, counted
 };
 
@@ -79,6 +80,80 @@ void qv::model_release_rows(console *c, int from) {
 }
 
 // ---------------------------------------------------------------------------
+// The window onto a tall input area
+
+void qv::model_reached(console *c, int y) {
+    if (ModelState *m = model_of(c))
+        if (m->reach < y) m->reach = y;
+}
+
+void qv::model_anchor(console *c) {
+    if (ModelState *m = model_of(c)) m->reach = c->screen.input.cur.pos.y;
+}
+
+int qv::model_window_top(const console *c) {
+    const ModelState *m = model_of(c);
+    const int rows = c->screen.rows;
+    if (!m || rows <= 0 || m->reach < rows) return 0;
+    return m->reach - (rows - 1);
+}
+
+bool qv::model_show_row(console *c, int y) {
+    ModelState *m = model_of(c);
+    input_t *in = &c->screen.input;
+    const int top = model_window_top(c);
+    if (!m || !in->lines || y >= top) return false;
+    const int rows = c->screen.rows;
+    // The area keeps its last rows in view where it can, as it was typed:
+    // a jump to the start shows the start, a step just past the window's
+    // top row shows that row at the top.
+    int end = in->numlines - 1;
+    while (end > y && in->lines[end]->last == 0 && !(in->lines[end]->lflags & LINE_CONTINUED)) end--;
+    int from = end - (rows - 1);
+    if (from > y) from = y;
+    if (from < 0) from = 0;
+    // The window's top row is the area's row `top`: above it nothing moves.
+    screen_cursor_move_y(c, top - in->cur.pos.y);
+    screen_cursor_move_bol(c);
+    const bool cleared = qv::clear_to_end_of_screen();
+    for (int i = from; i < in->numlines; i++) {
+        // Without a clear, what the window shows is not known: every cell
+        // of a row is written when it is drawn.
+        if (cleared) termline_erase(in->vbuf[i], &c->screen.blank);
+        mark_cells(in->vbuf[i], c->screen.cols);
+    }
+    const int last = from + rows - 1 < in->numlines ? from + rows - 1 : in->numlines - 1;
+    for (int i = from; i <= last; i++) model_touch(c, i);
+    in->cur.pos.x = 0;
+    in->cur.pos.y = from;
+    m->reach = from + rows - 1;
+    return true;
+}
+
+bool qv::model_take_window_rows(console *c, int target, int *first, int *last) {
+    ModelState *m = model_of(c);
+    const int rows = c->screen.rows;
+    const int bottom = rows > 0 ? target + rows - 1 : INT_MAX;
+    if (m) {
+        // Rows below the lowest one reached were drawn by no one since the
+        // window last held them: they come in blank.
+        int lowest = m->last > target ? m->last : target;
+        if (lowest > bottom) lowest = bottom;
+        if (lowest > m->reach) {
+            model_touch(c, m->reach + 1);
+            model_touch(c, lowest);
+        }
+    }
+    model_take_touched(c, first, last);
+    // Rows above the window are in the scrollback; a later look at them
+    // draws the window afresh.
+    const int top = model_window_top(c);
+    if (*first < top) *first = top;
+    if (*last > bottom) *last = bottom;
+    return *last >= *first;
+}
+
+// ---------------------------------------------------------------------------
 // Building, growing and resetting the model
 
 void screen_buffer_initialize(console *c) {
@@ -95,6 +170,7 @@ void screen_buffer_initialize(console *c) {
     in->newcur = in->cur;
     in->numlines = 1;
     if (!in->lines || !in->vbuf || !in->lines[0] || !in->vbuf[0]) screen_buffer_delete(c);
+    qv::model_anchor(c);
     qv::model_touch(c, 0);
 }
 
@@ -153,6 +229,7 @@ void screen_buffer_reset(console *c) {
     in->numlines = 1;
     if (qv::ModelState *m = model_of(c))
         if (m->last > 0) m->last = 0;
+    qv::model_anchor(c);
     qv::model_touch(c, 0);
 }
 
@@ -179,7 +256,9 @@ void cursor_save(console *c, cursor_pos *p) { *p = c->screen.input.cur; }
 
 void cursor_update(console *c, cursor_pos p) {
     input_t *in = &c->screen.input;
+    qv::model_show_row(c, p.pos.y);
     screen_cursor_move_y(c, p.pos.y - in->cur.pos.y);
+    qv::model_reached(c, p.pos.y);
     if (qv::option(TERM_OPTION_LEAN_OUTPUT))
         qv::cursor_to_column(c, in->cur.pos.x, p.pos.x, true);
     else

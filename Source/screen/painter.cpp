@@ -289,15 +289,17 @@ void do_paint(console *c, bool compact) {
     // to its column between runs.
     const bool lean = qv::option(TERM_OPTION_LEAN_OUTPUT) != 0;
     compact = compact || lean;
+    qv::model_show_row(c, r->input.newcur.pos.y);
     Run run;
     const qv::LayoutText text = qv::layout_text(c, r->cols);
     Pen pen{r->input.cur.pos.x, r->input.cur.pos.y, false, lean};
     Pen *flow = compact ? &pen : nullptr;
     uint32_t style_pen = 0; // the colours and attributes the terminal draws with
-    int first = 0, last = -1;
-    qv::model_take_touched(c, &first, &last);
+    int first = 0, last = -1, drawn = -1;
+    qv::model_take_window_rows(c, r->input.newcur.pos.y, &first, &last);
     for (int i = first; i <= last; i++) {
         if (!invalidate_vbuf_line(r, i)) continue;
+        drawn = i;
         if (lean) shift_row(c, i, pen, &style_pen);
         termchar *shown = r->input.vbuf[i]->chars;
         const termchar *model = r->input.lines[i]->chars;
@@ -345,6 +347,7 @@ void do_paint(console *c, bool compact) {
         if (limit < r->cols) clear_tail(c, i, limit, pen, &style_pen);
     }
     style_pen = qv::terminal_style(style_pen, 0);
+    qv::model_reached(c, drawn);
     if (compact) {
         r->input.cur.pos.x = pen.x;
         r->input.cur.pos.y = pen.y;

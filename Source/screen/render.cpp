@@ -69,6 +69,7 @@ void qv::render_after_newline(console *c) {
     in->cur.pos.x = 0;
     in->cur.pos.y = y;
     in->newcur = in->cur;
+    qv::model_reached(c, y);
     // Rows the model still holds below are blank or were never drawn; the
     // new line's row is drawn whole once it is laid out.
     model_release_rows(c, y);
@@ -97,6 +98,7 @@ void qv::render_redraw_all(console *c) {
         model_invalidate_row(c, i);
     }
     in->cur.pos.x = in->cur.pos.y = 0;
+    model_anchor(c);
     paint(c, false);
 }
 
@@ -128,6 +130,7 @@ void qv::render_resize(console *c) {
     const bool cleared = qv::clear_to_end_of_screen();
     view_rebuild(c, cleared ? 0 : old_rows);
     in->cur.pos.x = in->cur.pos.y = 0;
+    model_anchor(c);
     paint(c, false);
 }
 namespace {
@@ -171,5 +174,6 @@ void qv::render_above(console *c, const char *text, size_t n) {
     write_lines(c, text, n, !cleared);
     view_rebuild(c, cleared || left < 0 ? 0 : left);
     in->cur.pos.x = in->cur.pos.y = 0;
+    model_anchor(c);
     paint(c, false);
 }
