@@ -22,6 +22,12 @@
  *   its UTF-16 surrogate pair, two such escapes ("\:D83D\:DE00" for U+1F600).
  *   Typed text that looks like an escape cannot be told apart from one:
  *   term_getLineUtf8() and term_getRawLineUtf8() return plain UTF-8 instead.
+ * - The screen. The input area shows the same prompt, text and cursor
+ *   however the line was reached. The one exception is a line taller than
+ *   the window: its rows above the window's top are in the terminal's
+ *   scrollback, and which part of the line the window holds depends on where
+ *   the cursor has been. A key that acts above the window draws the window
+ *   again from a row that shows where it acts.
  * - Failures are quiet: a history file that cannot be read or written is
  *   skipped, output errors are not reported. The line calls answer NULL only
  *   when memory for the line ran out.

@@ -47,6 +47,19 @@ int unit(const std::wstring &s, size_t i, std::string *glyphs) {
 
 } // namespace
 
+std::wstring wideOf(const std::string &utf8) {
+    std::wstring w;
+    for (size_t i = 0; i < utf8.size();) {
+        const auto b = static_cast<unsigned char>(utf8[i]);
+        const size_t n = b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4;
+        uint32_t u = n == 1 ? b : b & (0xFFu >> (n + 1));
+        for (size_t k = 1; k < n && i + k < utf8.size(); k++) u = u << 6 | (static_cast<unsigned char>(utf8[i + k]) & 0x3Fu);
+        w += static_cast<wchar_t>(u);
+        i += n;
+    }
+    return w;
+}
+
 Expected expectedScreen(const std::wstring &prompt, const std::wstring &text, size_t cursor, int cols) {
     Expected e;
     e.rows.emplace_back();

@@ -55,6 +55,8 @@ struct Expected {
     int cursor_row = 0, cursor_col = 0;
 };
 Expected expectedScreen(const std::wstring &prompt, const std::wstring &text, size_t cursor, int cols);
+// Well-formed UTF-8 as the library's wide characters.
+std::wstring wideOf(const std::string &utf8);
 
 // A fresh empty directory under the system's temporary directory.
 std::string tempDir();

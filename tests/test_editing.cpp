@@ -338,32 +338,11 @@ TEST(History, SearchFindsTakesAndGivesBack) {
 // ---------------------------------------------------------------------------
 // Return, completion and continuation lines
 
-TEST(Continuation, KeptLineBreaks) {
-    const std::string dir = tempDir();
-    PtyHost h({"init:dir=" + dir, "cb:complete=brackets", "cb:keep=1", "line:> ", "line:> ", "line:> ", "line:> ",
-               "line:> ", "destroy"},
-              xterm());
-    // Home on a continuation line goes to its start, after the line break.
-    EXPECT_EQ(h.typed("x(\ry" + std::string("\x01") + "Z" + "\x05" + ")\r" +
-                      // Backspace reaches back across the line break into the first line,
-                      "(ab\r\x7f\x7f)\r" +
-                      // and Left into it, on screen too;
-                      "(abc\r" + kLeft + kLeft + "X" + "\x05" + ")\r" +
-                      // a kill reaches across it and comes back with it.
-                      "(ab\rcd" + times(3, kLeft) + "\x0b" "x\x19" ")\r" + "ab\\\rcd\r"),
-              (Lines{"x(\nZy)", "(a)", "(abXc\n)", "(abx\ncd)", "ab\\\ncd"}));
-    EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 2 78 28");
-    EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 6 78 28 A 5A 79 29");
-    // The merged second input is drawn as the one line it became.
-    EXPECT_EQ(h.screen().shown(),
-              (Lines{"> x(", "  Zy)", "> (a)", "> (abXc", "  )", "> (abx", "  cd)", "> ab\\", "  cd"}));
-    // A history entry is one line; a backslash before a break joins.
-    EXPECT_EQ(readFile(dir + "/term.history"), "x( Zy)\n(a)\n(abXc )\n(abx cd)\nabcd\n");
-}
-
 // The keys people press on continuation lines, at a line's start, middle
 // and end, with the break kept in the text: each row's Z marks where the
 // cursor was, and no key may act on the line before or take the break.
+// Keys that cross a break cross it whole; the completer sees the breaks, a
+// history entry is one line, and a backslash before a break joins.
 TEST(Continuation, KeysAtALinesEdges) {
     struct Row {
         std::string keys, line;
@@ -380,8 +359,13 @@ TEST(Continuation, KeysAtALinesEdges) {
         {"(ab\rcd" + kLeft + "\x14Z" + end + ")", "(ab\ndcZ)"},             // in the middle
         {"(ab\rcd\ref" + times(3, kLeft) + "\x14Z)", "(ab\ncdZ)\nef"},       // at the end of a line
         {"(ab\rcd" + end + "\x14Z)", "(ab\ndcZ)"},                          // at the end of the text
+        {"(ab\r\x7f\x7f)", "(a)"},                                          // Backspace joins the lines
+        {"(abc\r" + kLeft + kLeft + "X" + end + ")", "(abXc\n)"},           // Left goes back into the line
+        {"(ab\rcd" + times(3, kLeft) + "\x0b" "x\x19)", "(abx\ncd)"},       // a kill takes the break, a yank
+        {"ab\\\rcd", "ab\\\ncd"},                                           // gives it back
     };
-    std::vector<std::string> commands{"init", "cb:complete=brackets", "cb:keep=1"};
+    const std::string dir = tempDir();
+    std::vector<std::string> commands{"init:dir=" + dir, "cb:complete=brackets", "cb:keep=1"};
     std::string keys;
     Lines want;
     for (const Row &r : rows) {
@@ -394,6 +378,12 @@ TEST(Continuation, KeysAtALinesEdges) {
     const Lines got = h.typed(keys);
     ASSERT_EQ(got.size(), want.size()) << testing::PrintToString(got);
     for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i], want[i]) << visible(rows[i].keys);
+    EXPECT_EQ(h.records("COMPLETE")[0], "COMPLETE 3 28 61 62");
+    EXPECT_EQ(h.records("COMPLETE")[1], "COMPLETE 8 28 61 62 A 5A 63 64 29");
+    const Lines shown = h.screen().shown();
+    EXPECT_EQ(Lines(shown.end() - 7, shown.end()), (Lines{"> (a)", "> (abXc", "  )", "> (abx", "  cd)", "> ab\\", "  cd"}));
+    const std::string saved = readFile(dir + "/term.history");
+    EXPECT_EQ(saved.substr(saved.size() - 26), "(a)\n(abXc )\n(abx cd)\nabcd\n");
 }
 
 // ---------------------------------------------------------------------------

@@ -170,26 +170,13 @@ void highlight_from(const char *text, int len, term_highlight *h, void *) {
     abort();
 }
 
-// The line as the editor holds it: the library answers well-formed UTF-8.
-std::wstring wide_of(const char *utf8) {
-    std::wstring w;
-    for (const auto *p = reinterpret_cast<const unsigned char *>(utf8); *p;) {
-        const int n = *p < 0x80 ? 1 : *p < 0xE0 ? 2 : *p < 0xF0 ? 3 : 4;
-        uint32_t u = n == 1 ? *p : *p & (0xFF >> (n + 1));
-        for (int k = 1; k < n && p[k]; k++) u = u << 6 | (p[k] & 0x3F);
-        w += static_cast<wchar_t>(u);
-        for (int k = 0; k < n && *p; k++) p++;
-    }
-    return w;
-}
-
 // What differs between the screen and the line, or nothing.
 std::string difference() {
     int cursor_bytes = 0;
     char *line = term_editLine(&cursor_bytes);
     if (!line) return "";
     const std::string head(line, static_cast<size_t>(cursor_bytes));
-    const std::wstring text = wide_of(line), before = wide_of(head.c_str());
+    const std::wstring text = qvtest::wideOf(line), before = qvtest::wideOf(head);
     free(line);
     const qvtest::Screen shown = qvtest::render(out, kRows, cols, resizes);
     // While the completion asks whether to list everything, the next key
@@ -226,24 +213,22 @@ void check_escapes() {
 void check() {
     drain();
     check_escapes();
-    if (difference().empty()) return;
     // The kernel hands what was written to the pseudo-terminal's other side
-    // a moment later, under load: only a difference that stays counts.
-    usleep(50000);
-    drain();
-    if (difference().empty()) return;
-    // A paste still arriving is drawn at most every 100 ms, by the next feed.
-    usleep(60000);
-    char *line = nullptr;
-    if (term_editFeed(&line) == 1) {
-        free(line);
+    // a moment later, under load, and a paste still arriving is drawn at
+    // most every 100 ms, by the next feed: only a difference that stays for
+    // a second counts.
+    for (int waited = 0; !difference().empty(); waited++) {
+        if (waited == 10) fail("after the step", difference());
+        usleep(100000);
+        char *line = nullptr;
+        if (term_editFeed(&line) == 1) {
+            free(line);
+            drain();
+            if (!start()) abort();
+            return;
+        }
         drain();
-        if (!start()) abort();
-        return;
     }
-    drain();
-    const std::string d = difference();
-    if (!d.empty()) fail("after the step", d);
 }
 
 bool start() {
