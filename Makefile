@@ -30,9 +30,10 @@ test: setup test-tsan
 
 test-tsan: setup
 	cmake -S . -B $(TSANDIR) -DCMAKE_BUILD_TYPE=Debug -DQUORVEL_WERROR=ON -DQUORVEL_TSAN=ON -DQUORVEL_TESTS=ON
-	cmake --build $(TSANDIR) -j $(JOBS) --target quorvel_service_tests quorvel_pty_tests
+	cmake --build $(TSANDIR) -j $(JOBS) --target quorvel_service_tests quorvel_pty_tests quorvel_session_tests
 	TSAN_OPTIONS=halt_on_error=1 ./$(TSANDIR)/tests/quorvel_service_tests --gtest_filter='Threads*:Logger*'
 	TSAN_OPTIONS=halt_on_error=1 ./$(TSANDIR)/tests/quorvel_pty_tests --gtest_filter='Print*:Loop*'
+	TSAN_OPTIONS=halt_on_error=1 ./$(TSANDIR)/tests/quorvel_session_tests
 
 
 bench:

@@ -3,8 +3,8 @@
  *
  * Conventions
  * -----------
- * - One terminal instance per process. Call term_init() first and
- *   term_destroy() last; every other term_* call except term_free() and
+ * - One terminal instance per session (see Sessions). Call term_init() first
+ *   and term_destroy() last; every other term_* call except term_free() and
  *   term_setCallbacks() requires a live instance and aborts the process
  *   (assertion "theTerminal != NULL") when called without one.
  * - Threads. term_print(), term_wake(), term_setOption(), the logger and the
@@ -96,6 +96,71 @@ QV_API int term_init(const term_options *options);
 
 /* Writes the history to its file, releases the instance and all it owns. */
 QV_API void term_destroy(void);
+
+/* ---------------------------------------------------------------------------
+   Sessions. A session is one terminal and the editor serving it: its
+   description and size, its mode, its options, history, key maps,
+   completer, highlighter, callbacks, print queue and wake-up. The default
+   session is the one term_init() opens on standard input and output; a host
+   that serves more terminals (a serial line, telnet or SSH clients, a
+   pseudo-terminal it created) opens a session for each.
+
+   Every term_* call acts on the calling thread's session: the default one,
+   unless term_use() chose another. Different sessions may be used from
+   different threads at once; one session's calls belong to one thread at a
+   time, except term_print(), term_wake() and term_setOption(), which any
+   thread may make after choosing the session with term_use(). Callbacks run
+   with their session chosen. The logger and the thread layer are shared.
+   The process's signals (giving the terminal back when the process dies or
+   stops, SIGWINCH, SIGCONT) concern the default session alone; a host tells
+   another session its size with term_setSize(). Writing to a peer that went
+   away raises SIGPIPE, which a server ignores. */
+typedef struct term_session term_session;
+
+/* Options of term_open(). The host owns the record; size is
+   sizeof(term_session_options), so that the record may grow. */
+typedef struct term_session_options {
+    size_t size;
+    /* The terminal type, as in $TERM; NULL: $TERM. */
+    const char *terminal;
+    /* Directory of the session's "term.history"; NULL: the history is kept
+       in memory only. */
+    const char *historydir;
+    /* Nonzero: the descriptors are a stream whose peer is already in
+       character mode (a telnet or SSH channel): the library sets no terminal
+       mode, and the size comes from term_setSize() (80 by 24 until then).
+       0: a terminal, set raw for each read and given back after it. */
+    int stream;
+} term_session_options;
+
+/* Opens a session on the descriptors in_fd and out_fd (they may be the
+   same), which stay the host's: term_close() does not close them. The
+   session starts with the default session's options, completer,
+   highlighter and looks, its own default key maps and an empty history
+   (term_loadHistory() reads its file). Answers NULL when memory ran out or
+   a descriptor is invalid. */
+QV_API term_session *term_open(int in_fd, int out_fd, const term_session_options *options);
+
+/* Closes a session: a line read under way in it on another thread ends
+   first (as term_wake() ends it), and that thread makes no call on the
+   session once its read returns; an edit under the host's loop is stopped;
+   the history is saved, and everything the session held is freed. The
+   calling thread, if it had chosen the session, has the default one again.
+   NULL is ignored. */
+QV_API void term_close(term_session *session);
+
+/* Makes session (NULL: the default session) the calling thread's, for every
+   call it makes from now on; answers the session chosen before. */
+QV_API term_session *term_use(term_session *session);
+
+/* The calling thread's session; NULL for the default one. */
+QV_API term_session *term_current(void);
+
+/* Tells session (NULL: the default one) its window size, for a terminal the
+   kernel knows no size of (a telnet NAWS or an SSH window change): a read
+   under way draws again at the new size. 0 for either gives the size back to
+   the kernel and the description. Answers 1, or 0 for a negative size. */
+QV_API int term_setSize(term_session *session, int cols, int rows);
 
 /* Reads one edited line. mask 0 echoes typed characters; any other byte is
    echoed in their place and keeps the line out of the history. prompt (UTF-8,

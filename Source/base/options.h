@@ -1,6 +1,6 @@
-/* Options a host sets with term_setOption(). They belong to the process, not
-   to the terminal instance, so a host may set them before term_init().
-   Library-internal. */
+/* Options a host sets with term_setOption(). Each session has its own; the
+   default session's exist before term_init(), and a new session starts
+   with theirs. Library-internal. */
 #ifndef QUORVEL_OPTIONS_H
 #define QUORVEL_OPTIONS_H
 
@@ -11,6 +11,11 @@ namespace qv {
 int option(int id);
 // Sets it; answers the previous value, or -1 for an unknown option.
 int set_option(int id, int value);
+
+struct OptionsState;
+// A session's options, copied from the default session's; null when memory ran out.
+OptionsState *options_new();
+void options_free(OptionsState *o);
 
 } // namespace qv
 #endif

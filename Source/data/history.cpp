@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "console_record.h"
+#include "output.h"
 #include "text.h"
 #include "qv_assert.h"
 
@@ -228,7 +229,7 @@ int history_is_dirty(console *c) { return c->history->dirty; }
 
 void history_print_all(console *c) {
     for (const history_entry *e = c->history->first; e; e = e->next) {
-        fputs(e->text, stdout);
-        fputc('\n', stdout);
+        fputs(e->text, qv::terminal_stream());
+        fputc('\n', qv::terminal_stream());
     }
 }

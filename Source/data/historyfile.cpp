@@ -24,8 +24,38 @@
 #include "console_record.h"
 #include "text.h"
 #include "qv_assert.h"
+#include "session.h"
 
 char *history_directory = nullptr;
+
+// Another session's directory: the default session's is the published one.
+struct qv::HistoryDir {
+    char *path;
+};
+
+namespace {
+
+// Null for a session that keeps no file.
+const qv::HistoryDir *session_dir() {
+    const qv::Session *s = qv::current_session();
+    return s ? static_cast<const qv::HistoryDir *>(s->slot[qv::kSlotHistoryFile]) : nullptr;
+}
+
+} // namespace
+
+qv::HistoryDir *qv::history_dir_new(const char *path) {
+    auto *d = static_cast<HistoryDir *>(calloc(1, sizeof(HistoryDir)));
+    if (d && !(d->path = strdup(path))) {
+        free(d);
+        return nullptr;
+    }
+    return d;
+}
+
+void qv::history_dir_free(HistoryDir *d) {
+    if (d) free(d->path);
+    free(d);
+}
 
 // Entries added since the last save, as the file's lines (UTF-8).
 struct qv::FileState {
@@ -358,11 +388,16 @@ void qv::history_forget_new(console *c) {
 
 char *history_get_filepath(void) {
     static const char kName[] = "term.history";
-    if (!history_directory) return strdup(kName);
-    const size_t dir = strlen(history_directory);
+    const qv::HistoryDir *own = session_dir();
+    const qv::Session *s = qv::current_session();
+    // Another session keeps its history in memory unless given a directory.
+    if (s && !own) return nullptr;
+    const char *where = own ? own->path : history_directory;
+    if (!where) return strdup(kName);
+    const size_t dir = strlen(where);
     auto *path = static_cast<char *>(malloc(dir + 1 + sizeof(kName)));
     if (!path) return nullptr;
-    memcpy(path, history_directory, dir);
+    memcpy(path, where, dir);
     path[dir] = '/';
     memcpy(path + dir + 1, kName, sizeof(kName));
     return path;

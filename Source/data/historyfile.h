@@ -40,6 +40,10 @@ void history_file_free(FileState *st);
 void history_file_attach(struct console *c);
 /* Releases the entries kept for the next save. */
 void history_forget_new(struct console *c);
+// Another session's history directory (it keeps none without one).
+struct HistoryDir;
+HistoryDir *history_dir_new(const char *path);
+void history_dir_free(HistoryDir *d);
 } // namespace qv
 #endif
 #endif

@@ -6,12 +6,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <cwchar>
 #include <memory>
 
 #include "actions.h"
 #include "console_record.h"
 #include "frame.h"
+#include "session.h"
 #include "text.h"
 
 struct term_completions {
@@ -26,10 +28,20 @@ struct term_completions {
 
 namespace {
 
-// The host's completer belongs to the process: it may be set before
-// term_init and outlives an instance.
-term_completer the_completer = nullptr;
-void *the_user = nullptr;
+} // namespace
+
+// The host's completer belongs to the session: the default session's may be
+// set before term_init and outlives an instance.
+struct qv::CompleterState {
+    term_completer fn = nullptr;
+    void *user = nullptr;
+};
+
+namespace {
+
+qv::CompleterState own_completer;
+
+qv::CompleterState &completer() { return qv::session_record(qv::kSlotCompletion, own_completer); }
 
 // Past this many, the list is only shown after the user says yes.
 constexpr int kAskAbove = 100;
@@ -82,7 +94,7 @@ void ask(console *c, Candidates &out) {
     std::unique_ptr<char, decltype(&free)> before(qv::utf8_of(c->editor.buffer, cursor), &free);
     if (!text || !before) return;
     term_completions offered{static_cast<int>(strlen(before.get())), nullptr, 0, 0};
-    the_completer(text.get(), offered.cursor, &offered, the_user);
+    completer().fn(text.get(), offered.cursor, &offered, completer().user);
     out.items = static_cast<Candidate *>(calloc(static_cast<size_t>(offered.count) + 1, sizeof(Candidate)));
     for (int i = 0; out.items && i < offered.count; i++) {
         const term_completions::Item &item = offered.items[i];
@@ -249,8 +261,7 @@ void qv::completion_end(console *c) {
 }
 
 void term_setCompleter(term_completer fn, void *user) {
-    the_completer = fn;
-    the_user = fn ? user : nullptr;
+    completer() = qv::CompleterState{fn, fn ? user : nullptr};
 }
 
 int term_addCompletion(term_completions *out, int start, const char *replacement) {
@@ -269,14 +280,16 @@ int term_addCompletion(term_completions *out, int start, const char *replacement
     return 1;
 }
 
-void qv::completion_reset() {
-    the_completer = nullptr;
-    the_user = nullptr;
-}
+void qv::completion_reset() { completer() = CompleterState{}; }
+
+// A new session completes as the default session does, until told otherwise.
+qv::CompleterState *qv::completer_new() { return new (std::nothrow) CompleterState(own_completer); }
+
+void qv::completer_free(CompleterState *s) { delete s; }
 
 void action_complete(console *c, int) {
     qv::CompletionState *st = state_of(c);
-    if (!the_completer || !c->editor.buffer || !st || c->masked) return;
+    if (!completer().fn || !c->editor.buffer || !st || c->masked) return;
     if (qv::frame_last_action(c) == action_complete && st->pending) {
         leave_rows(c);
         if (st->pending->count > kAskAbove) {

@@ -30,6 +30,10 @@ void completion_answer(struct console *c, int key);
 void completion_end(struct console *c);
 /* Forgets the completer. */
 void completion_reset();
+/* A session's completer, the default session's to start with. */
+struct CompleterState;
+CompleterState *completer_new();
+void completer_free(CompleterState *s);
 } // namespace qv
 #endif
 #endif

@@ -119,7 +119,7 @@ void write_text(console *c, const wchar_t *text, int n) {
         if (i < n) console_newline(c);
         from = i + 1;
     }
-    fflush(stdout);
+    fflush(qv::terminal_stream());
 }
 
 // Carries out what the key asked of the screen, in order.

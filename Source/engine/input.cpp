@@ -26,6 +26,7 @@
 #include "output.h"
 #include "printer.h"
 #include "render.h"
+#include "session.h"
 #include "sgr.h"
 #include "text.h"
 #include "ttymode.h"
@@ -37,18 +38,46 @@ namespace {
 // bytes of one key) comes in with one read; what a line read leaves over
 // waits here, in order, for the next read or term_getChar.
 constexpr size_t kInputSize = 8192;
-unsigned char input_buffer[kInputSize];
-size_t input_head = 0, input_tail = 0;
-unsigned long fills = 0; // reads that brought bytes
+
+} // namespace
+
+namespace qv {
+struct Edit;
+}
+
+// One session's input: where its keys come from and what was read of them.
+struct qv::InputState {
+    int fd = -1; // -1: standard input, as it stands
+    unsigned char buffer[kInputSize];
+    size_t head = 0, tail = 0;
+    unsigned long fills = 0; // reads that brought bytes
+    bool brackets = false;   // bracketed paste is on: a stop and continue must turn it on again
+    qv::Edit *edit = nullptr;    // one terminal, so at most one edit at a time
+};
+
+namespace {
+
+qv::InputState own_input;
+
+qv::InputState &in() { return qv::session_record(qv::kSlotInput, own_input); }
+
+int input_fd() {
+    const int fd = in().fd;
+    return fd >= 0 ? fd : fileno(stdin);
+}
+
 // What a wait saw of the terminal, for the step right after it: a read then
 // takes what it has without asking first. Unknown when the host's loop
 // waited, or a signal cut the wait short.
 enum Readiness : int { kUnknown, kReadable, kNotReadable };
 
-bool buffered() { return input_head < input_tail; }
+bool buffered() {
+    const qv::InputState &i = in();
+    return i.head < i.tail;
+}
 
 // The byte just taken was not used: it is the next key.
-void push_back() { input_head--; }
+void push_back() { in().head--; }
 
 // Answers from next_byte besides a byte.
 constexpr int kEnded = -1;    // the read must end; the status says why
@@ -66,34 +95,32 @@ class PasteBrackets {
   public:
     PasteBrackets() : on_(qv::option(TERM_OPTION_BRACKETED_PASTE) && qv::paste_bracketing(true)) {
         if (on_) qv::session_on_exit(qv::terminal_key("BD"));
-        active = on_;
+        in().brackets = on_;
     }
     ~PasteBrackets() { end(); }
     void end() {
         if (on_) qv::paste_bracketing(false);
-        on_ = active = false;
+        on_ = in().brackets = false;
         qv::session_on_exit(nullptr);
     }
     PasteBrackets(const PasteBrackets &) = delete;
     PasteBrackets &operator=(const PasteBrackets &) = delete;
-    static bool active; // a stop and continue must turn it on again
 
   private:
     bool on_;
 };
-
-bool PasteBrackets::active = false;
 
 // One read of what the terminal has, up to the buffer's size: a read that
 // comes back short holds the whole burst, so a typed key costs this call
 // alone. 1 when bytes came, 0 at the end of the input, kEnded on an error.
 int read_burst(console *c) {
     for (;;) {
-        const ssize_t r = read(fileno(stdin), input_buffer, kInputSize);
+        qv::InputState &i = in();
+        const ssize_t r = read(input_fd(), i.buffer, kInputSize);
         if (r > 0) {
-            input_head = 0;
-            input_tail = static_cast<size_t>(r);
-            fills++;
+            i.head = 0;
+            i.tail = static_cast<size_t>(r);
+            i.fills++;
             return 1;
         }
         if (r < 0 && errno == EINTR) continue;
@@ -109,7 +136,7 @@ int read_burst(console *c) {
 // on an error.
 int fill(console *c) {
     int ready = 0;
-    if (ioctl(fileno(stdin), FIONREAD, &ready) != 0 || ready <= 0) return 0;
+    if (ioctl(input_fd(), FIONREAD, &ready) != 0 || ready <= 0) return 0;
     return read_burst(c);
 }
 
@@ -118,11 +145,11 @@ void write_lines(console *c, const char *text, size_t n) {
     size_t from = 0;
     for (size_t i = 0; i < n; i++) {
         if (text[i] != '\n') continue;
-        fwrite(text + from, 1, i - from, stdout);
+        fwrite(text + from, 1, i - from, qv::terminal_stream());
         console_newline(c);
         from = i + 1;
     }
-    fflush(stdout);
+    fflush(qv::terminal_stream());
 }
 
 // The reads of the print channel: prints wait in its queue from before the
@@ -159,7 +186,7 @@ enum Wait : int { kReady, kIdle, kFailed };
 // status says why). A signal never ends a read: once the host's handler has
 // run, the caller goes on.
 Wait wait_input(console *c, Readiness *ready) {
-    const int fd = fileno(stdin), wake = qv::session_wake_fd(), prints = qv::printer_fd();
+    const int fd = input_fd(), wake = qv::session_wake_fd(), prints = qv::printer_fd();
     fd_set set;
     FD_ZERO(&set);
     FD_SET(fd, &set);
@@ -213,7 +240,7 @@ int take_input(console *c, Readiness ready) {
     }
     int got = fill(c);
     if (got != 0) return got;
-    struct pollfd p = {fileno(stdin), POLLIN, 0};
+    struct pollfd p = {input_fd(), POLLIN, 0};
     if (poll(&p, 1, 0) <= 0 || !(p.revents & (POLLIN | POLLHUP))) return 0;
     got = fill(c);
     if (got != 0) return got;
@@ -226,7 +253,7 @@ int take_input(console *c, Readiness ready) {
 // the input drawn again.
 void resume(console *c, bool line) {
     const int event = qv::session_resume();
-    if ((event & qv::kContinued) && PasteBrackets::active) qv::paste_bracketing(true);
+    if ((event & qv::kContinued) && in().brackets) qv::paste_bracketing(true);
     if ((event & qv::kContinued) && line) qv::render_redraw_all(c);
     if ((event & qv::kResized) && line) qv::render_resize(c);
 }
@@ -237,14 +264,14 @@ int next_byte(console *c, int ticks) {
     // A wake-up ends the read before any key still waiting: those wait on
     // for the next read.
     if (qv::printer_wake_pending() && !serve_printer(c, false)) return kEnded;
-    if (buffered()) return input_buffer[input_head++];
+    if (buffered()) return in().buffer[in().head++];
     Readiness ready = kUnknown;
     for (int idle = 0;;) {
         if (stopped(c)) return kEnded;
         resume(c, false);
         if (!serve_printer(c, false)) return kEnded;
         const int got = take_input(c, ready);
-        if (got > 0) return input_buffer[input_head++];
+        if (got > 0) return in().buffer[in().head++];
         if (got < 0) return kEnded;
         const Wait w = wait_input(c, &ready);
         if (w == kFailed) return kEnded;
@@ -263,7 +290,7 @@ void take_keys(console *c) {
         // A wake-up ends the read before any key still waiting: those wait
         // on for the next read.
         if (qv::printer_wake_pending() && !serve_printer(c, true)) return;
-        const qv::DecodedKey k = keys.feed(qv::engine_keymap(c), input_buffer[input_head++], utf8);
+        const qv::DecodedKey k = keys.feed(qv::engine_keymap(c), in().buffer[in().head++], utf8);
         if (k.again) push_back();
         if (k.kind == qv::DecodedKey::kKey) qv::engine_key(c, k.action, k.arg, buffered());
         else if (k.kind == qv::DecodedKey::kText) qv::engine_key(c, action_insert_char, k.arg, buffered());
@@ -321,7 +348,9 @@ using Steady = std::chrono::steady_clock;
 // Everything a read holds while it runs, given back in the opposite order:
 // the print queue outlasts the raw mode, so what was printed during the
 // read is written once the terminal is the host's again.
-struct Edit {
+} // namespace
+
+struct qv::Edit {
     explicit Edit(console *c) : session(c) {}
     PrintGuard prints;
     qv::ReadSession session;
@@ -332,8 +361,8 @@ struct Edit {
     Steady::time_point last_event;
 };
 
-// One terminal, so at most one edit at a time.
-Edit *the_edit = nullptr;
+namespace {
+
 
 constexpr auto kIdlePeriod = std::chrono::microseconds(kIdleMicros);
 
@@ -348,38 +377,38 @@ void watch(int poll_fd, int fd) {
 } // namespace
 
 bool qv::edit_begin(console *c, const char *prompt) {
-    if (the_edit) return false;
+    if (in().edit) return false;
 
-    the_edit = new (std::nothrow) Edit(c);
-    if (!the_edit) {
+    in().edit = new (std::nothrow) qv::Edit(c);
+    if (!in().edit) {
         c->status = ST_NOMEMORY;
         return false;
     }
     cursor_reset(c);
-    if (prompt && *prompt) the_edit->prompt.reset(cp2wchar(c, prompt, nullptr));
-    if (the_edit->prompt) the_edit->prompt_styles.reset(qv::take_styles(the_edit->prompt.get()));
-    c->prompt = the_edit->prompt ? the_edit->prompt.get() : L"";
+    if (prompt && *prompt) in().edit->prompt.reset(cp2wchar(c, prompt, nullptr));
+    if (in().edit->prompt) in().edit->prompt_styles.reset(qv::take_styles(in().edit->prompt.get()));
+    c->prompt = in().edit->prompt ? in().edit->prompt.get() : L"";
     c->styled_prompt = c->prompt;
-    c->prompt_styles = the_edit->prompt_styles.get();
-    the_edit->last_event = Steady::now();
+    c->prompt_styles = in().edit->prompt_styles.get();
+    in().edit->last_event = Steady::now();
     engine_begin(c);
     return true;
 }
 
 bool qv::edit_feed(console *c) {
-    Edit *e = the_edit;
+    qv::Edit *e = in().edit;
     if (!e) return true;
     // An idle period is one that passed since anything last happened.
     const Steady::time_point now = Steady::now();
     const bool idle = now - e->last_event >= kIdlePeriod;
-    const unsigned long before = fills;
+    const unsigned long before = in().fills;
     const bool over = edit_step(c, idle, kUnknown);
-    if (idle || fills != before) e->last_event = now;
+    if (idle || in().fills != before) e->last_event = now;
     return over;
 }
 
 void qv::edit_end(console *c) {
-    Edit *e = the_edit;
+    qv::Edit *e = in().edit;
     if (!e) return;
     engine_end(c);
     e->brackets.end();
@@ -387,7 +416,7 @@ void qv::edit_end(console *c) {
     c->styled_prompt = nullptr;
     c->prompt_styles = nullptr;
     if (e->poll_fd >= 0) close(e->poll_fd);
-    the_edit = nullptr;
+    in().edit = nullptr;
     delete e;
     // Raised only once the terminal is the user's again, so that a host
     // without a handler dies leaving a working terminal.
@@ -395,19 +424,28 @@ void qv::edit_end(console *c) {
 }
 
 size_t qv::input_push(const char *bytes, size_t n) {
-    if (input_head > 0) {
-        memmove(input_buffer, input_buffer + input_head, input_tail - input_head);
-        input_tail -= input_head;
-        input_head = 0;
+    InputState &i = in();
+    if (i.head > 0) {
+        memmove(i.buffer, i.buffer + i.head, i.tail - i.head);
+        i.tail -= i.head;
+        i.head = 0;
     }
-    if (n > kInputSize - input_tail) n = kInputSize - input_tail;
-    memcpy(input_buffer + input_tail, bytes, n);
-    input_tail += n;
+    if (n > kInputSize - i.tail) n = kInputSize - i.tail;
+    memcpy(i.buffer + i.tail, bytes, n);
+    i.tail += n;
     return n;
 }
 
+qv::InputState *qv::input_new(int fd) {
+    auto *i = new (std::nothrow) InputState;
+    if (i) i->fd = fd;
+    return i;
+}
+
+void qv::input_free(InputState *i) { delete i; }
+
 void qv::edit_redraw(console *c, bool fresh) {
-    if (!the_edit) return;
+    if (!in().edit) return;
     if (fresh) {
         cursor_reset(c);
         if (!render_start_input(c)) return;
@@ -416,12 +454,12 @@ void qv::edit_redraw(console *c, bool fresh) {
 }
 
 int qv::edit_fd() {
-    Edit *e = the_edit;
+    qv::Edit *e = in().edit;
     if (!e) return -1;
     if (e->poll_fd < 0) {
         e->poll_fd = epoll_create1(EPOLL_CLOEXEC);
         if (e->poll_fd < 0) return -1;
-        watch(e->poll_fd, fileno(stdin));
+        watch(e->poll_fd, input_fd());
         watch(e->poll_fd, session_wake_fd());
         watch(e->poll_fd, printer_fd());
     }
@@ -429,7 +467,7 @@ int qv::edit_fd() {
 }
 
 int qv::edit_timeout(const console *c) {
-    Edit *e = the_edit;
+    qv::Edit *e = in().edit;
     if (!e) return -1;
     const int due = engine_paint_due(c);
     if (!c->callbacks.onIdle && !engine_keys(const_cast<console *>(c)).pending()) return due;

@@ -44,6 +44,10 @@ int edit_fd();
 /* Milliseconds until the edit wants feeding without input (an idle period
    for onIdle, a key cut short); -1: none. */
 int edit_timeout(const struct console *c);
+/* Another session's input, read from fd. */
+struct InputState;
+InputState *input_new(int fd);
+void input_free(InputState *i);
 } // namespace qv
 #endif
 #endif

@@ -1,11 +1,13 @@
 // The terminal instance and the exported term_* calls.
 #include "terminal.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <type_traits>
 
 #include "completion.h"
@@ -19,6 +21,7 @@
 #include "userkeys.h"
 #include "vimode.h"
 #include "qv_assert.h"
+#include "session.h"
 
 static_assert(std::is_standard_layout<term_options>::value, "term_options crosses the C ABI");
 static_assert(std::is_standard_layout<term_callbacks>::value, "term_callbacks crosses the C ABI");
@@ -33,7 +36,21 @@ struct terminal {
     int last_status; // of the last read, for term_getStatus
 };
 
-terminal *theTerminal = nullptr;
+} // namespace
+
+// The engine's record of a session: its instance, and the encoding of the
+// line an edit under the host's loop ends with.
+struct qv::EngineTop {
+    terminal *t = nullptr;
+    char *(*edit_encoding)(console *) = nullptr;
+    std::atomic<int> reads{0}; // line reads under way, for a close from another thread
+};
+
+namespace {
+
+qv::EngineTop own_top;
+
+qv::EngineTop &top() { return qv::session_record(qv::kSlotTerminal, own_top); }
 
 // The copy of historydir that the library made; a directory the host stored
 // in history_directory itself is never freed here.
@@ -45,6 +62,7 @@ void set_history_directory(char *dir) {
 }
 
 console *the_console() {
+    const terminal *theTerminal = top().t;
     QV_ASSERT(theTerminal != NULL);
     return theTerminal->console;
 }
@@ -69,7 +87,8 @@ char *finish_line(console *c, char *(*encode)(console *)) {
         if (!result) c->status = ST_NOMEMORY;
         console_free_editor(c);
     }
-    if (theTerminal && theTerminal->console == c) theTerminal->last_status = c->status;
+    if (terminal *t = top().t)
+        if (t->console == c) t->last_status = c->status;
     if (c->eof == 1 && c->callbacks.onEndOfInput) c->callbacks.onEndOfInput();
     return result;
 }
@@ -89,41 +108,63 @@ void prepare(console *c, char mask, int raw) {
 char *start_read(char mask, const char *prompt, int raw, char *(*encode)(console *)) {
     console *c = the_console();
     prepare(c, mask, raw);
-    return read_line(c, prompt, encode);
+    top().reads++;
+    char *line = read_line(c, prompt, encode);
+    top().reads--;
+    return line;
 }
 
-// The encoding of the line an edit under the host's loop ends with.
-char *(*edit_encoding)(console *) = nullptr;
 
 } // namespace
 
 char *do_readLine(console *c, const char *prompt) { return read_line(c, prompt, encode_input); }
 
+namespace {
+
+// The calling thread's session gets its instance: all or nothing.
+terminal *new_instance() {
+    auto *t = static_cast<terminal *>(calloc(1, sizeof(terminal)));
+    if (!t) return nullptr;
+    top().t = t;
+    t->console = static_cast<console *>(calloc(1, sizeof(console)));
+    t->initialized = 0;
+    if (!t->console || !console_init(t->console)) {
+        free(t->console);
+        free(t);
+        top().t = nullptr;
+        return nullptr;
+    }
+    t->initialized = 1;
+    t->console->callbacks = term_callbacks{};
+    return t;
+}
+
+// What the history gained goes to its file first.
+void delete_instance(terminal *t) {
+    console *c = t->console;
+    std::unique_ptr<char, decltype(&free)> path(history_get_filepath(), &free);
+    history_save(c, path.get());
+    console_free(c);
+    free(c);
+    free(t);
+    top().t = nullptr;
+}
+
+} // namespace
+
 int term_init(const term_options *options) {
-    if (theTerminal) return 1;
+    if (top().t) return 1;
     qv::printer_init();
     char *dir = nullptr;
     if (options && options->historydir) {
         dir = strdup(options->historydir);
         if (!dir) return 0;
     }
-    auto *t = static_cast<terminal *>(calloc(1, sizeof(terminal)));
+    terminal *t = new_instance();
     if (!t) {
         free(dir);
         return 0;
     }
-    theTerminal = t;
-    t->console = static_cast<console *>(calloc(1, sizeof(console)));
-    t->initialized = 0;
-    if (!t->console || !console_init(t->console)) {
-        free(t->console);
-        free(t);
-        free(dir);
-        theTerminal = nullptr;
-        return 0;
-    }
-    t->initialized = 1;
-    t->console->callbacks = term_callbacks{};
     if (!options) {
         set_history_directory(nullptr);
         t->console->sigint = 0;
@@ -135,17 +176,25 @@ int term_init(const term_options *options) {
 }
 
 void term_destroy(void) {
+    terminal *theTerminal = top().t;
     QV_ASSERT(theTerminal != NULL);
     QV_ASSERT(theTerminal->console != NULL);
-    console *c = theTerminal->console;
-    std::unique_ptr<char, decltype(&free)> path(history_get_filepath(), &free);
-    history_save(c, path.get());
-    console_free(c);
-    free(c);
-    free(theTerminal);
-    theTerminal = nullptr;
+    delete_instance(theTerminal);
     qv::completion_reset();
 }
+
+qv::EngineTop *qv::engine_top_new() { return new (std::nothrow) EngineTop; }
+
+void qv::engine_top_free(EngineTop *e) { delete e; }
+
+bool qv::instance_open() { return top().t || new_instance(); }
+
+void qv::instance_close() {
+    if (top().edit_encoding) term_editStop();
+    if (terminal *t = top().t) delete_instance(t);
+}
+
+bool qv::instance_reading() { return top().reads.load() > 0; }
 
 char *term_getLine(char mask, const char *prompt) { return start_read(mask, prompt, 0, encode_input); }
 
@@ -164,6 +213,7 @@ char *term_getRawLineUtf8(char mask, const char *prompt) {
 void term_free(char *line) { free(line); }
 
 void term_loadHistory(void) {
+    const terminal *theTerminal = top().t;
     QV_ASSERT(theTerminal != NULL);
     QV_ASSERT(theTerminal->console != NULL);
     std::unique_ptr<char, decltype(&free)> path(history_get_filepath(), &free);
@@ -171,8 +221,8 @@ void term_loadHistory(void) {
 }
 
 int term_addHistory(const char *line) {
-    if (!theTerminal || !line) return 0;
-    console *c = theTerminal->console;
+    if (!top().t || !line) return 0;
+    console *c = top().t->console;
     const size_t n = strlen(line);
     if (n == 0 || !qv::utf8_valid(line, n)) return 0;
     if (qv::history_newest_is(c, line, n)) return 1;
@@ -180,22 +230,22 @@ int term_addHistory(const char *line) {
 }
 
 void term_clearHistory(void) {
-    if (!theTerminal) return;
-    history_clear(theTerminal->console);
-    qv::history_forget_new(theTerminal->console);
+    if (!top().t) return;
+    history_clear(top().t->console);
+    qv::history_forget_new(top().t->console);
 }
 
 int term_setHistoryLimit(int max) {
-    if (!theTerminal) return -2;
-    console *c = theTerminal->console;
+    if (!top().t) return -2;
+    console *c = top().t->console;
     const int previous = c->history_max == INT32_MAX ? -1 : c->history_max;
     qv::history_limit(c, max < 0 ? INT32_MAX : max);
     return previous;
 }
 
 int term_setCallbacks(const term_callbacks *callbacks) {
-    if (!theTerminal || !theTerminal->console || !callbacks) return 0;
-    term_callbacks &cb = theTerminal->console->callbacks;
+    if (!top().t || !top().t->console || !callbacks) return 0;
+    term_callbacks &cb = top().t->console->callbacks;
     if (callbacks->onIdle) cb.onIdle = callbacks->onIdle;
     if (callbacks->reserved1) cb.reserved1 = callbacks->reserved1;
     if (callbacks->reserved2) cb.reserved2 = callbacks->reserved2;
@@ -208,7 +258,7 @@ int term_setCallbacks(const term_callbacks *callbacks) {
 
 int term_setOption(int option, int value) { return qv::set_option(option, value); }
 
-int term_getStatus(void) { return theTerminal ? theTerminal->last_status : 0; }
+int term_getStatus(void) { return top().t ? top().t->last_status : 0; }
 
 // The size now: the window may have changed since term_init.
 int term_getConsoleWidth(void) {
@@ -231,11 +281,11 @@ void term_putChar(int ch) { console_put_wchar(the_console(), ch); }
 int term_getChar(int echo) {
     console *c = the_console();
     console_get_char(c, 0);
-    theTerminal->last_status = c->status;
+    top().t->last_status = c->status;
     const int ch = c->editor.buffer ? static_cast<int>(c->editor.buffer[0]) : 0;
     if (echo) {
         console_put_wchar(c, ch);
-        fflush(stdout); // the user is typing and expects to see the key now
+        fflush(qv::terminal_stream()); // the user is typing and expects to see the key now
     }
     return ch;
 }
@@ -271,29 +321,29 @@ void term_putBlanks(int n) { screen_put_blanks(the_console(), n); }
 
 int term_editStart(int flags, char mask, const char *prompt) {
     console *c = the_console();
-    if (edit_encoding) return 0;
+    if (top().edit_encoding) return 0;
     prepare(c, mask, (flags & TERM_EDIT_RAW) ? 1 : 0);
     if (!console_init_editor(c)) {
-        c->status = theTerminal->last_status = ST_NOBUFFER;
+        c->status = top().t->last_status = ST_NOBUFFER;
         return 0;
     }
     if (!qv::edit_begin(c, prompt)) {
-        theTerminal->last_status = c->status;
+        top().t->last_status = c->status;
         console_free_editor(c);
         return 0;
     }
-    edit_encoding = (flags & TERM_EDIT_UTF8) ? utf8_result : encode_input;
+    top().edit_encoding = (flags & TERM_EDIT_UTF8) ? utf8_result : encode_input;
     return 1;
 }
 
 int term_editFeed(char **line) {
     console *c = the_console();
     if (line) *line = nullptr;
-    if (!edit_encoding) return -1;
+    if (!top().edit_encoding) return -1;
     if (!qv::edit_feed(c)) return 0;
     qv::edit_end(c);
-    char *result = finish_line(c, edit_encoding);
-    edit_encoding = nullptr;
+    char *result = finish_line(c, top().edit_encoding);
+    top().edit_encoding = nullptr;
     if (line)
         *line = result;
     else
@@ -307,11 +357,11 @@ namespace {
 // the screen is left (ST_WOKEN: the row below; ST_STOPPED: as it is).
 void end_edit(int status) {
     console *c = the_console();
-    if (!edit_encoding) return;
+    if (!top().edit_encoding) return;
     c->status = status;
     qv::edit_end(c);
-    free(finish_line(c, edit_encoding));
-    edit_encoding = nullptr;
+    free(finish_line(c, top().edit_encoding));
+    top().edit_encoding = nullptr;
 }
 
 } // namespace
@@ -320,7 +370,7 @@ void term_editStop(void) { end_edit(ST_WOKEN); }
 
 char *term_editLine(int *cursor) {
     if (cursor) *cursor = 0;
-    if (!theTerminal) return nullptr;
+    if (!top().t) return nullptr;
     const editor_t &e = the_console()->editor;
     if (!e.buffer) return nullptr;
     char *before = qv::utf8_of(e.buffer, static_cast<int>(e.cursor - e.buffer));
@@ -331,7 +381,7 @@ char *term_editLine(int *cursor) {
 }
 
 int term_editSetLine(const char *text, int cursor) {
-    if (!theTerminal || !text) return 0;
+    if (!top().t || !text) return 0;
     console *c = the_console();
     if (!c->editor.buffer) return 0;
     const size_t len = strlen(text);
@@ -358,19 +408,19 @@ int term_editSetLine(const char *text, int cursor) {
 }
 
 void term_editRedraw(int fresh) {
-    if (edit_encoding) qv::edit_redraw(the_console(), fresh != 0);
+    if (top().edit_encoding) qv::edit_redraw(the_console(), fresh != 0);
 }
 
 void term_editLeave(void) { end_edit(ST_STOPPED); }
 
 int term_editPush(const char *bytes, int n) {
-    if (!edit_encoding || !bytes || n <= 0) return 0;
+    if (!top().edit_encoding || !bytes || n <= 0) return 0;
     return static_cast<int>(qv::input_push(bytes, static_cast<size_t>(n)));
 }
 
-int term_editFd(void) { return edit_encoding ? qv::edit_fd() : -1; }
+int term_editFd(void) { return top().edit_encoding ? qv::edit_fd() : -1; }
 
-int term_editTimeout(void) { return edit_encoding ? qv::edit_timeout(the_console()) : -1; }
+int term_editTimeout(void) { return top().edit_encoding ? qv::edit_timeout(the_console()) : -1; }
 
 // ---------------------------------------------------------------------------
 // Keys of the user's choice
@@ -404,8 +454,8 @@ qv::KeymapSet maps_of(console *c) { return qv::KeymapSet{c->keymaps[0], qv::vi_m
 
 int term_bindKey(const char *keymap, const char *keys, const char *action) {
     const action_fn fn = qv::action_named(action);
-    if (!theTerminal || !keys || !fn) return 0;
-    console *c = theTerminal->console;
+    if (!top().t || !keys || !fn) return 0;
+    console *c = top().t->console;
     const char *prefix = "";
     keymap_entry *map = qv::keymap_named(maps_of(c), keymap, &prefix);
     if (!map) return 0;
@@ -425,9 +475,9 @@ void term_setBindingsReporter(term_bindings_reporter fn, void *user) {
 }
 
 int term_readBindings(const char *path) {
-    if (!theTerminal || !path) return -1;
+    if (!top().t || !path) return -1;
     ReportTo to{path};
-    console *c = theTerminal->console;
+    console *c = top().t->console;
     bool vi = qv::option(TERM_OPTION_VI_MODE) != 0;
     const int reported = qv::read_bindings(maps_of(c), path, getenv("TERM"), &vi, report_line, &to);
     if (reported >= 0) qv::set_option(TERM_OPTION_VI_MODE, vi);

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <new>
 
 #include "options.h"
 #include "quorvel.h"
+#include "session.h"
 
 struct term_highlight {
     const int *starts; // the byte offset of each character, then the length; null: all ASCII
@@ -21,15 +23,26 @@ struct term_highlight {
 
 namespace {
 
-term_highlighter the_highlighter = nullptr;
-void *the_user = nullptr;
-// Another highlighter, or another user pointer, owes nothing to the styles
-// the last one left.
-std::atomic<unsigned> generation{1};
+constexpr int kLooks = 4;
 
-// Set by the host's thread, read while drawing.
-std::atomic<uint32_t> looks[] = {{0}, {TERM_DIM}, {0}, {TERM_REVERSE}};
-constexpr int kLooks = sizeof(looks) / sizeof(looks[0]);
+} // namespace
+
+// The session's highlighter and the looks of what the library marks.
+struct qv::HighlighterState {
+    term_highlighter fn = nullptr;
+    void *user = nullptr;
+    // Another highlighter, or another user pointer, owes nothing to the
+    // styles the last one left.
+    std::atomic<unsigned> generation{1};
+    // Set by the host's thread, read while drawing.
+    std::atomic<uint32_t> looks[kLooks] = {{0}, {TERM_DIM}, {0}, {TERM_REVERSE}};
+};
+
+namespace {
+
+qv::HighlighterState own_highlighter;
+
+qv::HighlighterState &hl() { return qv::session_record(qv::kSlotHighlight, own_highlighter); }
 
 // ch as UTF-8, as the result encoding writes it: what UTF-8 cannot hold
 // becomes U+FFFD.
@@ -124,15 +137,16 @@ int partner(const wchar_t *text, int len, int o) {
 int term_setLook(int element, unsigned style) {
     if (element < 1 || element >= kLooks) return -1;
     // Only the bits a style has: a stray bit must not reach the painter.
-    return static_cast<int>(looks[element].exchange(style & 0x7FFFFFu));
+    return static_cast<int>(hl().looks[element].exchange(style & 0x7FFFFFu));
 }
 
-uint32_t qv::look(int element) { return element >= 1 && element < kLooks ? looks[element].load() : 0; }
+uint32_t qv::look(int element) { return element >= 1 && element < kLooks ? hl().looks[element].load() : 0; }
 
 void term_setHighlighter(term_highlighter fn, void *user) {
-    the_highlighter = fn;
-    the_user = fn ? user : nullptr;
-    generation++;
+    qv::HighlighterState &h = hl();
+    h.fn = fn;
+    h.user = fn ? user : nullptr;
+    h.generation++;
 }
 
 int term_highlightFrom(term_highlight *out) {
@@ -176,19 +190,20 @@ int term_addHighlight(term_highlight *out, int start, int end, unsigned style) {
     return k - lo;
 }
 
-bool qv::highlight_active() { return the_highlighter || qv::option(TERM_OPTION_BRACE_MATCH); }
+bool qv::highlight_active() { return hl().fn || qv::option(TERM_OPTION_BRACE_MATCH); }
 
-unsigned qv::highlighter_generation() { return generation.load(); }
+unsigned qv::highlighter_generation() { return hl().generation.load(); }
 
 bool qv::highlight_styles(const wchar_t *text, int len, int cursor, int kept, HighlightScratch &scratch,
                           uint32_t *host, uint32_t *out) {
     const auto n = static_cast<size_t>(len);
-    if (the_highlighter && len > 0) {
+    const HighlighterState &hs = hl();
+    if (hs.fn && len > 0) {
         int bytes = 0;
         bool ascii = false;
         if (!encode(text, len, kept, scratch, &bytes, &ascii)) return false;
         term_highlight h{ascii ? nullptr : scratch.starts, len, host, 0, kept < len ? kept : len, false};
-        the_highlighter(scratch.utf8, bytes, &h, the_user);
+        hs.fn(scratch.utf8, bytes, &h, hs.user);
         if (!h.cleared) std::fill(host, host + n, 0u);
         std::copy(host, host + n, out);
     } else {
@@ -205,3 +220,16 @@ bool qv::highlight_styles(const wchar_t *text, int len, int cursor, int kept, Hi
     }
     return true;
 }
+
+// A new session highlights and looks as the default session does, until told
+// otherwise.
+qv::HighlighterState *qv::highlighter_new() {
+    auto *h = new (std::nothrow) HighlighterState;
+    if (!h) return nullptr;
+    h->fn = own_highlighter.fn;
+    h->user = own_highlighter.user;
+    for (int i = 0; i < kLooks; i++) h->looks[i] = own_highlighter.looks[i].load();
+    return h;
+}
+
+void qv::highlighter_free(HighlighterState *h) { delete h; }

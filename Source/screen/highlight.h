@@ -19,6 +19,10 @@ bool highlight_active();
 // Changes when the highlighter or its user pointer does: the styles the
 // last one left are no longer to be kept.
 unsigned highlighter_generation();
+// A session's highlighter and looks, the default session's to start with.
+struct HighlighterState;
+HighlighterState *highlighter_new();
+void highlighter_free(HighlighterState *h);
 
 // Room for n items in a buffer kept from call to call, grown with realloc;
 // false, the buffer as it was, when memory ran out.

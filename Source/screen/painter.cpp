@@ -80,18 +80,18 @@ void put_run(console *c, const wchar_t *s, int n) {
     int k = 0;
     for (int i = 0; i < n; i++) {
         if (s[i] <= 0 || s[i] >= 0x80) {
-            fwrite(bytes, 1, static_cast<size_t>(k), stdout);
+            fwrite(bytes, 1, static_cast<size_t>(k), qv::terminal_stream());
             std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, s + i, n - i), &free);
-            if (text) fputs(text.get(), stdout);
+            if (text) fputs(text.get(), qv::terminal_stream());
             return;
         }
         bytes[k++] = static_cast<char>(s[i]);
         if (k == static_cast<int>(sizeof bytes)) {
-            fwrite(bytes, 1, sizeof bytes, stdout);
+            fwrite(bytes, 1, sizeof bytes, qv::terminal_stream());
             k = 0;
         }
     }
-    fwrite(bytes, 1, static_cast<size_t>(k), stdout);
+    fwrite(bytes, 1, static_cast<size_t>(k), qv::terminal_stream());
 }
 
 // Whether a cell looks the same drawn in the run's style as in its own: a
@@ -128,7 +128,7 @@ void step_over(console *c, Pen &pen, cursor_pos to) {
             model[x].ch > 126)
             return;
     qv::terminal_row_used();
-    for (int x = pen.x; x < to.pos.x; x++) putc(static_cast<int>(model[x].ch), stdout);
+    for (int x = pen.x; x < to.pos.x; x++) putc(static_cast<int>(model[x].ch), qv::terminal_stream());
     pen.x = to.pos.x;
 }
 
@@ -160,7 +160,7 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     const int from_y = compact ? compact->y : in->cur.pos.y;
     const int from_x = compact ? compact->x : in->cur.pos.x;
     const bool pending = compact && compact->wrap_pending;
-    const bool flows = pending && t_auto_right_margin && from_y == i - 1 && start == 0;
+    const bool flows = pending && qv::rows_flow() && from_y == i - 1 && start == 0;
     if (!flows) {
         screen_cursor_move_y(c, i - from_y);
         if (compact && compact->lean) {
@@ -282,7 +282,7 @@ void do_paint(console *c, bool compact) {
     // Without cursor addressing the model cannot be drawn; the plain view
     // is drawn from the edit buffer instead.
     if (!r->input.lines || qv::plain_active(c)) {
-        fflush(stdout);
+        fflush(qv::terminal_stream());
         return;
     }
     // Lean output tracks the cursor through every paint, never returning it
@@ -367,7 +367,7 @@ void do_paint(console *c, bool compact) {
         }
     }
     cursor_update(c, r->input.newcur);
-    fflush(stdout);
+    fflush(qv::terminal_stream());
 }
 
 } // namespace
@@ -392,7 +392,7 @@ void screen_cursor_move_eol(console *c) {
 void screen_draw_string(console *c, int column, const char *s, int *written) {
     screen_cursor_move_to_col(c, column);
     qv::terminal_row_used();
-    const int r = fputs(s, stdout);
+    const int r = fputs(s, qv::terminal_stream());
     screen_cursor_move_to_col(c, c->screen.input.cur.pos.x);
     if (written) *written = r;
 }

@@ -144,7 +144,7 @@ void plain_refresh(console *c) {
     move_to(cursor_col - st->scroll, st->shown);
     st->shown_cur = at;
     out.flush();
-    fflush(stdout);
+    fflush(qv::terminal_stream());
 }
 
 } // namespace qv

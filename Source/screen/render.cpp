@@ -141,7 +141,7 @@ void write_lines(console *c, const char *text, size_t n, bool clear) {
     size_t from = 0;
     for (size_t i = 0; i < n; i++) {
         if (text[i] != '\n') continue;
-        fwrite(text + from, 1, i - from, stdout);
+        fwrite(text + from, 1, i - from, qv::terminal_stream());
         if (clear) qv::clear_to_end_of_line();
         console_newline(c);
         from = i + 1;
@@ -162,7 +162,7 @@ void qv::render_above(console *c, const char *text, size_t n) {
             plain_start(c);
             plain_refresh(c);
         }
-        fflush(stdout);
+        fflush(qv::terminal_stream());
         return;
     }
     // Without a clear, the old rows the text does not reach are blanked.

@@ -235,7 +235,7 @@ void move_to_line_start(console *c, bool editable) {
     while (in->lines[in->newcur.pos.y]->lflags & LINE_CONTINUED) in->newcur.pos.y--;
     in->newcur.pos.x = editable ? in->lines[in->newcur.pos.y]->firstcol : 0;
     cursor_update(c, in->newcur);
-    fflush(stdout);
+    fflush(qv::terminal_stream());
 }
 
 } // namespace
@@ -252,5 +252,5 @@ void screen_cursor_move_end(console *c) {
         in->newcur.pos.y++;
     in->newcur.pos.x = in->lines[in->newcur.pos.y]->last;
     cursor_update(c, in->newcur);
-    fflush(stdout);
+    fflush(qv::terminal_stream());
 }

@@ -9,13 +9,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
+#include <new>
 
 #include <curses.h>
 #include <term.h>
+#include <pthread.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "session.h"
 #include "text.h"
 
 int UNDEF = -1;
@@ -24,91 +28,6 @@ int t_auto_right_margin = 0;
 int t_has_meta_key = 0;
 
 namespace {
-
-// ---------------------------------------------------------------------------
-// Capability cache: exactly what tigetstr answered, sentinels included.
-
-char *t_clr_eos, *t_clr_eol, *t_clr_bol, *t_bell, *t_flash_screen, *t_clear_screen,
-    *t_enter_delete_mode, *t_exit_delete_mode, *t_delete_character, *t_parm_dch,
-    *t_enter_insert_mode, *t_exit_insert_mode, *t_insert_character, *t_insert_padding,
-    *t_parm_ich, *t_pad_char, *t_cursor_visible, *t_cursor_normal, *t_cursor_up, *t_cursor_down,
-    *t_cursor_left, *t_cursor_right, *t_cursor_up_parm, *t_cursor_down_parm, *t_cursor_left_parm,
-    *t_cursor_right_parm, *t_cursor_to_ll, *t_cursor_home, *t_column_address, *t_carriage_return,
-    *t_key_home, *t_key_ll, *t_key_dc, *t_key_ic, *t_key_down, *t_key_left, *t_key_right,
-    *t_key_up, *t_keypad_local, *t_keypad_xmit, *t_parm_index, *t_parm_rindex, *t_insert_line,
-    *t_delete_line, *t_parm_delete_line, *t_enter_bold_mode, *t_exit_attribute_mode, *t_meta_on,
-    *t_meta_off;
-
-struct Capability {
-    char **var;
-    const char *name;
-};
-
-// Looked up in this order.
-const Capability kCapabilities[] = {
-    {&t_clr_eos, "ed"},
-    {&t_clr_eol, "el"},
-    {&t_clr_bol, "el1"},
-    {&t_bell, "bel"},
-    {&t_flash_screen, "flash"},
-    {&t_clear_screen, "clear"},
-    {&t_enter_delete_mode, "smdc"},
-    {&t_exit_delete_mode, "rmdc"},
-    {&t_delete_character, "dch1"},
-    {&t_parm_dch, "dch"},
-    {&t_enter_insert_mode, "smir"},
-    {&t_exit_insert_mode, "rmir"},
-    {&t_insert_character, "ich1"},
-    {&t_insert_padding, "ip"},
-    {&t_parm_ich, "ich"},
-    {&t_pad_char, "pad"},
-    {&t_cursor_visible, "cvvis"},
-    {&t_cursor_normal, "cnorm"},
-    {&t_cursor_up, "cuu1"},
-    {&t_cursor_down, "cud1"},
-    {&t_cursor_left, "cub1"},
-    {&t_cursor_right, "cuf1"},
-    {&t_cursor_up_parm, "cuu"},
-    {&t_cursor_down_parm, "cud"},
-    {&t_cursor_left_parm, "cub"},
-    {&t_cursor_right_parm, "cuf"},
-    {&t_cursor_to_ll, "ll"},
-    {&t_cursor_home, "home"},
-    {&t_column_address, "hpa"},
-    {&t_carriage_return, "cr"},
-    {&t_key_home, "khome"},
-    {&t_key_ll, "kll"},
-    {&t_key_dc, "kdch1"},
-    {&t_key_ic, "kich1"},
-    {&t_key_down, "kcud1"},
-    {&t_key_left, "kcub1"},
-    {&t_key_right, "kcuf1"},
-    {&t_key_up, "kcuu1"},
-    {&t_keypad_local, "rmkx"},
-    {&t_keypad_xmit, "smkx"},
-    {&t_parm_index, "indn"},
-    {&t_parm_rindex, "rin"},
-    {&t_insert_line, "il1"},
-    {&t_delete_line, "dl1"},
-    {&t_parm_delete_line, "dl"},
-    {&t_enter_bold_mode, "bold"},
-    {&t_exit_attribute_mode, "sgr0"},
-    {&t_meta_on, "smm"},
-    {&t_meta_off, "rmm"},
-};
-static_assert(sizeof(kCapabilities) / sizeof(kCapabilities[0]) == 49, "49 capabilities");
-
-// Until a terminal is set up every capability reads as "not a string".
-struct CacheInit {
-    CacheInit() {
-        for (const Capability &cap : kCapabilities) *cap.var = reinterpret_cast<char *>(-1);
-    }
-} cache_init;
-
-// Whether a terminal description was loaded at all. Without one, a carriage
-// return is the one motion every terminal is sure to understand.
-bool described = false;
-
 // The capabilities styles take, looked up once per terminal: a paint may
 // change style at every word.
 struct StyleCaps {
@@ -118,15 +37,154 @@ struct StyleCaps {
     int palette;
     char *colour[2][256]; // setaf and setab for each index, formatted when first used
 };
-StyleCaps style_caps;
+} // namespace
+
+// What one session's terminal is and shows.
+struct qv::OutputState {
+    FILE *out;  // where everything goes; null: standard output, as it stands
+    int fd;     // its descriptor, for the size and the description; -1: out's
+    const char *type = nullptr; // the terminal type; null: $TERM
+    TERMINAL *terminal = nullptr; // the description this library loaded
+    // Whether a description was loaded at all. Without one, a carriage
+    // return is the one motion every terminal is sure to understand.
+    bool described = false;
+    // Capability cache: exactly what tigetstr answered, sentinels included.
+    char *t_clr_eos, *t_clr_eol, *t_clr_bol, *t_bell, *t_flash_screen, *t_clear_screen, *t_enter_delete_mode,
+        *t_exit_delete_mode, *t_delete_character, *t_parm_dch, *t_enter_insert_mode, *t_exit_insert_mode,
+        *t_insert_character, *t_insert_padding, *t_parm_ich, *t_pad_char, *t_cursor_visible, *t_cursor_normal,
+        *t_cursor_up, *t_cursor_down, *t_cursor_left, *t_cursor_right, *t_cursor_up_parm, *t_cursor_down_parm,
+        *t_cursor_left_parm, *t_cursor_right_parm, *t_cursor_to_ll, *t_cursor_home, *t_column_address,
+        *t_carriage_return, *t_key_home, *t_key_ll, *t_key_dc, *t_key_ic, *t_key_down, *t_key_left,
+        *t_key_right, *t_key_up, *t_keypad_local, *t_keypad_xmit, *t_parm_index, *t_parm_rindex,
+        *t_insert_line, *t_delete_line, *t_parm_delete_line, *t_enter_bold_mode, *t_exit_attribute_mode,
+        *t_meta_on, *t_meta_off;
+    int am_xenl = 0, meta_key = 0; // "am" with "xenl"; "km"
+    StyleCaps style{};
+    // The cursor is at the start of a row a line feed reached, the
+    // library's own or, before the library wrote anything, the one that ran
+    // the program; nothing written since. Written from whichever thread
+    // holds the console; read at the start of a read.
+    std::atomic<bool> row_fresh{true};
+    int shown_shape = 0; // the cursor shape set through Ss; 0: the terminal's own
+    std::atomic<int> rows{0}, cols{0}; // the size the host gave; 0: the kernel's
+
+    OutputState(FILE *stream, int descriptor) : out(stream), fd(descriptor) {
+        // Until a terminal is set up every capability reads as "not a string".
+        for (char **cap : {&t_clr_eos, &t_clr_eol, &t_clr_bol, &t_bell, &t_flash_screen, &t_clear_screen, &t_enter_delete_mode, &t_exit_delete_mode, &t_delete_character, &t_parm_dch, &t_enter_insert_mode, &t_exit_insert_mode, &t_insert_character, &t_insert_padding, &t_parm_ich, &t_pad_char, &t_cursor_visible, &t_cursor_normal, &t_cursor_up, &t_cursor_down, &t_cursor_left, &t_cursor_right, &t_cursor_up_parm, &t_cursor_down_parm, &t_cursor_left_parm, &t_cursor_right_parm, &t_cursor_to_ll, &t_cursor_home, &t_column_address, &t_carriage_return, &t_key_home, &t_key_ll, &t_key_dc, &t_key_ic, &t_key_down, &t_key_left, &t_key_right, &t_key_up, &t_keypad_local, &t_keypad_xmit, &t_parm_index, &t_parm_rindex, &t_insert_line, &t_delete_line, &t_parm_delete_line, &t_enter_bold_mode, &t_exit_attribute_mode, &t_meta_on, &t_meta_off})
+            *cap = reinterpret_cast<char *>(-1);
+    }
+};
+
+namespace {
+
+qv::OutputState &own() {
+    static qv::OutputState state(nullptr, -1);
+    return state;
+}
+
+qv::OutputState &st() { return qv::session_record(qv::kSlotOutput, own()); }
+
+FILE *out() {
+    FILE *f = st().out;
+    return f ? f : stdout;
+}
+
+int out_fd() {
+    const int fd = st().fd;
+    return fd >= 0 ? fd : fileno(out());
+}
+
+// The terminfo library keeps one description current for the process, and
+// formats into one buffer: a session that uses it holds it, with its own
+// description made current.
+pthread_mutex_t terminfo_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+class Terminfo {
+  public:
+    Terminfo() {
+        pthread_mutex_lock(&terminfo_lock);
+        TERMINAL *mine = st().terminal;
+        if (mine && cur_term != mine) set_curterm(mine);
+    }
+    ~Terminfo() { pthread_mutex_unlock(&terminfo_lock); }
+    Terminfo(const Terminfo &) = delete;
+    Terminfo &operator=(const Terminfo &) = delete;
+};
+
+} // namespace
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// Capability cache: exactly what tigetstr answered, sentinels included.
+
+
+struct Capability {
+    char *qv::OutputState::*var;
+    const char *name;
+};
+
+// Looked up in this order.
+const Capability kCapabilities[] = {
+    {&qv::OutputState::t_clr_eos, "ed"},
+    {&qv::OutputState::t_clr_eol, "el"},
+    {&qv::OutputState::t_clr_bol, "el1"},
+    {&qv::OutputState::t_bell, "bel"},
+    {&qv::OutputState::t_flash_screen, "flash"},
+    {&qv::OutputState::t_clear_screen, "clear"},
+    {&qv::OutputState::t_enter_delete_mode, "smdc"},
+    {&qv::OutputState::t_exit_delete_mode, "rmdc"},
+    {&qv::OutputState::t_delete_character, "dch1"},
+    {&qv::OutputState::t_parm_dch, "dch"},
+    {&qv::OutputState::t_enter_insert_mode, "smir"},
+    {&qv::OutputState::t_exit_insert_mode, "rmir"},
+    {&qv::OutputState::t_insert_character, "ich1"},
+    {&qv::OutputState::t_insert_padding, "ip"},
+    {&qv::OutputState::t_parm_ich, "ich"},
+    {&qv::OutputState::t_pad_char, "pad"},
+    {&qv::OutputState::t_cursor_visible, "cvvis"},
+    {&qv::OutputState::t_cursor_normal, "cnorm"},
+    {&qv::OutputState::t_cursor_up, "cuu1"},
+    {&qv::OutputState::t_cursor_down, "cud1"},
+    {&qv::OutputState::t_cursor_left, "cub1"},
+    {&qv::OutputState::t_cursor_right, "cuf1"},
+    {&qv::OutputState::t_cursor_up_parm, "cuu"},
+    {&qv::OutputState::t_cursor_down_parm, "cud"},
+    {&qv::OutputState::t_cursor_left_parm, "cub"},
+    {&qv::OutputState::t_cursor_right_parm, "cuf"},
+    {&qv::OutputState::t_cursor_to_ll, "ll"},
+    {&qv::OutputState::t_cursor_home, "home"},
+    {&qv::OutputState::t_column_address, "hpa"},
+    {&qv::OutputState::t_carriage_return, "cr"},
+    {&qv::OutputState::t_key_home, "khome"},
+    {&qv::OutputState::t_key_ll, "kll"},
+    {&qv::OutputState::t_key_dc, "kdch1"},
+    {&qv::OutputState::t_key_ic, "kich1"},
+    {&qv::OutputState::t_key_down, "kcud1"},
+    {&qv::OutputState::t_key_left, "kcub1"},
+    {&qv::OutputState::t_key_right, "kcuf1"},
+    {&qv::OutputState::t_key_up, "kcuu1"},
+    {&qv::OutputState::t_keypad_local, "rmkx"},
+    {&qv::OutputState::t_keypad_xmit, "smkx"},
+    {&qv::OutputState::t_parm_index, "indn"},
+    {&qv::OutputState::t_parm_rindex, "rin"},
+    {&qv::OutputState::t_insert_line, "il1"},
+    {&qv::OutputState::t_delete_line, "dl1"},
+    {&qv::OutputState::t_parm_delete_line, "dl"},
+    {&qv::OutputState::t_enter_bold_mode, "bold"},
+    {&qv::OutputState::t_exit_attribute_mode, "sgr0"},
+    {&qv::OutputState::t_meta_on, "smm"},
+    {&qv::OutputState::t_meta_off, "rmm"},
+};
+static_assert(sizeof(kCapabilities) / sizeof(kCapabilities[0]) == 49, "49 capabilities");
+
 
 void forget_style_caps() {
-    for (auto &kind : style_caps.colour)
+    for (auto &kind : st().style.colour)
         for (char *&s : kind) {
             free(s);
             s = nullptr;
         }
-    style_caps.loaded = false;
+    st().style.loaded = false;
 }
 
 bool available(const char *s) {
@@ -135,19 +193,27 @@ bool available(const char *s) {
 }
 
 void get_terminal_capabilities(struct console *) {
-    for (const Capability &cap : kCapabilities) *cap.var = tigetstr(cap.name);
+    Terminfo use;
+    for (const Capability &cap : kCapabilities) st().*cap.var = tigetstr(cap.name);
     forget_style_caps();
-    t_auto_right_margin = (tigetflag("am") != 0 && tigetflag("xenl") != 0) ? 1 : 0;
-    t_has_meta_key = tigetflag("km") != 0 ? 1 : 0;
+    qv::OutputState &o = st();
+    o.am_xenl = (tigetflag("am") != 0 && tigetflag("xenl") != 0) ? 1 : 0;
+    o.meta_key = tigetflag("km") != 0 ? 1 : 0;
+    // Published for the host: the default session's.
+    if (&o == &own()) {
+        t_auto_right_margin = o.am_xenl;
+        t_has_meta_key = o.meta_key;
+    }
 }
 
 } // namespace
 
 const char *qv::terminal_key(const char *name) {
+    Terminfo use;
     for (const Capability &cap : kCapabilities)
-        if (strcmp(cap.name, name) == 0) return available(*cap.var) ? *cap.var : nullptr;
+        if (strcmp(cap.name, name) == 0) return available(st().*cap.var) ? st().*cap.var : nullptr;
     // An extended capability (PS, BE, ...), straight from the description.
-    if (!described) return nullptr;
+    if (!st().described) return nullptr;
     char *value = tigetstr(name);
     return available(value) ? value : nullptr;
 }
@@ -161,14 +227,15 @@ constexpr uint32_t kFlags = TERM_BOLD | TERM_DIM | TERM_ITALIC | TERM_UNDERLINE 
 constexpr uint32_t kFlagBits[5] = {TERM_BOLD, TERM_DIM, TERM_ITALIC, TERM_UNDERLINE, TERM_REVERSE};
 
 const StyleCaps &caps() {
-    StyleCaps &s = style_caps;
+    Terminfo use;
+    StyleCaps &s = st().style;
     if (s.loaded) return s;
     static constexpr const char *kNames[5] = {"bold", "dim", "sitm", "smul", "rev"};
     s.sgr0 = qv::terminal_key("sgr0");
     s.setaf = qv::terminal_key("setaf");
     s.setab = qv::terminal_key("setab");
     for (int i = 0; i < 5; i++) s.flag[i] = qv::terminal_key(kNames[i]);
-    s.palette = described ? tigetnum("colors") : 0;
+    s.palette = st().described ? tigetnum("colors") : 0;
     if (s.palette < 0) s.palette = 0;
     s.loaded = true;
     return s;
@@ -185,20 +252,22 @@ int showable(int n) {
 // A style capability: as it stands, unless it asks for padding, which only
 // tputs knows how to give.
 void put_style(const char *cap) {
+    Terminfo use;
     if (strchr(cap, '$'))
         tputs(cap, 1, char_to_terminal);
     else
-        fputs(cap, stdout);
+        fputs(cap, out());
 }
 
 // A colour (kind 0: setaf, 1: setab) when the terminal has it: answers the
 // colour part of the style the pen then has.
 uint32_t put_colour(int kind, uint32_t colour) {
+    Terminfo use;
     if (colour == 0) return 0;
     const int n = showable(static_cast<int>(colour) - 1);
     const char *cap = kind ? caps().setab : caps().setaf;
     if (n < 0 || !cap) return 0;
-    char *&formatted = style_caps.colour[kind][n];
+    char *&formatted = st().style.colour[kind][n];
     if (!formatted) formatted = strdup(tiparm(cap, n));
     put_style(formatted ? formatted : tiparm(cap, n));
     return static_cast<uint32_t>(n) + 1;
@@ -230,31 +299,28 @@ uint32_t qv::terminal_style(uint32_t from, uint32_t to) {
 }
 
 bool qv::erase_screen() {
-    if (!available(t_clear_screen)) return false;
-    tputs(t_clear_screen, 1, char_to_terminal);
+    Terminfo use;
+    if (!available(st().t_clear_screen)) return false;
+    tputs(st().t_clear_screen, 1, char_to_terminal);
     return true;
 }
 
 namespace {
-// The cursor is at the start of a row a line feed reached, the library's
-// own or, before the library wrote anything, the one that ran the program;
-// nothing written since. Written from whichever thread holds the console;
-// read at the start of a read.
-std::atomic<bool> row_fresh{true};
 
 // A terminal mode's sequence: it moves nothing, so a fresh row stays fresh.
 void put_mode(const char *sequence) {
-    const bool fresh = row_fresh.load(std::memory_order_relaxed);
+    Terminfo use;
+    const bool fresh = st().row_fresh.load(std::memory_order_relaxed);
     tputs(sequence, 1, char_to_terminal);
-    fflush(stdout);
-    if (fresh) row_fresh.store(true, std::memory_order_relaxed);
+    fflush(out());
+    if (fresh) st().row_fresh.store(true, std::memory_order_relaxed);
 }
 
 } // namespace
 
-bool qv::terminal_row_fresh() { return row_fresh.load(std::memory_order_relaxed); }
+bool qv::terminal_row_fresh() { return st().row_fresh.load(std::memory_order_relaxed); }
 
-void qv::terminal_row_used() { row_fresh.store(false, std::memory_order_relaxed); }
+void qv::terminal_row_used() { st().row_fresh.store(false, std::memory_order_relaxed); }
 
 bool qv::paste_bracketing(bool on) {
     const char *enable = qv::terminal_key("BE"), *disable = qv::terminal_key("BD");
@@ -263,45 +329,50 @@ bool qv::paste_bracketing(bool on) {
     return true;
 }
 
-namespace {
-int shown_shape = 0; // the cursor shape set through Ss; 0: the terminal's own
-}
-
 void qv::cursor_shape(int shape) {
-    if (shape == shown_shape) return;
+    Terminfo use;
+    if (shape == st().shown_shape) return;
     const char *set = qv::terminal_key("Ss"), *reset = qv::terminal_key("Se");
     if (!set) return;
     if (shape == 0 && !reset) return;
     put_mode(shape ? tiparm(set, shape) : reset);
-    shown_shape = shape;
+    st().shown_shape = shape;
 }
 
 bool qv::terminal_can_paint() {
-    const bool up = available(t_cursor_up) || available(t_cursor_up_parm);
-    const bool left = available(t_cursor_left) || available(t_cursor_left_parm);
-    const bool right = available(t_cursor_right) || available(t_cursor_right_parm);
-    return up && left && (available(t_column_address) || (available(t_carriage_return) && right));
+    const bool up = available(st().t_cursor_up) || available(st().t_cursor_up_parm);
+    const bool left = available(st().t_cursor_left) || available(st().t_cursor_left_parm);
+    const bool right = available(st().t_cursor_right) || available(st().t_cursor_right_parm);
+    return up && left && (available(st().t_column_address) || (available(st().t_carriage_return) && right));
 }
 
 bool qv::terminal_size(int *rows, int *cols) {
     struct winsize ws {};
-    if (ioctl(fileno(stdout), TIOCGWINSZ, &ws) != 0 || ws.ws_row == 0 || ws.ws_col == 0) return false;
+    const qv::OutputState &o = st();
+    if (o.rows > 0 && o.cols > 0) {
+        *rows = o.rows;
+        *cols = o.cols;
+        return true;
+    }
+    if (ioctl(out_fd(), TIOCGWINSZ, &ws) != 0 || ws.ws_row == 0 || ws.ws_col == 0) return false;
     *rows = ws.ws_row;
     *cols = ws.ws_col;
     return true;
 }
 
 bool qv::clear_to_end_of_screen() {
-    if (!available(t_clr_eos)) return false;
-    tputs(t_clr_eos, 1, char_to_terminal);
+    Terminfo use;
+    if (!available(st().t_clr_eos)) return false;
+    tputs(st().t_clr_eos, 1, char_to_terminal);
     return true;
 }
 
-bool qv::can_clear_to_end_of_line() { return available(t_clr_eol); }
+bool qv::can_clear_to_end_of_line() { return available(st().t_clr_eol); }
 
 bool qv::clear_to_end_of_line() {
-    if (!available(t_clr_eol)) return false;
-    tputs(t_clr_eol, 1, char_to_terminal);
+    Terminfo use;
+    if (!available(st().t_clr_eol)) return false;
+    tputs(st().t_clr_eol, 1, char_to_terminal);
     return true;
 }
 
@@ -309,11 +380,12 @@ bool qv::clear_to_end_of_line() {
 // off its end: with one parameterised capability, or one cell at a time
 // when there are few.
 bool qv::insert_cells(int n) {
+    Terminfo use;
     if (n <= 0) return true;
-    if (available(t_parm_ich)) {
-        tputs(tiparm(t_parm_ich, n), n, char_to_terminal);
-    } else if (available(t_insert_character) && n <= 4) {
-        for (int i = 0; i < n; i++) tputs(t_insert_character, 1, char_to_terminal);
+    if (available(st().t_parm_ich)) {
+        tputs(tiparm(st().t_parm_ich, n), n, char_to_terminal);
+    } else if (available(st().t_insert_character) && n <= 4) {
+        for (int i = 0; i < n; i++) tputs(st().t_insert_character, 1, char_to_terminal);
     } else {
         return false;
     }
@@ -323,16 +395,17 @@ bool qv::insert_cells(int n) {
 // Deletes n cells at the cursor, pulling the rest of the row left; blanks
 // come in at its end.
 bool qv::delete_cells(int n) {
+    Terminfo use;
     if (n <= 0) return true;
-    const bool many = available(t_parm_dch);
-    if (!many && !(available(t_delete_character) && n <= 4)) return false;
-    if (available(t_enter_delete_mode)) tputs(t_enter_delete_mode, 1, char_to_terminal);
+    const bool many = available(st().t_parm_dch);
+    if (!many && !(available(st().t_delete_character) && n <= 4)) return false;
+    if (available(st().t_enter_delete_mode)) tputs(st().t_enter_delete_mode, 1, char_to_terminal);
     if (many) {
-        tputs(tiparm(t_parm_dch, n), n, char_to_terminal);
+        tputs(tiparm(st().t_parm_dch, n), n, char_to_terminal);
     } else {
-        for (int i = 0; i < n; i++) tputs(t_delete_character, 1, char_to_terminal);
+        for (int i = 0; i < n; i++) tputs(st().t_delete_character, 1, char_to_terminal);
     }
-    if (available(t_exit_delete_mode)) tputs(t_exit_delete_mode, 1, char_to_terminal);
+    if (available(st().t_exit_delete_mode)) tputs(st().t_exit_delete_mode, 1, char_to_terminal);
     return true;
 }
 
@@ -354,36 +427,44 @@ bool qv::terminal_reflows() {
 
 namespace {
 
-// The description this library loaded. A later set-up (term_init after
-// term_destroy) releases it first, so repeated set-ups do not pile up copies.
-TERMINAL *own_terminal = nullptr;
-
-// The size comes from the description (ncurses consults the kernel's window
-// size there). Without a description it comes from the kernel, and a
-// terminal that reports none gets the classic 80 by 24.
+// The size comes from the host for a stream session, else from the
+// description (ncurses consults the kernel's window size there). Without a
+// description it comes from the kernel, and a terminal that reports none
+// gets the classic 80 by 24.
 void size_without_description(int *rows, int *cols) {
     struct winsize ws {};
-    const bool known = ioctl(fileno(stdout), TIOCGWINSZ, &ws) == 0 && ws.ws_row > 0 && ws.ws_col > 0;
+    const bool known = ioctl(out_fd(), TIOCGWINSZ, &ws) == 0 && ws.ws_row > 0 && ws.ws_col > 0;
     *rows = known ? ws.ws_row : 24;
     *cols = known ? ws.ws_col : 80;
 }
 
 void console_get_size(struct console *, int *rows, int *cols) {
-    *rows = tigetnum("lines");
-    *cols = tigetnum("cols");
+    Terminfo use;
+    const qv::OutputState &o = st();
+    if (o.rows > 0 && o.cols > 0) {
+        *rows = o.rows;
+        *cols = o.cols;
+        return;
+    }
+    *rows = o.described ? tigetnum("lines") : 0;
+    *cols = o.described ? tigetnum("cols") : 0;
     if (*rows <= 0 || *cols <= 0) size_without_description(rows, cols);
 }
 
 } // namespace
 
+// A later set-up (term_init after term_destroy) releases the description
+// loaded before, so repeated set-ups do not pile up copies.
 void qv::terminal_setup(int *rows, int *cols) {
+    Terminfo use;
+    OutputState &o = st();
     int err = 0;
-    if (own_terminal) {
-        del_curterm(own_terminal);
-        own_terminal = nullptr;
+    if (o.terminal) {
+        del_curterm(o.terminal);
+        o.terminal = nullptr;
     }
-    if (setupterm(nullptr, fileno(stdout), &err) == OK) own_terminal = cur_term;
-    described = own_terminal != nullptr;
+    if (setupterm(o.type, out_fd(), &err) == OK) o.terminal = cur_term;
+    o.described = o.terminal != nullptr;
     console_get_size(nullptr, rows, cols);
     get_terminal_capabilities(nullptr);
 }
@@ -407,34 +488,36 @@ int getConsoleType(void *) { return 1; }
 
 int char_to_terminal(int ch) {
     qv::terminal_row_used();
-    putc(ch, stdout);
+    putc(ch, out());
     return 0;
 }
 
 void screen_cursor_move_y(struct console *, int dy) {
+    Terminfo use;
     if (dy < 0) {
-        if (available(t_cursor_up_parm))
-            tputs(tiparm(t_cursor_up_parm, -dy), dy, char_to_terminal);
-        else if (available(t_cursor_up))
-            for (int i = 0; i < -dy; i++) tputs(t_cursor_up, 1, char_to_terminal);
+        if (available(st().t_cursor_up_parm))
+            tputs(tiparm(st().t_cursor_up_parm, -dy), dy, char_to_terminal);
+        else if (available(st().t_cursor_up))
+            for (int i = 0; i < -dy; i++) tputs(st().t_cursor_up, 1, char_to_terminal);
     } else {
         // Line feeds move straight down in raw mode and scroll at the bottom.
         if (dy > 0) qv::terminal_row_used();
-        for (int i = 0; i < dy; i++) fputc('\n', stdout);
+        for (int i = 0; i < dy; i++) fputc('\n', out());
     }
 }
 
 void screen_cursor_move_x(struct console *, int dx) {
+    Terminfo use;
     if (dx < 0) {
-        if (available(t_cursor_left_parm))
-            tputs(tiparm(t_cursor_left_parm, -dx), 1, char_to_terminal);
-        else if (available(t_cursor_left))
-            for (int i = 0; i < -dx; i++) tputs(t_cursor_left, 1, char_to_terminal);
+        if (available(st().t_cursor_left_parm))
+            tputs(tiparm(st().t_cursor_left_parm, -dx), 1, char_to_terminal);
+        else if (available(st().t_cursor_left))
+            for (int i = 0; i < -dx; i++) tputs(st().t_cursor_left, 1, char_to_terminal);
     } else if (dx > 0) {
-        if (available(t_cursor_right_parm))
-            tputs(tiparm(t_cursor_right_parm, dx), 1, char_to_terminal);
-        else if (available(t_cursor_right))
-            for (int i = 0; i < dx; i++) tputs(t_cursor_right, 1, char_to_terminal);
+        if (available(st().t_cursor_right_parm))
+            tputs(tiparm(st().t_cursor_right_parm, dx), 1, char_to_terminal);
+        else if (available(st().t_cursor_right))
+            for (int i = 0; i < dx; i++) tputs(st().t_cursor_right, 1, char_to_terminal);
     }
 }
 
@@ -445,9 +528,10 @@ constexpr size_t kNever = SIZE_MAX / 4;
 // The bytes of the cheaper way to move n columns (n < 0: left), and writes
 // it when put is set.
 size_t horizontal(int n, bool put) {
+    Terminfo use;
     if (n == 0) return 0;
-    const char *one = n < 0 ? t_cursor_left : t_cursor_right;
-    const char *parm = n < 0 ? t_cursor_left_parm : t_cursor_right_parm;
+    const char *one = n < 0 ? st().t_cursor_left : st().t_cursor_right;
+    const char *parm = n < 0 ? st().t_cursor_left_parm : st().t_cursor_right_parm;
     const int k = n < 0 ? -n : n;
     const size_t singles = available(one) ? strlen(one) * static_cast<size_t>(k) : kNever;
     const size_t parameterised = available(parm) ? strlen(tiparm(parm, k)) : kNever;
@@ -461,14 +545,15 @@ size_t horizontal(int n, bool put) {
 } // namespace
 
 void qv::cursor_to_column(struct console *c, int from, int to, bool from_known) {
+    Terminfo use;
     if (from_known && from == to) return;
-    const size_t address = available(t_column_address) ? strlen(tiparm(t_column_address, to)) : kNever;
-    const size_t back = available(t_carriage_return) ? strlen(t_carriage_return) + horizontal(to, false) : kNever;
+    const size_t address = available(st().t_column_address) ? strlen(tiparm(st().t_column_address, to)) : kNever;
+    const size_t back = available(st().t_carriage_return) ? strlen(st().t_carriage_return) + horizontal(to, false) : kNever;
     const size_t relative = from_known ? horizontal(to - from, false) : kNever;
     if (relative <= address && relative <= back && relative < kNever) {
         horizontal(to - from, true);
     } else if (back <= address && back < kNever) {
-        tputs(t_carriage_return, 1, char_to_terminal);
+        tputs(st().t_carriage_return, 1, char_to_terminal);
         horizontal(to, true);
     } else {
         screen_cursor_move_to_col(c, to);
@@ -476,25 +561,28 @@ void qv::cursor_to_column(struct console *c, int from, int to, bool from_known) 
 }
 
 void screen_cursor_backspace(struct console *, int n) {
+    Terminfo use;
     if (n <= 0) return;
-    if (available(t_cursor_left_parm))
-        tputs(tiparm(t_cursor_left_parm, n), n, char_to_terminal);
-    else if (available(t_cursor_left))
-        for (int i = 0; i < n; i++) tputs(t_cursor_left, 1, char_to_terminal);
+    if (available(st().t_cursor_left_parm))
+        tputs(tiparm(st().t_cursor_left_parm, n), n, char_to_terminal);
+    else if (available(st().t_cursor_left))
+        for (int i = 0; i < n; i++) tputs(st().t_cursor_left, 1, char_to_terminal);
     else
         for (int i = 0; i < n; i++) char_to_terminal(8);
 }
 
 void screen_cursor_move_bol(struct console *) {
-    if (available(t_carriage_return))
-        tputs(t_carriage_return, 1, char_to_terminal);
-    else if (!described)
+    Terminfo use;
+    if (available(st().t_carriage_return))
+        tputs(st().t_carriage_return, 1, char_to_terminal);
+    else if (!st().described)
         char_to_terminal('\r');
 }
 
 void screen_cursor_move_to_col(struct console *c, int column) {
-    if (available(t_column_address)) {
-        tputs(tiparm(t_column_address, column), 1, char_to_terminal);
+    Terminfo use;
+    if (available(st().t_column_address)) {
+        tputs(tiparm(st().t_column_address, column), 1, char_to_terminal);
     } else {
         screen_cursor_move_bol(c);
         screen_cursor_move_x(c, column);
@@ -502,6 +590,7 @@ void screen_cursor_move_to_col(struct console *c, int column) {
 }
 
 void screen_set_cursor(struct console *, cursor_pos p) {
+    Terminfo use;
     const char *cup = tigetstr("cup");
     if (available(cup)) putp(tiparm(cup, p.pos.y, p.pos.x));
 }
@@ -520,13 +609,47 @@ int console_put_wstring(struct console *c, const wchar_t *s, int n) {
 
 int console_put_string(struct console *, const char *s) {
     qv::terminal_row_used();
-    fputs(s, stdout);
+    fputs(s, out());
     return 0;
 }
 
 void console_newline(struct console *c) {
     screen_cursor_move_bol(c);
     char_to_terminal('\n');
-    row_fresh.store(true, std::memory_order_relaxed);
+    st().row_fresh.store(true, std::memory_order_relaxed);
 }
 
+
+// ---------------------------------------------------------------------------
+// Sessions
+
+qv::OutputState *qv::output_new(FILE *stream, int fd, const char *type) {
+    auto *o = new (std::nothrow) OutputState(stream, fd);
+    if (o) o->type = type;
+    return o;
+}
+
+void qv::output_free(OutputState *o) {
+    if (!o) return;
+    {
+        Terminfo use;
+        if (o->terminal) {
+            TERMINAL *was = cur_term == o->terminal ? nullptr : cur_term;
+            del_curterm(o->terminal);
+            if (was) set_curterm(was);
+        }
+    }
+    for (auto &kind : o->style.colour)
+        for (char *text : kind) free(text);
+    delete o;
+}
+
+void qv::terminal_set_size(int rows, int cols) {
+    OutputState &o = st();
+    o.rows = rows > 0 && cols > 0 ? rows : 0;
+    o.cols = rows > 0 && cols > 0 ? cols : 0;
+}
+
+bool qv::rows_flow() { return st().am_xenl != 0; }
+
+FILE *qv::terminal_stream() { return out(); }

@@ -4,6 +4,7 @@
 #ifndef QUORVEL_OUTPUT_H
 #define QUORVEL_OUTPUT_H
 
+#include <stdio.h>
 #include <wchar.h>
 
 #include "quorvel.h"
@@ -45,8 +46,20 @@ QV_API void console_newline(struct console *c);
 
 #ifdef QUORVEL_INTERNAL
 namespace qv {
-// Loads the terminal description for standard output, its capabilities and
-// its size. Never changes the terminal's mode.
+// A session's terminal: where its output goes (a null stream: standard
+// output) and its type (null: $TERM, as the session keeps it).
+struct OutputState;
+OutputState *output_new(FILE *stream, int fd, const char *type);
+void output_free(OutputState *o);
+// The stream the calling thread's session writes to.
+FILE *terminal_stream();
+// A size the host gives, for a terminal the kernel knows none of (0: the
+// kernel's again).
+void terminal_set_size(int rows, int cols);
+// "am" with "xenl": a full row flows into the next.
+bool rows_flow();
+// Loads the session's terminal description, its capabilities and its size.
+// Never changes the terminal's mode.
 void terminal_setup(int *rows, int *cols);
 // The key string the terminal's description gives for a capability such as
 // "kcuu1", or NULL when it has none.

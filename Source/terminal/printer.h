@@ -36,6 +36,15 @@ void printer_end_read();
    where the text has none. Used by term_print() and the logger's mirror. */
 void printer_print(const char *text, size_t n);
 
+/* Wakes the read loop to look at its state again, ending nothing. */
+void printer_nudge();
+
+/* Another session's channel, with its own pipe; null when none could be
+   made. */
+struct PrinterState;
+PrinterState *printer_new();
+void printer_free(PrinterState *p);
+
 } // namespace qv
 #endif
 

@@ -16,25 +16,55 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include "options.h"
+#include "session.h"
+
+// A session other than the default one: the terminal a read sets the mode
+// of (none for a stream whose peer keeps its own), and its mode before.
+struct qv::ModeState {
+    int fd;
+    int depth = 0; // a read inside a read keeps the outer one's hold
+    std::atomic<int> resized{0}; // the host gave a new size
+    bool saved = false;
+    struct termios before {};
+};
+
+namespace {
+
+qv::ModeState *session_mode() {
+    qv::Session *s = qv::current_session();
+    return s ? static_cast<qv::ModeState *>(s->slot[qv::kSlotMode]) : nullptr;
+}
+
+// The default session's terminal is read on standard output and set raw on
+// standard input, as it always was; another session's is its own descriptor.
+int mode_fd_of(int standard) {
+    const qv::ModeState *m = session_mode();
+    return m ? m->fd : standard;
+}
+
+} // namespace
 
 int console_get_mode(struct console *, struct termios *t) {
     if (!t) return 1;
-    return tcgetattr(fileno(stdout), t) >= 0 ? 1 : 0;
+    const int fd = mode_fd_of(fileno(stdout));
+    return fd >= 0 && tcgetattr(fd, t) >= 0 ? 1 : 0;
 }
 
 void console_set_mode(struct console *, const struct termios *t) {
-    if (!t) return;
-    tcsetattr(fileno(stdout), TCSADRAIN, t);
+    const int fd = mode_fd_of(fileno(stdout));
+    if (t && fd >= 0) tcsetattr(fd, TCSADRAIN, t);
 }
 
 void console_set_raw_mode(struct console *, const struct termios *t) {
-    if (!t) return;
+    const int fd = mode_fd_of(fileno(stdin));
+    if (!t || fd < 0) return;
     struct termios raw = *t;
     // IXON off: Ctrl-S and Ctrl-Q arrive as keys and never freeze output.
     raw.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ISTRIP | ICRNL | IXON);
@@ -45,9 +75,16 @@ void console_set_raw_mode(struct console *, const struct termios *t) {
     if (!qv::option(TERM_OPTION_SIGNAL_KEYS)) raw.c_lflag &= ~static_cast<tcflag_t>(ISIG);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
-    tcsetattr(fileno(stdin), TCSADRAIN, &raw);
+    tcsetattr(fd, TCSADRAIN, &raw);
 }
 
+qv::ModeState *qv::mode_new(int fd) {
+    auto *m = new (std::nothrow) ModeState;
+    if (m) m->fd = fd;
+    return m;
+}
+
+void qv::mode_free(ModeState *m) { delete m; }
 
 namespace {
 
@@ -226,7 +263,17 @@ void close_pipe() {
 
 namespace qv {
 
-ReadSession::ReadSession(struct console *c) : active_(!session_active) {
+// Another session's read sets its terminal raw and gives the mode back; the
+// process's signals concern the default session, on the process's own
+// terminal.
+ReadSession::ReadSession(struct console *c) : active_(false) {
+    if (ModeState *m = session_mode()) {
+        if (m->depth++ > 0) return;
+        m->saved = console_get_mode(c, &m->before) != 0;
+        if (m->saved) console_set_raw_mode(c, &m->before);
+        return;
+    }
+    active_ = !session_active;
     if (!active_) return; // a read inside a read keeps the outer one's hold
     pthread_once(&exit_hook_once, register_exit_hook);
     BlockSignals block;
@@ -241,6 +288,12 @@ ReadSession::ReadSession(struct console *c) : active_(!session_active) {
 }
 
 void ReadSession::end() {
+    if (ModeState *m = session_mode()) {
+        if (ended_) return;
+        ended_ = true;
+        if (--m->depth == 0 && m->saved) console_set_mode(nullptr, &m->before);
+        return;
+    }
     if (!active_) return;
     active_ = false;
     BlockSignals block;
@@ -253,9 +306,10 @@ void ReadSession::end() {
     close_pipe();
 }
 
-int session_wake_fd() { return wake_pipe[0]; }
+int session_wake_fd() { return session_mode() ? -1 : wake_pipe[0]; }
 
 void session_on_exit(const char *bytes) {
+    if (session_mode()) return;
     BlockSignals block;
     const size_t n = bytes ? strlen(bytes) : 0;
     if (n >= sizeof exit_bytes) return;
@@ -265,7 +319,18 @@ void session_on_exit(const char *bytes) {
     exit_len = static_cast<int>(n);
 }
 
+void session_note_resize() {
+    if (ModeState *m = session_mode()) {
+        m->resized = 1;
+        return;
+    }
+    resized = 1;
+    signalled = 1;
+    wake_loop();
+}
+
 int session_resume() {
+    if (ModeState *m = session_mode()) return m->resized.exchange(0) ? kResized : kNothing;
     if (!signalled) return kNothing;
     BlockSignals block;
     signalled = 0;

@@ -13,10 +13,12 @@ extern "C" {
 
 struct console;
 
-/* 1 when the mode of the terminal on standard output was read into t. */
+/* 1 when the mode of the session's terminal (the default session's: on
+   standard output) was read into t. */
 QV_API int console_get_mode(struct console *c, struct termios *t);
 QV_API void console_set_mode(struct console *c, const struct termios *t);
-/* Raw mode derived from t, applied to standard input. */
+/* Raw mode derived from t, applied to the session's terminal (the default
+   session's: standard input). */
 QV_API void console_set_raw_mode(struct console *c, const struct termios *t);
 
 #ifdef __cplusplus
@@ -39,7 +41,14 @@ class ReadSession {
 
   private:
     bool active_;
+    bool ended_ = false;
 };
+
+// Another session's terminal: fd is the one a read sets raw, or -1 for a
+// stream whose peer is in character mode already.
+struct ModeState;
+ModeState *mode_new(int fd);
+void mode_free(ModeState *m);
 
 // Bytes to write to the terminal whenever the read gives it back on a path
 // that does not return (a signal, exit()): they undo what the read turned on.
@@ -59,6 +68,10 @@ enum SessionEvent : int {
 // Takes back the terminal after a signal has passed: raw mode and the
 // library's handlers again. Cheap when nothing happened.
 int session_resume();
+
+// The window's size changed by the host's word, not the kernel's: the next
+// session_resume() tells the read.
+void session_note_resize();
 
 } // namespace qv
 #endif
