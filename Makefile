@@ -42,6 +42,7 @@ bench:
 	cmake --build build-bench -j $(JOBS)
 	./build-bench/bench/quorvel-bench-paint
 	./build-bench/bench/quorvel-bench-print
+	./build-bench/bench/quorvel-bench-sessions
 	./build-bench/bench/quorvel-bench-compare
 	./bench/history_scale.sh build-bench
 

@@ -3,16 +3,18 @@
  *
  * Conventions
  * -----------
- * - One terminal instance per session (see Sessions). Call term_init() first
- *   and term_destroy() last; every other term_* call except term_free() and
- *   term_setCallbacks() requires a live instance and aborts the process
+ * - One terminal instance per session (see Sessions below): term_init()
+ *   creates the default session's, term_open() another's. Call term_init()
+ *   first and term_destroy() last; every other term_* call except
+ *   term_free(), term_setCallbacks() and the session calls requires a live
+ *   instance in the calling thread's session and aborts the process
  *   (assertion "theTerminal != NULL") when called without one.
  * - Threads. term_print(), term_wake(), term_setOption(), the logger and the
  *   thread layer may be called from any thread at any time; term_wake() also
- *   from a signal handler. Every other call belongs to the host's one reading
- *   thread. Callbacks are called on that thread, inside the read that calls
- *   them; they may use the calls above and the history, option and completer
- *   calls, and must not call the reading functions.
+ *   from a signal handler. Every other call belongs to the one thread that
+ *   reads in the session. Callbacks are called on that thread, inside the
+ *   read that calls them; they may use the calls above and the history,
+ *   option and completer calls, and must not call the reading functions.
  * - Strings passed in are UTF-8 and stay owned by the caller; the library keeps
  *   no pointer to them. Lines returned by term_getLine() and term_getRawLine()
  *   belong to the caller, who releases them with term_free().

@@ -6,9 +6,10 @@ set -euo pipefail
 
 packages=(cmake g++ make pkg-config python3 libncurses-dev ncurses-bin
           libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev mandoc man-db)
-# Unmodified readline and libedit programs the tests run on Quorvel: wanted,
+# Unmodified readline and libedit programs the tests run on Quorvel, and the
+# telnet client the telnet example is tried with: wanted,
 # not needed; a test skips a program that is missing.
-programs=(gdb rlwrap units gnuplot-nox sqlite3 bc lua5.4)
+programs=(gdb rlwrap units gnuplot-nox sqlite3 bc lua5.4 telnet)
 case "${1:-}" in
     --bench) packages+=(libreadline-dev libedit-dev strace) ;;
     --fuzz) packages+=(clang libclang-rt-14-dev) ;;

@@ -10,10 +10,12 @@
 #include <thread>
 #include <vector>
 
+#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -211,6 +213,49 @@ TEST_F(Sessions, ThreadsPrintsAndCloses) {
     EXPECT_EQ(s.row(20), "a>");
     EXPECT_EQ(term_current(), nullptr);
     term_close(sb);
+}
+
+// The telnet example with Debian's telnet client: two clients at once, each
+// told of the other, each getting its own lines back, each at its own size.
+TEST_F(Sessions, TheTelnetServerServesTwoClients) {
+    if (system("command -v telnet >/dev/null 2>&1") != 0) GTEST_SKIP() << "no telnet client";
+    const std::string port = std::to_string(20000 + getpid() % 20000);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t server = fork();
+    if (server == 0) {
+        dup2(ready[1], 1);
+        execl(QV_TELNETD, QV_TELNETD, port.c_str(), static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    close(ready[1]);
+    char said[64] = {};
+    ASSERT_GT(read(ready[0], said, sizeof said - 1), 0);
+    close(ready[0]);
+    ASSERT_NE(std::string(said).find("listening"), std::string::npos) << said;
+    HostOptions o = xterm(40, 12);
+    o.program = {"telnet", "127.0.0.1", port};
+    PtyHost one({}, o);
+    one.waitScreen("client 1>");
+    o.cols = 50;
+    PtyHost two({}, o);
+    two.waitScreen("client 2>");
+    one.waitScreen("[client 2 connected]");
+    one.keys("hello from one\r");
+    two.keys("size\r");
+    one.waitScreen("=> hello from one");
+    two.waitScreen("50 columns, 12 rows");
+    two.keys("quit\r");
+    one.waitScreen("[client 2 left]");
+    // Below the client's own three lines of greeting.
+    const Lines a = one.screen().shown(), b = two.screen().shown();
+    ASSERT_GT(a.size(), 3u);
+    ASSERT_GT(b.size(), 3u);
+    EXPECT_EQ(Lines(a.begin() + 3, a.end()), (Lines{"[client 2 connected]", "client 1> hello from one", "=> hello from one",
+                                                 "[client 2 left]", "client 1>"}));
+    EXPECT_EQ(Lines(b.begin() + 3, b.end()), (Lines{"client 2> size", "50 columns, 12 rows", "client 2>"}));
+    kill(server, SIGTERM);
+    waitpid(server, nullptr, 0);
 }
 
 } // namespace

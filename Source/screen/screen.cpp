@@ -17,9 +17,8 @@
 
 namespace {
 
-const char blanks[] = "          ";
-wchar_t *ws = nullptr; // wide blanks, kept for the life of the process
-int wsize = 0;
+constexpr wchar_t kBlanks[] = L"          ";
+constexpr int kBlankCount = sizeof kBlanks / sizeof kBlanks[0] - 1;
 
 // Inserts cell at column x of a row. A full row pushes its last cell out
 // into *spill and answers 1; a row that becomes full is marked as wrapping.
@@ -212,11 +211,8 @@ void screen_put_prompt(console *c, const wchar_t *text, int n) {
 void screen_put_blanks(console *c, int n) {
     input_t *in = &c->screen.input;
     if (n > 0 && in->lines) {
-        if (!ws) ws = cp2wchar(c, blanks, &wsize);
-        if (ws) {
-            for (int left = n; left > 0; left -= wsize)
-                screen_put_wstring(c, ws, left < wsize ? left : wsize);
-        }
+        for (int left = n; left > 0; left -= kBlankCount)
+            screen_put_wstring(c, kBlanks, left < kBlankCount ? left : kBlankCount);
         in->lines[in->newcur.pos.y]->firstcol = n;
     }
     repaint(c, 1);
