@@ -99,7 +99,7 @@ PtyHost::PtyHost(const std::vector<std::string> &commands, HostOptions options)
         // The host may run under a command: an emulator for a host built for
         // another machine, or valgrind. Words are separated by spaces.
         std::vector<std::string> words;
-        std::istringstream runner(getenv("QV_HOST_EMULATOR") ? getenv("QV_HOST_EMULATOR") : "");
+        std::istringstream runner(getenv("QV_HOST_EMULATOR") && !options_.native ? getenv("QV_HOST_EMULATOR") : "");
         for (std::string w; runner >> w;) words.push_back(w);
         if (options_.program.empty()) words.push_back(QV_HOST_PATH);
         words.insert(words.end(), options_.program.begin(), options_.program.end());

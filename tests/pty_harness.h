@@ -26,6 +26,9 @@ struct HostOptions {
     // Non-empty: run this program and arguments instead of the test host
     // (whose commands are then ignored), under QV_HOST_EMULATOR as the host.
     std::vector<std::string> program;
+    // The program is the build machine's own (a telnet client), never run
+    // under the emulator of a cross-built test.
+    bool native = false;
     // The test writes escape sequences of its own through the host's raw
     // channel (term_print, term_putString): the output is not checked.
     bool raw_output = false;

@@ -165,6 +165,18 @@ TEST_F(Sessions, AStreamTakesItsSizeFromTheHost) {
     EXPECT_EQ(serve({s}, {&p}), std::vector<std::string>{"abcdefghijklmn"});
     EXPECT_NE(p.out.find("> abcdefghijklmn", before), std::string::npos);
     term_close(s);
+
+    // A terminal opened as a stream keeps the mode its peer gave it.
+    Peer t(20, 5);
+    term_session *st = term_open(t.theirs, t.theirs, &o);
+    ASSERT_NE(st, nullptr);
+    term_use(st);
+    ASSERT_EQ(term_editStart(0, 0, "> "), 1);
+    struct termios mode {};
+    ASSERT_EQ(tcgetattr(t.theirs, &mode), 0);
+    EXPECT_TRUE(mode.c_lflag & ICANON);
+    term_use(nullptr);
+    term_close(st);
 }
 
 // A read on another thread, blocking in its own session: prints from a
@@ -225,6 +237,9 @@ TEST_F(Sessions, TheTelnetServerServesTwoClients) {
     const pid_t server = fork();
     if (server == 0) {
         dup2(ready[1], 1);
+        // A cross-built server runs under the emulator the tests run under.
+        const char *emulator = getenv("QV_HOST_EMULATOR");
+        if (emulator) execlp(emulator, emulator, QV_TELNETD, port.c_str(), static_cast<char *>(nullptr));
         execl(QV_TELNETD, QV_TELNETD, port.c_str(), static_cast<char *>(nullptr));
         _exit(127);
     }
@@ -235,6 +250,7 @@ TEST_F(Sessions, TheTelnetServerServesTwoClients) {
     ASSERT_NE(std::string(said).find("listening"), std::string::npos) << said;
     HostOptions o = xterm(40, 12);
     o.program = {"telnet", "127.0.0.1", port};
+    o.native = true;
     PtyHost one({}, o);
     one.waitScreen("client 1>");
     o.cols = 50;
