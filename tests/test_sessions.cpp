@@ -204,12 +204,17 @@ TEST_F(Sessions, ThreadsPrintsAndCloses) {
         ended++;
     });
     std::thread printer([&] {
-        term_use(sa);
-        for (int i = 0; i < 20; i++) term_print(("printed " + std::to_string(i)).c_str());
+        for (int i = 0; i < 20; i++) {
+            term_use(i % 2 ? sb : sa);
+            term_print(("printed " + std::to_string(i)).c_str());
+            term_use(i % 2 ? sa : sb);
+            term_print(("printed " + std::to_string(i)).c_str());
+        }
     });
     printer.join();
     for (int i = 0; i < 200 && a.out.find("printed 19") == std::string::npos; i++, usleep(5000)) a.drain();
-    b.drain();
+    for (int i = 0; i < 200 && b.out.find("printed 19") == std::string::npos; i++, usleep(5000)) b.drain();
+    EXPECT_EQ(render(b.out, 6, 40).row(4), "printed 19");
     close(b.ours); // the terminal goes away under b's read
     b.ours = -1;
     for (int i = 0; i < 400 && ended == 0; i++) usleep(5000);
