@@ -354,18 +354,26 @@ typedef void (*term_bindings_reporter)(const char *path, int line, const char *t
    appender "quorvel". */
 QV_API void term_setBindingsReporter(term_bindings_reporter fn, void *user);
 
-/* Reads a bindings file, in a subset of readline's init file syntax:
-   "set editing-mode emacs|vi" (sets TERM_OPTION_VI_MODE, and the bindings
-   that follow go to that mode's map), "set show-mode-in-prompt on|off"
-   (TERM_OPTION_VI_SHOW_MODE), "set keymap NAME" (as term_bindKey()),
-   "\"keys\": action", "Control-x: action" (also Meta-, C-, M-, and the key
-   names DEL, Rubout, ESC, Escape, LFD, Newline, RET, Return, SPC, Space,
-   TAB), "$if mode=emacs|vi", "$if term=NAME" (the terminal's name, or its part
-   before the first '-'), "$else", "$endif", and comments (#). Each line it
+/* Reads a bindings file, in readline's init file syntax: "\"keys\": action",
+   "Control-x: action" (also Meta-, C-, M-, and the key names DEL, Rubout,
+   ESC, Escape, LFD, Newline, RET, Return, SPC, Space, TAB), string macros
+   ("\"\C-xq\": \"quit()\"": the key types the text, its escapes read as
+   keys), "set editing-mode emacs|vi" (sets TERM_OPTION_VI_MODE, and the
+   bindings that follow go to that mode's map), "set keymap NAME" (as
+   term_bindKey()), "set NAME VALUE" for each of readline's variables
+   (quorvel-bindings(5) says which act here), "$if mode=emacs|vi",
+   "$if term=NAME" (the terminal's name, or its part before the first '-'),
+   "$if NAME" (the program's, term_setApplicationName()), "$if version OP
+   N", "$else", "$endif", "$include FILE", and comments (#). Each line it
    does not understand is reported once, and the rest applies. Answers how
    many lines were reported, or -1 without an instance or when the file
    cannot be read. */
 QV_API int term_readBindings(const char *path);
+
+/* The program's name, for "$if NAME" in a bindings file (readline's
+   rl_readline_name); until it is set, the name the program was run by. The
+   name belongs to the process. */
+QV_API void term_setApplicationName(const char *name);
 
 /* Read status codes, as term_getStatus() answers them. */
 #define ST_READING 1     /* a read is in progress */

@@ -72,7 +72,7 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
         {"ab" + home + "Y", "Yab"},                        // every read starts inserting
         {kUp + "X\x1f\x1f", "Yab"},                        // a recall is as far back as undo goes
         {"a\x16\x01" "b", "a\x01" "b"},                     // Ctrl-V
-        {"a\x0c" "b\x1a" "c\x1d" "d", "abcd"},              // Ctrl-L, Ctrl-Z, unbound
+        {"a\x0c" "b\x1a" "c\x1e" "d", "abcd"},              // Ctrl-L, Ctrl-Z, unbound
         // The buffer grows under the cursor and keeps the continuation's start.
         {std::string(510, 'a') + kLeft + "bc", std::string(509, 'a') + "bca"},
         {"(\n" + std::string(1100, 'y') + home + "Z)", "(Z)" + std::string(1100, 'y')},

@@ -77,6 +77,9 @@ struct ViewState;
 struct PlainState;
 struct FileState;
 struct ViState;
+struct CommandState;
+struct RepeatState;
+struct VariableState;
 } // namespace qv
 
 /* One handle for each module that keeps state for the console. A module
@@ -97,6 +100,9 @@ struct console_state {
     qv::PlainState *plain;         /* plainview: the one-row display */
     qv::FileState *file;           /* historyfile: entries to save */
     qv::ViState *vi;               /* vimode: its maps, its mode, a command half typed */
+    qv::CommandState *commands;    /* commands: the mark, a history search, a character search */
+    qv::RepeatState *repeat;       /* repeat: a numeric argument, keyboard and string macros */
+    qv::VariableState *variables;  /* variables: readline's variables as set */
 };
 #endif
 #endif

@@ -30,7 +30,7 @@ namespace {
 // for ever.
 constexpr int kMaxChanges = 4096;
 
-qv::UndoLog *log_of(console *c) { return c->state ? c->state->undo : nullptr; }
+qv::UndoLog *log_of(const console *c) { return c->state ? c->state->undo : nullptr; }
 
 void clear_log(qv::UndoLog *u) {
     for (int i = 0; i < u->count; i++) free(u->changes[i].removed);
@@ -131,6 +131,11 @@ void qv::undo_free(UndoLog *u) {
     clear_log(u);
     free(u->changes);
     free(u);
+}
+
+bool qv::undo_pending(const console *c) {
+    const qv::UndoLog *u = log_of(c);
+    return u && u->count > 0;
 }
 
 void qv::undo_step(console *c) {

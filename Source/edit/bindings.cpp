@@ -2,7 +2,9 @@
 // key strings of the terminal's own description.
 #include "bindings.h"
 
+#include "commands.h"
 #include "completion.h"
+#include "repeat.h"
 #include "actions.h"
 #include "console_record.h"
 #include "editkeys.h"
@@ -63,6 +65,44 @@ const SequenceBinding kFixedSequences[] = {
     {"\033\010", action_backward_kill_word},
     {"\033d", action_kill_word},
     {"\033y", action_yank_pop},
+    // readline's other default keys, where the keys above leave them free.
+    {"\033.", action_yank_last_arg},
+    {"\033_", action_yank_last_arg},
+    {"\033\031", action_yank_nth_arg},
+    {"\033r", action_revert_line},
+    {"\033<", action_history_earliest},
+    {"\033>", action_end_of_history},
+    {"\033p", action_noninc_search_backward},
+    {"\033n", action_noninc_search_forward},
+    {"\033u", action_upcase_word},
+    {"\033l", action_downcase_word},
+    {"\033c", action_capitalize_word},
+    {"\033t", action_transpose_words},
+    {"\033\\", action_delete_horizontal_space},
+    {"\033\035", action_character_search_backward},
+    {"\033#", action_insert_comment},
+    {"\033\t", action_tab_insert},
+    {"\033\014", action_clear_screen},
+    {"\033-", action_digit_argument},
+    {"\0330", action_digit_argument},
+    {"\0331", action_digit_argument},
+    {"\0332", action_digit_argument},
+    {"\0333", action_digit_argument},
+    {"\0334", action_digit_argument},
+    {"\0335", action_digit_argument},
+    {"\0336", action_digit_argument},
+    {"\0337", action_digit_argument},
+    {"\0338", action_digit_argument},
+    {"\0339", action_digit_argument},
+    {"\030\030", action_exchange_point_and_mark},
+    {"\030\177", action_backward_kill_line},
+    {"\030(", action_start_kbd_macro},
+    {"\030)", action_end_kbd_macro},
+    {"\030e", action_call_last_kbd_macro},
+    {"\030\025", action_undo},
+    {"\033?", action_possible_completions},
+    {"\033=", action_possible_completions},
+    {"\033*", action_insert_completions},
 };
 
 
@@ -95,6 +135,9 @@ const ByteBinding kSingleBytes[] = {
     {11, action_kill_to_end_of_line},
     {13, action_key_return},
     {26, action_suspend_process},
+    {0, action_set_mark},
+    {15, action_operate_and_get_next},
+    {29, action_character_search},
     {127, action_key_backspace},
     {10, action_key_return},
     {13, action_key_return},

@@ -152,6 +152,13 @@ struct qv::CompletionState {
     Candidates *pending;
     bool asking;
     int keep_cursor; // the cursor's offset while the input is left
+    // menu-complete: the candidates it goes through, the one shown (count:
+    // the text as it was typed), where the stretch it replaces starts and
+    // how long it is now, and the text typed.
+    Candidates *menu;
+    int menu_at, menu_from, menu_len;
+    wchar_t *typed;
+    int typed_len;
 };
 
 namespace {
@@ -234,6 +241,8 @@ qv::CompletionState *qv::completion_new() { return static_cast<CompletionState *
 void qv::completion_free(CompletionState *st) {
     if (!st) return;
     forget_list(st);
+    drop(st->menu);
+    free(st->typed);
     free(st);
 }
 
@@ -257,6 +266,10 @@ void qv::completion_end(console *c) {
     if (CompletionState *st = state_of(c)) {
         st->asking = false;
         forget_list(st);
+        drop(st->menu);
+        st->menu = nullptr;
+        free(st->typed);
+        st->typed = nullptr;
     }
 }
 
@@ -343,4 +356,135 @@ void action_complete(console *c, int) {
         drop(found);
     else
         st->pending = found; // a second Tab lists them
+}
+
+// ---------------------------------------------------------------------------
+// readline's other completion commands
+
+namespace {
+
+// The candidates the editor can take, sorted, without repeats, and the
+// earliest start among them; NULL when there are none.
+Candidates *takeable(console *c, int *from) {
+    auto *found = static_cast<Candidates *>(calloc(1, sizeof(Candidates)));
+    if (!found) return nullptr;
+    ask(c, *found);
+    int n = 0;
+    *from = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    for (int i = 0; i < found->count; i++) {
+        if (found->items[i].listed_only) {
+            free(found->items[i].text);
+            continue;
+        }
+        if (found->items[i].start < *from) *from = found->items[i].start;
+        found->items[n++] = found->items[i];
+    }
+    found->count = n;
+    qsort(found->items, static_cast<size_t>(n), sizeof(Candidate), compare_text);
+    if (n == 0) {
+        drop(found);
+        return nullptr;
+    }
+    return found;
+}
+
+// The stretch from `from` (its length now `len`) made text, then a space
+// when it ends a word; answers the new length.
+int replace_stretch(console *c, int from, int len, const wchar_t *text, int n, bool space) {
+    c->editor.cursor = c->editor.buffer + from + len;
+    buffer_delete_before(c, static_cast<uint32_t>(len));
+    if (!c->editor.buffer) return 0;
+    if (n > 0) buffer_insert_string(c, text, static_cast<uint32_t>(n));
+    const wchar_t blank = L' ';
+    if (space && n > 0 && text[n - 1] != L' ' && text[n - 1] != L'/') {
+        buffer_insert_string(c, &blank, 1);
+        n++;
+    }
+    history_set_dirty(c);
+    return n;
+}
+
+void menu_step(console *c, int direction) {
+    qv::CompletionState *st = state_of(c);
+    if (!completer().fn || !c->editor.buffer || !st || c->masked) return;
+    const action_fn last = qv::frame_last_action(c);
+    if (!st->menu || (last != action_menu_complete && last != action_menu_complete_backward)) {
+        drop(st->menu);
+        free(st->typed);
+        st->typed = nullptr;
+        int from = 0;
+        st->menu = takeable(c, &from);
+        if (!st->menu) return;
+        const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+        st->typed_len = cursor - from;
+        st->typed = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (static_cast<size_t>(st->typed_len) + 1)));
+        if (!st->typed) {
+            drop(st->menu);
+            st->menu = nullptr;
+            return;
+        }
+        wmemcpy(st->typed, c->editor.buffer + from, static_cast<size_t>(st->typed_len));
+        st->menu_from = from;
+        st->menu_len = st->typed_len;
+        st->menu_at = direction > 0 ? -1 : st->menu->count;
+    }
+    // Past the last candidate, the text as typed; then round again.
+    const int n = st->menu->count + 1;
+    st->menu_at = ((st->menu_at + direction) % n + n) % n;
+    const bool typed = st->menu_at == st->menu->count;
+    const Candidate &cand = st->menu->items[typed ? 0 : st->menu_at];
+    // A candidate's start may lie after the stretch's: the text between stays.
+    const int head = typed ? 0 : cand.start - st->menu_from;
+    std::unique_ptr<wchar_t, decltype(&free)> text(
+        static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (static_cast<size_t>(head + cand.len) + 1))), &free);
+    if (!text) return;
+    if (typed) {
+        wmemcpy(text.get(), st->typed, static_cast<size_t>(st->typed_len));
+    } else {
+        wmemcpy(text.get(), st->typed, static_cast<size_t>(head < st->typed_len ? head : st->typed_len));
+        wmemcpy(text.get() + head, cand.text, static_cast<size_t>(cand.len));
+    }
+    st->menu_len = replace_stretch(c, st->menu_from, st->menu_len, text.get(), typed ? st->typed_len : head + cand.len,
+                                   !typed && st->menu->count == 1 ? true : !typed);
+}
+
+} // namespace
+
+void action_menu_complete(console *c, int) { menu_step(c, 1); }
+
+void action_menu_complete_backward(console *c, int) { menu_step(c, -1); }
+
+// Every candidate in place of the word, each followed by a space.
+void action_insert_completions(console *c, int) {
+    if (!completer().fn || !c->editor.buffer || c->masked) return;
+    int from = 0;
+    Candidates *all = takeable(c, &from);
+    if (!all) return;
+    size_t size = 0;
+    for (int i = 0; i < all->count; i++) size += static_cast<size_t>(all->items[i].len) + 1;
+    std::unique_ptr<wchar_t, decltype(&free)> text(static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (size + 1))), &free);
+    if (text) {
+        wchar_t *out = text.get();
+        for (int i = 0; i < all->count; i++) {
+            if (i > 0 && wcscmp(all->items[i].text, all->items[i - 1].text) == 0) continue;
+            wmemcpy(out, all->items[i].text, static_cast<size_t>(all->items[i].len));
+            out += all->items[i].len;
+            *out++ = L' ';
+        }
+        const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+        replace_stretch(c, from, cursor - from, text.get(), static_cast<int>(out - text.get()), false);
+    }
+    drop(all);
+}
+
+// The list a second Tab shows, at once.
+void action_possible_completions(console *c, int) {
+    if (!completer().fn || !c->editor.buffer || c->masked) return;
+    int from = 0;
+    Candidates *all = takeable(c, &from);
+    if (!all) return;
+    leave_rows(c);
+    show_list(c, *all);
+    drop(all);
+    redraw_input(c);
 }

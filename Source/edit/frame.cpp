@@ -9,6 +9,7 @@
 
 struct qv::FrameState {
     action_fn action, last;
+    int byte; // the key's last byte
     bool in_key;
     FrameStep *steps;
     int head, count, cap;
@@ -57,11 +58,17 @@ void qv::frame_free(FrameState *f) {
     free(f);
 }
 
-void qv::frame_begin_key(console *c, action_fn action) {
+void qv::frame_begin_key(console *c, action_fn action, int last) {
     if (FrameState *f = frame_of(c)) {
         f->action = action;
+        f->byte = last;
         f->in_key = true;
     }
+}
+
+int qv::frame_key_byte(const console *c) {
+    const FrameState *f = frame_of(c);
+    return f ? f->byte : -1;
 }
 
 void qv::frame_end_key(console *c) {
@@ -90,6 +97,19 @@ void qv::frame_write(console *c, const wchar_t *text, int n) {
     if (!copy) return;
     wmemcpy(copy, text, static_cast<size_t>(n));
     push(c, FrameStep{kWrite, copy, n, nullptr});
+}
+
+void qv::frame_keys(console *c, const char *bytes, int n) {
+    const FrameState *f = frame_of(c);
+    if (!f || !f->in_key || n <= 0) return;
+    auto *copy = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(n)));
+    if (!copy) return;
+    for (int i = 0; i < n; i++) copy[i] = static_cast<unsigned char>(bytes[i]);
+    push(c, FrameStep{kKeys, copy, n, nullptr});
+}
+
+void qv::frame_repeat(console *c) {
+    if (FrameState *f = frame_of(c)) f->last = f->action;
 }
 
 void qv::frame_then(console *c, void (*then)(console *c)) { push(c, FrameStep{kThen, nullptr, 0, then}); }

@@ -27,6 +27,7 @@ enum FrameOp : int {
     kMoveCursorFirst, // the key's paint moves the cursor before it draws
     kWrite,        // text written as it is, a line feed ending each row
     kThen,         // state changes that must come after the requests before
+    kKeys,         // key bytes read next, before any the terminal sent (one byte a character)
 };
 
 struct FrameStep {
@@ -36,8 +37,10 @@ struct FrameStep {
     void (*then)(struct console *c);
 };
 
-/* The loop starts and ends each key; between reads there is none. */
-void frame_begin_key(struct console *c, action_fn action);
+/* The loop starts and ends each key; between reads there is none. last is
+   the key's last byte, -1 when none is known. */
+void frame_begin_key(struct console *c, action_fn action, int last = -1);
+int frame_key_byte(const struct console *c);
 void frame_end_key(struct console *c);
 /* A new read: no key before. */
 void frame_reset(struct console *c);
@@ -49,6 +52,11 @@ action_fn frame_last_action(const struct console *c);
 void frame_request(struct console *c, FrameOp op);
 void frame_write(struct console *c, const wchar_t *text, int n);
 void frame_then(struct console *c, void (*then)(struct console *c));
+/* Key bytes the key types (a macro), read before anything the terminal sent. */
+void frame_keys(struct console *c, const char *bytes, int n);
+/* The key runs its action again (a numeric argument): the next run sees
+   the key's own action as the one before. */
+void frame_repeat(struct console *c);
 /* Takes the oldest request; false when there is none. */
 bool frame_next(struct console *c, FrameStep *step);
 

@@ -21,6 +21,7 @@ constexpr int kQueryMax = 256;
 
 struct qv::SearchState {
     bool active;
+    bool noninc; // Return takes the match to edit, as readline's non-incremental search
     // The line as it was, given back by Ctrl-G.
     wchar_t *saved;
     int saved_len;
@@ -172,6 +173,9 @@ bool qv::search_key(console *c, action_fn action, int key) {
     } else if (action == action_abandon_input) {
         finish(c, s, true);
         return true;
+    } else if (s.noninc && action == action_key_return) {
+        finish(c, s, false);
+        return true;
     } else if (action) {
         // Any other key takes the match as the line, then does its work.
         finish(c, s, false);
@@ -212,6 +216,18 @@ void start(console *c, int direction) {
 void action_search_backward(console *c, int) { start(c, -1); }
 
 void action_search_forward(console *c, int) { start(c, 1); }
+
+// Readline's non-incremental searches: the query typed, Return takes the
+// match into the line to edit; the query is shown as it grows.
+void action_noninc_search_backward(console *c, int) {
+    start(c, -1);
+    if (qv::search_active(c)) c->state->search->noninc = true;
+}
+
+void action_noninc_search_forward(console *c, int) {
+    start(c, 1);
+    if (qv::search_active(c)) c->state->search->noninc = true;
+}
 
 void qv::search_reset(console *c) {
     if (!c->state || !c->state->search) return;

@@ -17,6 +17,9 @@ struct console;
    nothing in a masked read. */
 QV_API void action_search_backward(struct console *c, int key);
 QV_API void action_search_forward(struct console *c, int key);
+/* As readline's non-incremental searches: Return takes the match to edit. */
+void action_noninc_search_backward(struct console *c, int key);
+void action_noninc_search_forward(struct console *c, int key);
 
 #ifdef __cplusplus
 }

@@ -9,13 +9,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#include <cerrno>
 
+#include "commands.h"
 #include "completion.h"
+#include "variables.h"
 #include "options.h"
 #include "actions.h"
 #include "console_record.h"
 #include "editkeys.h"
 #include "paste.h"
+#include "repeat.h"
 #include "search.h"
 #include "vimode.h"
 
@@ -33,40 +37,77 @@ constexpr NamedAction kActions[] = {
     {"accept-line", action_key_return},
     {"backward-char", action_key_left},
     {"backward-delete-char", action_key_backspace},
+    {"backward-kill-line", action_backward_kill_line},
     {"backward-kill-word", action_backward_kill_word},
     {"backward-word", action_backward_word},
     {"beginning-of-history", action_history_earliest},
     {"beginning-of-line", action_key_home},
     {"bracketed-paste-begin", action_paste_begin},
     {"bracketed-paste-end", action_paste_end},
+    {"call-last-kbd-macro", action_call_last_kbd_macro},
+    {"capitalize-word", action_capitalize_word},
+    {"character-search", action_character_search},
+    {"character-search-backward", action_character_search_backward},
+    {"clear-display", action_clear_screen},
     {"clear-screen", action_clear_screen},
     {"complete", action_complete},
+    {"copy-backward-word", action_copy_backward_word},
+    {"copy-forward-word", action_copy_forward_word},
+    {"copy-region-as-kill", action_copy_region_as_kill},
     {"delete-char", action_key_delete},
     {"delete-char-or-eof", action_delete_or_quit},
+    {"delete-horizontal-space", action_delete_horizontal_space},
+    {"digit-argument", action_digit_argument},
+    {"downcase-word", action_downcase_word},
     {"emacs-editing-mode", action_emacs_editing_mode},
-    {"end-of-history", action_history_latest},
+    {"end-kbd-macro", action_end_kbd_macro},
+    {"end-of-history", action_end_of_history},
     {"end-of-line", action_key_end},
+    {"exchange-point-and-mark", action_exchange_point_and_mark},
     {"forward-char", action_key_right},
     {"forward-search-history", action_search_forward},
     {"forward-word", action_forward_word},
+    {"history-search-backward", action_history_search_backward},
+    {"history-search-forward", action_history_search_forward},
+    {"history-substring-search-backward", action_history_substring_search_backward},
+    {"history-substring-search-forward", action_history_substring_search_forward},
+    {"insert-comment", action_insert_comment},
+    {"insert-completions", action_insert_completions},
     {"interrupt", action_abandon_input_ctrl_c},
     {"kill-line", action_kill_to_end_of_line},
+    {"kill-region", action_kill_region},
+    {"kill-whole-line", action_kill_whole_line},
     {"kill-word", action_kill_word},
+    {"menu-complete", action_menu_complete},
+    {"menu-complete-backward", action_menu_complete_backward},
     {"next-history", action_key_down},
+    {"non-incremental-forward-search-history", action_noninc_search_forward},
+    {"non-incremental-reverse-search-history", action_noninc_search_backward},
+    {"operate-and-get-next", action_operate_and_get_next},
     {"overwrite-mode", action_key_insert},
+    {"possible-completions", action_possible_completions},
     {"previous-history", action_key_up},
     {"quoted-insert", action_quoted_insert},
     {"reverse-search-history", action_search_backward},
+    {"revert-line", action_revert_line},
     {"self-insert", action_insert_char},
+    {"set-mark", action_set_mark},
+    {"start-kbd-macro", action_start_kbd_macro},
     {"suspend", action_suspend_process},
+    {"tab-insert", action_tab_insert},
     {"transpose-chars", action_transpose},
+    {"transpose-words", action_transpose_words},
     {"undo", action_undo},
+    {"universal-argument", action_universal_argument},
     {"unix-line-discard", action_kill_line_start},
     {"unix-word-rubout", action_unix_word_rubout},
+    {"upcase-word", action_upcase_word},
     {"vi-editing-mode", action_vi_editing_mode},
     {"vi-insertion-mode", action_vi_insertion_mode},
     {"vi-movement-mode", action_vi_movement_mode},
     {"yank", action_yank},
+    {"yank-last-arg", action_yank_last_arg},
+    {"yank-nth-arg", action_yank_nth_arg},
     {"yank-pop", action_yank_pop},
 };
 constexpr size_t kActionCount = sizeof kActions / sizeof kActions[0];
@@ -225,6 +266,7 @@ namespace {
 // Where a bindings file stands: the key map bindings go to (a prefix for
 // readline's emacs-meta and emacs-ctlx maps), and the $if nesting.
 struct BindingsFile {
+    console *c;
     const qv::KeymapSet *maps;
     keymap_entry *map;
     const char *term;
@@ -234,7 +276,15 @@ struct BindingsFile {
     bool active[kDepth + 1] = {true};
     bool taken[kDepth + 1] = {true}; // the branch of this level that applied
     int depth = 0;
+    int includes = 0; // $include files open within each other
+    qv::BindingsReport report;
+    void *user;
 };
+
+// The program's name, for "$if NAME": one for the process.
+char application[64];
+
+int read_file(BindingsFile &st, const char *path);
 
 const char *skip_space(const char *p) {
     while (*p == ' ' || *p == '\t') p++;
@@ -252,12 +302,38 @@ const char *word(const char *p, char *out, size_t size) {
     return p;
 }
 
+// "$if version >= 8.1": compared with the readline version this library
+// takes the keys of, 8.2.
+bool version_holds(const char *p) {
+    char op[3] = {};
+    size_t k = 0;
+    while (k < 2 && (*p == '<' || *p == '>' || *p == '=' || *p == '!')) op[k++] = *p++;
+    p = skip_space(p);
+    char *end = nullptr;
+    const double want = strtod(p, &end);
+    if (end == p) return false;
+    const double have = 8.2;
+    if (strcmp(op, "=") == 0 || strcmp(op, "==") == 0) return have == want;
+    if (strcmp(op, "!=") == 0) return have != want;
+    if (strcmp(op, ">=") == 0) return have >= want;
+    if (strcmp(op, "<=") == 0) return have <= want;
+    if (strcmp(op, ">") == 0) return have > want;
+    if (strcmp(op, "<") == 0) return have < want;
+    return false;
+}
+
 // "$if mode=emacs", "$if term=xterm": the terminal's name or the part of it
 // before its first '-'. Anything else (an application's name) is not this.
 bool condition_holds(const char *what, const char *term, bool vi) {
     char key[16], value[64];
     const char *eq = strchr(what, '=');
-    if (!eq) return false;
+    if (strncasecmp(what, "version", 7) == 0 && !eq) return version_holds(skip_space(what + 7));
+    if (!eq) {
+        // The program's name alone.
+        word(what, value, sizeof value);
+        const char *name = application[0] ? application : program_invocation_short_name;
+        return name && strcasecmp(name, value) == 0;
+    }
     size_t k = static_cast<size_t>(eq - what);
     while (k > 0 && (what[k - 1] == ' ' || what[k - 1] == '\t')) k--;
     if (k >= sizeof key) return false;
@@ -293,6 +369,22 @@ const char *directive(BindingsFile &st, const char *p) {
         st.depth--;
         return nullptr;
     }
+    if (strcmp(name, "$include") == 0) {
+        if (!st.active[st.depth]) return nullptr;
+        if (st.includes == 8) return "$include nested too deep";
+        char path[4096];
+        const char *home = getenv("HOME");
+        if (p[0] == '~' && p[1] == '/' && home)
+            snprintf(path, sizeof path, "%s%s", home, p + 1);
+        else
+            snprintf(path, sizeof path, "%s", p);
+        size_t n = strlen(path);
+        while (n > 0 && (path[n - 1] == ' ' || path[n - 1] == '\t')) path[--n] = 0;
+        st.includes++;
+        const int read = read_file(st, path);
+        st.includes--;
+        return read < 0 ? "cannot read the file" : nullptr;
+    }
     return "unknown directive";
 }
 
@@ -307,12 +399,7 @@ const char *setting(BindingsFile &st, const char *p) {
         st.prefix = "";
         return nullptr;
     }
-    if (strcasecmp(name, "show-mode-in-prompt") == 0) {
-        if (strcasecmp(value, "on") != 0 && strcasecmp(value, "off") != 0) return "not on or off";
-        qv::set_option(TERM_OPTION_VI_SHOW_MODE, strcasecmp(value, "on") == 0);
-        return nullptr;
-    }
-    if (strcasecmp(name, "keymap") != 0) return "unknown setting";
+    if (strcasecmp(name, "keymap") != 0) return qv::set_variable(st.c, name, value);
     const char *prefix = "";
     keymap_entry *map = qv::keymap_named(*st.maps, value, &prefix);
     if (!map) return "unknown key map";
@@ -334,12 +421,25 @@ const char *binding(BindingsFile &st, const char *p) {
     const char *colon = skip_space(quoted ? end + 1 : end);
     if (*colon != ':') return "no ':' after the keys";
     const char *value = skip_space(colon + 1);
-    if (*value == '"' || *value == '\'') return "macros are not supported";
-    char action[64];
-    const char *rest = skip_space(word(value, action, sizeof action));
-    if (*rest && *rest != '#') return "text after the action";
-    const action_fn fn = qv::action_named(action);
-    if (!fn) return "unknown action";
+    action_fn fn = nullptr;
+    if (*value == '"' || *value == '\'') {
+        // A string macro: the key types its text, escapes read as in keys.
+        const char quote = *value;
+        const char *text = value + 1, *close = text;
+        while (*close && *close != quote) close += close[0] == '\\' && close[1] ? 2 : 1;
+        if (*close != quote) return "no closing quote";
+        char bytes[1024];
+        const size_t n = qv::parse_keys(text, static_cast<size_t>(close - text), true, bytes, sizeof bytes);
+        if (n == 0) return close == text ? nullptr : "text that cannot be read";
+        fn = qv::macro_action(st.c, bytes, n);
+        if (!fn) return "too many macros";
+    } else {
+        char action[64];
+        const char *rest = skip_space(word(value, action, sizeof action));
+        if (*rest && *rest != '#') return "text after the action";
+        fn = qv::action_named(action);
+        if (!fn) return "unknown action";
+    }
     char keys[64];
     const size_t plen = strlen(st.prefix);
     memcpy(keys, st.prefix, plen);
@@ -350,15 +450,11 @@ const char *binding(BindingsFile &st, const char *p) {
 
 } // namespace
 
-int qv::read_bindings(const KeymapSet &maps, const char *path, const char *term, bool *vi, BindingsReport report,
-                      void *user) {
+namespace {
+
+int read_file(BindingsFile &st, const char *path) {
     FILE *f = path ? fopen(path, "re") : nullptr;
     if (!f) return -1;
-    BindingsFile st;
-    st.maps = &maps;
-    st.vi = *vi;
-    st.map = st.vi ? maps.vi_insert : maps.emacs;
-    st.term = term;
     int reported = 0, number = 0;
     char *line = nullptr;
     size_t cap = 0;
@@ -379,13 +475,33 @@ int qv::read_bindings(const KeymapSet &maps, const char *path, const char *term,
             why = binding(st, p);
         if (why) {
             reported++;
-            if (report) report(user, number, p, why);
+            if (st.report) st.report(st.user, number, p, why);
         }
     }
     free(line);
     // A directory opens, but reads nothing: as unreadable as a missing file.
     const bool failed = ferror(f) != 0;
     fclose(f);
-    *vi = st.vi;
     return failed ? -1 : reported;
+}
+
+} // namespace
+
+int qv::read_bindings(console *c, const KeymapSet &maps, const char *path, const char *term, bool *vi,
+                      BindingsReport report, void *user) {
+    BindingsFile st;
+    st.c = c;
+    st.maps = &maps;
+    st.vi = *vi;
+    st.map = st.vi ? maps.vi_insert : maps.emacs;
+    st.term = term;
+    st.report = report;
+    st.user = user;
+    const int reported = read_file(st, path);
+    if (reported >= 0) *vi = st.vi;
+    return reported;
+}
+
+void term_setApplicationName(const char *name) {
+    snprintf(application, sizeof application, "%s", name ? name : "");
 }

@@ -43,8 +43,8 @@ bool bind_keys(keymap_entry *map, const char *keys, size_t n, action_fn action);
    "$if mode=" and out as "set editing-mode" left it. Answers the number of
    lines reported, or -1 when the file cannot be read. */
 using BindingsReport = void (*)(void *user, int line, const char *text, const char *why);
-int read_bindings(const KeymapSet &maps, const char *path, const char *term, bool *vi, BindingsReport report,
-                  void *user);
+int read_bindings(struct console *c, const KeymapSet &maps, const char *path, const char *term, bool *vi,
+                  BindingsReport report, void *user);
 
 } // namespace qv
 #endif

@@ -8,6 +8,7 @@
 #include <cwchar>
 
 #include "bindings.h"
+#include "commands.h"
 #include "completion.h"
 #include "editkeys.h"
 #include "engine.h"
@@ -19,9 +20,11 @@
 #include "output.h"
 #include "paste.h"
 #include "plainview.h"
+#include "repeat.h"
 #include "search.h"
 #include "text.h"
 #include "undo.h"
+#include "variables.h"
 #include "view.h"
 #include "vimode.h"
 
@@ -58,8 +61,12 @@ bool make_state(console *c) {
     st->plain = qv::plain_new(!qv::terminal_can_paint());
     st->file = qv::history_file_new();
     st->vi = qv::vi_new();
+    st->commands = qv::commands_new();
+    st->repeat = qv::repeat_new();
+    st->variables = qv::variables_new();
     return st->edit && st->undo && st->ring && st->hint && st->search && st->completion && st->paste &&
-           st->editkeys && st->frame && st->engine && st->model && st->view && st->plain && st->file && st->vi;
+           st->editkeys && st->frame && st->engine && st->model && st->view && st->plain && st->file && st->vi &&
+           st->commands && st->repeat && st->variables;
 }
 
 void free_state(console *c) {
@@ -80,6 +87,9 @@ void free_state(console *c) {
     qv::plain_free(st->plain);
     qv::history_file_free(st->file);
     qv::vi_free(st->vi);
+    qv::commands_free(st->commands);
+    qv::repeat_free(st->repeat);
+    qv::variables_free(st->variables);
     free(st);
     c->state = nullptr;
 }

@@ -3,10 +3,12 @@
 #include "engine.h"
 
 #include <chrono>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 
+#include "commands.h"
 #include "completion.h"
 #include "console.h"
 #include "editkeys.h"
@@ -14,6 +16,7 @@
 #include "highlight.h"
 #include "hints.h"
 #include "output.h"
+#include "repeat.h"
 #include "paste.h"
 #include "render.h"
 #include "search.h"
@@ -26,6 +29,9 @@ struct qv::EngineState {
     bool handled; // a key was handled in this read
     KeyDecoder keys;
     std::chrono::steady_clock::time_point painted; // the last paint
+    // Key bytes a key typed (a macro), for the input to read next.
+    char typed[1024];
+    size_t ntyped;
 };
 
 qv::EngineState *qv::engine_new() { return new (std::nothrow) EngineState{}; }
@@ -81,13 +87,18 @@ void start_input(console *c, bool more) {
 // Whether a mode takes the keys first: a search, a paste, a question, a
 // quoted key.
 bool in_mode(const console *c) {
-    return qv::search_active(c) || qv::paste_active(c) || qv::completion_asking(c) || qv::quoted_active(c);
+    return qv::search_active(c) || qv::paste_active(c) || qv::completion_asking(c) || qv::quoted_active(c) ||
+           qv::char_search_active(c);
 }
 
 // A mode's turn at the key: true when it used it.
 bool take_by_mode(console *c, action_fn action, int key) {
     if (qv::quoted_active(c)) {
         qv::quoted_key(c, key);
+        return true;
+    }
+    if (qv::char_search_active(c)) {
+        qv::char_search_key(c, action == action_insert_char ? key : qv::frame_key_byte(c));
         return true;
     }
     if (qv::completion_asking(c)) {
@@ -139,6 +150,11 @@ void run_requests(console *c, int *flags, bool more) {
         case qv::kMoveCursorFirst: *flags |= qv::kCursorFirst; break;
         case qv::kWrite: write_text(c, step.text, step.len); break;
         case qv::kThen: step.then(c); break;
+        case qv::kKeys:
+            if (qv::EngineState *e = engine_of(c))
+                for (int i = 0; i < step.len && e->ntyped < sizeof e->typed; i++)
+                    e->typed[e->ntyped++] = static_cast<char>(step.text[i]);
+            break;
         }
         free(step.text);
     }
@@ -148,13 +164,24 @@ void run_requests(console *c, int *flags, bool more) {
 // but typing on (and a whole paste) one; then what it asked of the screen;
 // then, while the read goes on, the hint and the key's paint, unless more
 // keys wait. A read the key ended has drawn all it shows.
-void dispatch(console *c, action_fn action, int key, bool more) {
+void dispatch(console *c, action_fn action, int key, bool more, int last) {
     const bool typing = action == action_insert_char && qv::frame_last_action(c) == action_insert_char &&
                         !qv::vi_commanding(c);
     qv::undo_boundary(c, in_mode(c) || typing || qv::vi_joins_step(c));
     qv::vi_observe(c, action, key);
-    qv::frame_begin_key(c, action);
-    if (!take_by_mode(c, action, key) && action) action(c, key);
+    qv::frame_begin_key(c, action, last);
+    if (!take_by_mode(c, action, key) && action) {
+        // A numeric argument runs the command that many times, or its
+        // opposite for a negative one; the command reads it itself where
+        // readline's takes it otherwise.
+        int count = 1;
+        const action_fn run = qv::argument_apply(c, action, qv::reads_argument(action), &count);
+        for (int i = 0; i < count; i++) {
+            if (i > 0) qv::frame_repeat(c);
+            run(c, key);
+        }
+    }
+    qv::macro_key_done(c);
     int flags = 0;
     run_requests(c, &flags, more);
     qv::frame_end_key(c);
@@ -182,6 +209,7 @@ void end_modes(console *c) {
     qv::hint_clear(c);
     qv::undo_reset(c);
     qv::vi_end(c);
+    qv::repeat_reset(c);
 }
 
 } // namespace
@@ -191,6 +219,7 @@ void qv::engine_begin(console *c) {
     history_set_latest(c);
     history_cleanup_temp(c);
     end_modes(c);
+    qv::commands_begin(c);
     qv::vi_begin(c);
     if (EngineState *e = engine_of(c)) {
         e->keys.reset();
@@ -203,9 +232,9 @@ void qv::engine_begin(console *c) {
 
 qv::KeyDecoder &qv::engine_keys(console *c) { return engine_of(c)->keys; }
 
-void qv::engine_key(console *c, action_fn action, int key, bool more) {
+void qv::engine_key(console *c, action_fn action, int key, bool more, int last) {
     if (EngineState *e = engine_of(c)) e->handled = true;
-    dispatch(c, action, key, more);
+    dispatch(c, action, key, more, last);
 }
 
 // The end of input is a state of the console, not of one read: a read after
@@ -236,3 +265,13 @@ void qv::engine_end(console *c) {
 }
 
 const keymap_entry *qv::engine_keymap(console *c) { return vi_keymap(c); }
+
+size_t qv::engine_take_typed(console *c, char *out, size_t size) {
+    EngineState *e = engine_of(c);
+    if (!e || e->ntyped == 0) return 0;
+    const size_t n = e->ntyped < size ? e->ntyped : size;
+    memcpy(out, e->typed, n);
+    memmove(e->typed, e->typed + n, e->ntyped - n);
+    e->ntyped -= n;
+    return n;
+}

@@ -24,8 +24,12 @@ void engine_begin(struct console *c);
 KeyDecoder &engine_keys(struct console *c);
 /* The key map the read's keys are decoded with now. */
 const keymap_entry *engine_keymap(struct console *c);
-/* One key; more: further keys are already waiting. */
-void engine_key(struct console *c, action_fn action, int key, bool more);
+/* One key; more: further keys are already waiting; last: the key's last
+   byte (the digit of Alt-3), -1 when there is none. */
+void engine_key(struct console *c, action_fn action, int key, bool more, int last = -1);
+/* Key bytes the keys handled typed (a macro), taken for the input to read
+   before anything else; answers how many. */
+size_t engine_take_typed(struct console *c, char *out, size_t size);
 /* The read is over: its status says why. */
 bool engine_over(const struct console *c);
 /* Draws what a burst held back, if anything, unless a paste still arriving

@@ -26,6 +26,7 @@
 #include "output.h"
 #include "printer.h"
 #include "render.h"
+#include "repeat.h"
 #include "session.h"
 #include "sgr.h"
 #include "text.h"
@@ -290,10 +291,15 @@ void take_keys(console *c) {
         // A wake-up ends the read before any key still waiting: those wait
         // on for the next read.
         if (qv::printer_wake_pending() && !serve_printer(c, true)) return;
-        const qv::DecodedKey k = keys.feed(qv::engine_keymap(c), in().buffer[in().head++], utf8);
+        const unsigned char byte = in().buffer[in().head++];
+        // A keyboard macro being defined takes the bytes as they come.
+        qv::macro_byte(c, byte);
+        const qv::DecodedKey k = keys.feed(qv::engine_keymap(c), byte, utf8);
         if (k.again) push_back();
-        if (k.kind == qv::DecodedKey::kKey) qv::engine_key(c, k.action, k.arg, buffered());
+        if (k.kind == qv::DecodedKey::kKey) qv::engine_key(c, k.action, k.arg, buffered(), keys.last_byte());
         else if (k.kind == qv::DecodedKey::kText) qv::engine_key(c, action_insert_char, k.arg, buffered());
+        char typed[1024];
+        if (const size_t n = qv::engine_take_typed(c, typed, sizeof typed)) qv::input_unread(typed, n);
     }
 }
 
@@ -433,6 +439,17 @@ size_t qv::input_push(const char *bytes, size_t n) {
     if (n > kInputSize - i.tail) n = kInputSize - i.tail;
     memcpy(i.buffer + i.tail, bytes, n);
     i.tail += n;
+    return n;
+}
+
+size_t qv::input_unread(const char *bytes, size_t n) {
+    InputState &i = in();
+    const size_t pending = i.tail - i.head;
+    if (n > kInputSize - pending) n = kInputSize - pending;
+    memmove(i.buffer + n, i.buffer + i.head, pending);
+    memcpy(i.buffer, bytes, n);
+    i.head = 0;
+    i.tail = n + pending;
     return n;
 }
 

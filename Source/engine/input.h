@@ -35,6 +35,9 @@ bool edit_feed(struct console *c);
 void edit_end(struct console *c);
 /* Queues bytes ahead of the terminal's; answers how many fitted. */
 size_t input_push(const char *bytes, size_t n);
+/* Puts bytes before every byte waiting (a macro's keys); answers how many
+   fitted. */
+size_t input_unread(const char *bytes, size_t n);
 /* Draws what changed since the last render; fresh: the host left the
    cursor at the start of an empty row, where everything is drawn again. */
 void edit_redraw(struct console *c, bool fresh);

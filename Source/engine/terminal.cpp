@@ -479,7 +479,7 @@ int term_readBindings(const char *path) {
     ReportTo to{path};
     console *c = top().t->console;
     bool vi = qv::option(TERM_OPTION_VI_MODE) != 0;
-    const int reported = qv::read_bindings(maps_of(c), path, getenv("TERM"), &vi, report_line, &to);
+    const int reported = qv::read_bindings(c, maps_of(c), path, getenv("TERM"), &vi, report_line, &to);
     if (reported >= 0) qv::set_option(TERM_OPTION_VI_MODE, vi);
     qv::engine_keys(c).reset();
     return reported;

@@ -27,6 +27,7 @@ DecodedKey KeyDecoder::done(action_fn action, int arg) {
 DecodedKey KeyDecoder::feed(const keymap_entry *root, int b, bool utf8) {
     const DecodedKey more{DecodedKey::kMore, nullptr, 0, false};
     pauses_ = 0;
+    last_ = b;
     switch (state_) {
     case kStart: {
         const keymap_entry &e = root[b];

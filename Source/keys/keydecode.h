@@ -46,6 +46,9 @@ class KeyDecoder {
     }
     bool pending() const { return state_ != kStart; }
     void reset() { state_ = kStart; }
+    /* The byte fed last: the key's last, once it is complete (the digit of
+       Alt-3). */
+    int last_byte() const { return last_; }
 
   private:
     enum State : int { kStart, kSequence, kSwallowFirst, kSwallow, kUtf8 };
@@ -56,6 +59,7 @@ class KeyDecoder {
     int lead_ = 0, need_ = 0, got_ = 0;
     unsigned cp_ = 0;
     int pauses_ = 0;
+    int last_ = 0;
 };
 
 } // namespace qv

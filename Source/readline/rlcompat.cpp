@@ -242,7 +242,9 @@ bool qv::rl_start_editor() {
     qv::rl_history_attach();
     RL_SETSTATE(RL_STATE_INITIALIZED);
     started = true;
-    // The user's keys, as readline reads them when it starts.
+    // The user's keys, as readline reads them when it starts, with the
+    // program's name for "$if".
+    term_setApplicationName(rl_readline_name);
     rl_read_init_file(nullptr);
     return true;
 }

@@ -1,0 +1,34 @@
+/* readline's variables, as a bindings file sets them ("set name value"):
+   each one readline knows is accepted; those with a meaning here take
+   effect, the others are kept to be read back. Library-internal. */
+#ifndef QUORVEL_VARIABLES_H
+#define QUORVEL_VARIABLES_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+struct console;
+
+namespace qv {
+
+struct VariableState;
+VariableState *variables_new();
+void variables_free(VariableState *v);
+
+/* Sets a variable; answers why it cannot be, or NULL. editing-mode and
+   keymap are the bindings file's own business and are refused here. */
+const char *set_variable(struct console *c, const char *name, const char *value);
+/* The value as set or by default, or NULL for a name readline does not
+   know. Good until the next set. */
+const char *variable_value(const struct console *c, const char *name);
+/* The names, NULL-terminated, in alphabetical order. */
+const char *const *variable_names();
+/* Whether a variable that is on or off is on. */
+bool variable_on(const struct console *c, const char *name);
+/* A number variable's value, or fallback. */
+int variable_number(const struct console *c, const char *name, int fallback);
+
+} // namespace qv
+#endif
+
+#endif

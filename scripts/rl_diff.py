@@ -1,0 +1,190 @@
+#!/usr/bin/env python3
+"""Types the same keys, with the same init file, into one readline program
+built twice: on GNU readline (the control) and on libquorvel-readline, and
+compares the lines the two return. The program starts with the history
+"make test", "git commit -m first", "echo one two three", "ls -la /tmp",
+"git status" (the newest last) and completes from a fixed list of words.
+
+    scripts/rl_diff.py GNU_PROGRAM QUORVEL_PROGRAM [-v] [-k NAME...]
+
+Each case is typed into a fresh run; the run's end of input is Ctrl-D on an
+empty line. Exit status 1 when any case differs, 77 when a program is
+missing.
+"""
+import argparse
+import os
+import pty
+import select
+import shutil
+import sys
+import tempfile
+import time
+
+ESC = "\x1b"
+UP, DOWN, LEFT, RIGHT = ESC + "[A", ESC + "[B", ESC + "[D", ESC + "[C"
+
+
+def alt(k):
+    return ESC + k
+
+
+def cx(k):
+    return "\x18" + k
+
+
+# (name, keys, init file). Every case ends its last line with Return.
+CASES = [
+    # History.
+    ("history-search-backward bound to Up", "git" + UP + "\r", '"\\e[A": history-search-backward\n'),
+    ("history-search-backward twice", "git" + UP + UP + "\r", '"\\e[A": history-search-backward\n'),
+    ("history-search-forward back down", "git" + UP + UP + DOWN + "\r",
+     '"\\e[A": history-search-backward\n"\\e[B": history-search-forward\n'),
+    ("history-search keeps the cursor after the prefix", "git" + UP + "X\r", '"\\e[A": history-search-backward\n'),
+    ("history-substring-search-backward", "one" + UP + "\r", '"\\e[A": history-substring-search-backward\n'),
+    ("yank-last-arg", alt(".") + "\r", None),
+    ("yank-last-arg repeated walks back", alt(".") + alt(".") + alt(".") + "\r", None),
+    ("yank-last-arg with Alt-_", "x " + alt("_") + "\r", None),
+    ("yank-nth-arg", alt("\x19") + "\r", None),
+    ("operate-and-get-next", UP + UP + UP + "\x0f" + "\r", None),
+    ("revert-line", UP + "xyz" + alt("r") + "\r", None),
+    ("beginning-of-history", alt("<") + "\r", None),
+    ("end-of-history", UP + UP + alt(">") + "typed\r", None),
+    ("non-incremental-reverse-search-history", alt("p") + "commit\r\r", None),
+    # Words and case.
+    ("upcase-word", "hello world" + alt("b") + alt("u") + "\r", None),
+    ("downcase-word", "HELLO WORLD\x01" + alt("l") + "\r", None),
+    ("capitalize-word", "hello world\x01" + alt("c") + alt("c") + "\r", None),
+    ("transpose-words", "one two" + alt("t") + "\r", None),
+    ("transpose-words in the middle", "one two three" + alt("b") + alt("b") + alt("t") + "\r", None),
+    ("delete-horizontal-space", "a    b" + LEFT + LEFT + alt("\\") + "\r", None),
+    ("backward-kill-line", "abc def" + LEFT + LEFT + cx("\x7f") + "\r", None),
+    ("kill-whole-line", "abc def" + LEFT + "\x0bX\x19\r",
+     '"\\C-k": kill-whole-line\n'),
+    # The region.
+    ("set-mark and kill-region", "abc def\x01\x00\x06\x06\x06" + "\x17\r", '"\\C-w": kill-region\n'),
+    ("exchange-point-and-mark", "abc\x00" + "\x01" + cx("\x18") + "X\r", None),
+    ("copy-region-as-kill", "abc def\x00\x01" + alt("w") + "\x05\x19\r", None),
+    ("copy-backward-word", "abc def" + "\x1b\x7f" + "\x19\r",
+     '"\\e\\C-?": copy-backward-word\n'),
+    # Motion.
+    ("character-search", "abcabc\x01\x1dcX\r", None),
+    ("character-search-backward", "abcabc" + alt("\x1d") + "aX\r", None),
+    # Numeric arguments.
+    ("digit-argument with a motion", "abcdef" + alt("3") + "\x02X\r", None),
+    ("digit-argument with an insert", alt("5") + "x\r", None),
+    ("digit-argument with a kill", "one two three" + alt("2") + "\x17\r", None),
+    ("negative argument", "one two three\x01" + alt("-") + "\x06X\r", None),
+    ("universal-argument", "\x18ux\r", '"\\C-xu": universal-argument\n'),
+    # Keyboard macros.
+    ("keyboard macro", cx("(") + "ab" + cx(")") + cx("e") + "\r", None),
+    # Others.
+    ("insert-comment", "echo hi" + alt("#"), None),
+    ("undo on Ctrl-x Ctrl-u", "abc" + cx("\x15") + "\r", None),
+    ("tab-insert", "a" + alt("\t") + "b\r", None),
+    # Completion.
+    ("complete", "pri\t\r", None),
+    ("menu-complete", "pri\t\t\r", 'TAB: menu-complete\n'),
+    ("menu-complete-backward", "pri" + ESC + "[Z\r", '"\\e[Z": menu-complete-backward\n'),
+    ("insert-completions", "pri" + alt("*") + "\r", None),
+    # The init file's language.
+    ("a string macro", "\x18q\r", '"\\C-xq": "quit()"\n'),
+    ("a macro with keys in it", "x" + alt("p") + "\r", '"\\ep": "\\C-aprint(\\C-e)"\n'),
+    ("completion-ignore-case", "PRI\t\r", 'set completion-ignore-case on\n'),
+    ("$if for the program", "\x18q\r", '$if rldiff\n"\\C-xq": "in"\n$else\n"\\C-xq": "out"\n$endif\n'),
+    ("comment-begin", "echo hi" + alt("#"), 'set comment-begin //\n'),
+    ("set lines are accepted", "ok\r",
+     "set bell-style none\nset colored-stats on\nset show-all-if-ambiguous on\nset mark-symlinked-directories on\n"
+     "set skip-completed-text on\nset visible-stats on\nset history-preserve-point on\n"
+     "set menu-complete-display-prefix on\nset keyseq-timeout 200\n"),
+]
+
+
+def run(program, keys, inputrc, home):
+    out = os.path.join(home, "lines")
+    if os.path.exists(out):
+        os.unlink(out)
+    env = dict(os.environ, TERM="xterm-256color", HOME=home, QV_DIFF_OUT=out, LC_ALL="C.UTF-8",
+               INPUTRC=os.path.join(home, "inputrc"))
+    with open(env["INPUTRC"], "w") as f:
+        f.write(inputrc or "")
+    pid, fd = pty.fork()
+    if pid == 0:
+        os.execve(program, [program], env)
+    shown = b""
+
+    def settle(wait=0.15, until=None, limit=5.0):
+        nonlocal shown
+        end = time.time() + limit
+        quiet = time.time() + wait
+        while time.time() < end:
+            r, _, _ = select.select([fd], [], [], 0.02)
+            if r:
+                try:
+                    data = os.read(fd, 65536)
+                except OSError:
+                    return
+                if not data:
+                    return
+                shown += data
+                quiet = time.time() + wait
+            elif time.time() > quiet and (until is None or until in shown):
+                return
+
+    settle(until=b"> ")
+    for ch in keys:
+        os.write(fd, ch.encode())
+        # A key alone, as typed: an escape sequence in one write.
+        if ch != ESC:
+            time.sleep(0.004)
+    settle()
+    os.write(fd, b"\x04")
+    settle(wait=0.05, limit=2.0)
+    os.write(fd, b"\x04")
+    settle(wait=0.05, limit=2.0)
+    try:
+        _, status = os.waitpid(pid, os.WNOHANG)
+        if status == 0 and _ == 0:
+            os.kill(pid, 9)
+            os.waitpid(pid, 0)
+    except ChildProcessError:
+        pass
+    os.close(fd)
+    try:
+        with open(out) as f:
+            return [bytes.fromhex(l.strip()).decode("utf-8", "replace") for l in f if l.strip() or l == "\n"]
+    except OSError:
+        return None
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("gnu")
+    ap.add_argument("quorvel")
+    ap.add_argument("-v", action="store_true")
+    ap.add_argument("-k", nargs="*", default=None, help="only the cases whose names contain these")
+    a = ap.parse_args()
+    for p in (a.gnu, a.quorvel):
+        if not shutil.which(p):
+            print("not found: " + p)
+            return 77
+    differ = 0
+    home = tempfile.mkdtemp(prefix="rl-diff-")
+    try:
+        for name, keys, inputrc in CASES:
+            if a.k and not any(k in name for k in a.k):
+                continue
+            want = run(a.gnu, keys, inputrc, home)
+            got = run(a.quorvel, keys, inputrc, home)
+            if want != got:
+                differ += 1
+                print("DIFFERS %s: GNU readline %r, Quorvel %r" % (name, want, got))
+            elif a.v:
+                print("same    %s: %r" % (name, want))
+    finally:
+        shutil.rmtree(home, ignore_errors=True)
+    print("%d of %d cases differ" % (differ, len([c for c in CASES if not a.k or any(k in c[0] for k in a.k)])))
+    return 1 if differ else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
