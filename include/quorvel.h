@@ -431,6 +431,13 @@ QV_API void term_editLeave(void);
    when the queue is full), 0 without an edit. */
 QV_API int term_editPush(const char *bytes, int n);
 
+/* The descriptor the calling thread's session reads its keys from (the
+   default session's: standard input); -1: none, the keys come only from
+   term_editPush(), for a host that reads the keys itself (readline's
+   rl_getc_function). The terminal's mode is set as before. Answers the
+   descriptor read until now, or -1 for none. */
+QV_API int term_setInputFd(int fd);
+
 /* The descriptor to poll for reading while an edit is under way: it becomes
    readable when the terminal has input, a signal arrived or another thread
    printed. -1 without an edit. */

@@ -92,6 +92,12 @@ CASES = [
     ("completion-ignore-case", "PRI\t\r", 'set completion-ignore-case on\n'),
     ("$if for the program", "\x18q\r", '$if rldiff\n"\\C-xq": "in"\n$else\n"\\C-xq": "out"\n$endif\n'),
     ("comment-begin", "echo hi" + alt("#"), 'set comment-begin //\n'),
+    # A program that reads the keys itself.
+    ("own key reader: Up recalls", UP + UP + "\r", None),
+    ("own key reader: Tab completes", "pri\t" + "n\t\r", None),
+    ("own key reader: keys with Escape", "one two" + alt("b") + alt("d") + "X" + LEFT + "\x14\r", None),
+    ("own input stream: Up recalls", UP + " x\r", None),
+    ("own input stream: Tab completes", "pri\tn\t\r", None),
     ("set lines are accepted", "ok\r",
      "set bell-style none\nset colored-stats on\nset show-all-if-ambiguous on\nset mark-symlinked-directories on\n"
      "set skip-completed-text on\nset visible-stats on\nset history-preserve-point on\n"
@@ -99,12 +105,14 @@ CASES = [
 ]
 
 
-def run(program, keys, inputrc, home):
+def run(program, keys, inputrc, home, own_reader=False):
     out = os.path.join(home, "lines")
     if os.path.exists(out):
         os.unlink(out)
     env = dict(os.environ, TERM="xterm-256color", HOME=home, QV_DIFF_OUT=out, LC_ALL="C.UTF-8",
                INPUTRC=os.path.join(home, "inputrc"))
+    if own_reader:
+        env["QV_DIFF_GETC" if own_reader == "getc" else "QV_DIFF_INSTREAM"] = "1"
     with open(env["INPUTRC"], "w") as f:
         f.write(inputrc or "")
     pid, fd = pty.fork()
@@ -173,8 +181,9 @@ def main():
         for name, keys, inputrc in CASES:
             if a.k and not any(k in name for k in a.k):
                 continue
-            want = run(a.gnu, keys, inputrc, home)
-            got = run(a.quorvel, keys, inputrc, home)
+            own = "getc" if name.startswith("own key reader") else "stream" if name.startswith("own input") else None
+            want = run(a.gnu, keys, inputrc, home, own)
+            got = run(a.quorvel, keys, inputrc, home, own)
             if want != got:
                 differ += 1
                 print("DIFFERS %s: GNU readline %r, Quorvel %r" % (name, want, got))

@@ -49,6 +49,7 @@ struct Edit;
 // One session's input: where its keys come from and what was read of them.
 struct qv::InputState {
     int fd = -1; // -1: standard input, as it stands
+    bool none = false; // keys come only from term_editPush
     unsigned char buffer[kInputSize];
     size_t head = 0, tail = 0;
     unsigned long fills = 0; // reads that brought bytes
@@ -63,8 +64,9 @@ qv::InputState own_input;
 qv::InputState &in() { return qv::session_record(qv::kSlotInput, own_input); }
 
 int input_fd() {
-    const int fd = in().fd;
-    return fd >= 0 ? fd : fileno(stdin);
+    const qv::InputState &i = in();
+    if (i.none) return -1;
+    return i.fd >= 0 ? i.fd : fileno(stdin);
 }
 
 // What a wait saw of the terminal, for the step right after it: a read then
@@ -137,7 +139,7 @@ int read_burst(console *c) {
 // on an error.
 int fill(console *c) {
     int ready = 0;
-    if (ioctl(input_fd(), FIONREAD, &ready) != 0 || ready <= 0) return 0;
+    if (input_fd() < 0 || ioctl(input_fd(), FIONREAD, &ready) != 0 || ready <= 0) return 0;
     return read_burst(c);
 }
 
@@ -190,14 +192,14 @@ Wait wait_input(console *c, Readiness *ready) {
     const int fd = input_fd(), wake = qv::session_wake_fd(), prints = qv::printer_fd();
     fd_set set;
     FD_ZERO(&set);
-    FD_SET(fd, &set);
+    if (fd >= 0) FD_SET(fd, &set);
     if (wake >= 0) FD_SET(wake, &set);
     if (prints >= 0) FD_SET(prints, &set);
     int top = fd > wake ? fd : wake;
     if (prints > top) top = prints;
     struct timeval tv = {0, kIdleMicros};
     const int r = select(top + 1, &set, nullptr, nullptr, &tv);
-    *ready = r < 0 ? kUnknown : FD_ISSET(fd, &set) ? kReadable : kNotReadable;
+    *ready = r < 0 ? kUnknown : fd >= 0 && FD_ISSET(fd, &set) ? kReadable : kNotReadable;
     if (r < 0 && errno == EINTR) return kReady;
     if (r < 0) {
         c->status = ST_IOERROR;
@@ -451,6 +453,14 @@ size_t qv::input_unread(const char *bytes, size_t n) {
     i.head = 0;
     i.tail = n + pending;
     return n;
+}
+
+int term_setInputFd(int fd) {
+    qv::InputState &i = in();
+    const int before = input_fd();
+    i.none = fd < 0;
+    if (fd >= 0) i.fd = fd;
+    return before;
 }
 
 qv::InputState *qv::input_new(int fd) {

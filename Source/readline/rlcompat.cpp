@@ -163,10 +163,16 @@ void set_prompt_variable(const char *prompt) {
     rl_display_prompt = rl_prompt;
 }
 
+// The keys may come from any terminal stream (the editor sets the mode of
+// standard input, which a stream of the program's own over the same
+// terminal shares); the line is drawn on standard output.
 bool editable_streams() {
-    return fileno(in_stream()) == STDIN_FILENO && isatty(STDIN_FILENO) &&
-           fileno(out_stream()) == STDOUT_FILENO && isatty(STDOUT_FILENO);
+    const int in = fileno(in_stream());
+    return in >= 0 && isatty(in) && fileno(out_stream()) == STDOUT_FILENO && isatty(STDOUT_FILENO);
 }
+
+// The program reads the keys itself, or from a stream of its own.
+bool own_keys() { return (rl_getc_function && rl_getc_function != rl_getc) || fileno(in_stream()) != STDIN_FILENO; }
 
 // Without a terminal on both sides there is nothing to edit on: the prompt
 // goes out, a line comes in as it is.
@@ -216,6 +222,25 @@ char *as_readline_result(char *line, int status) {
         free(line);
         return nullptr;
     }
+    return line;
+}
+
+// A program that reads the keys itself (rl_getc_function: a buffered port
+// of its own, say) hands them over one at a time; the editor reads no
+// descriptor meanwhile, so no key overtakes one the program holds. The end
+// of the program's input ends the line as Ctrl-D would.
+char *read_through_getc(const char *prompt) {
+    const int before = term_setInputFd(-1);
+    char *line = nullptr;
+    if (term_editStart(TERM_EDIT_UTF8 | TERM_EDIT_RAW, 0, prompt ? prompt : "")) {
+        while (term_editFeed(&line) == 0) {
+            const int ch = rl_getc_function ? rl_getc_function(in_stream()) : rl_getc(in_stream());
+            const char byte = ch == EOF ? '\x04' : static_cast<char>(ch);
+            if (ch == EOF) term_editSetLine("", 0);
+            term_editPush(&byte, 1);
+        }
+    }
+    term_setInputFd(before);
     return line;
 }
 
@@ -291,7 +316,7 @@ char *readline(const char *prompt) {
         line_starts();
         term_setOption(TERM_OPTION_SIGNAL_KEYS, 0);
         // The editor draws the prompt's colours itself, markers and all.
-        char *line = term_getRawLineUtf8(0, prompt ? prompt : "");
+        char *line = own_keys() ? read_through_getc(prompt) : term_getRawLineUtf8(0, prompt ? prompt : "");
         const int status = term_getStatus();
         // The program's SIGINT disposition has had the signal; readline
         // programs expect to be asked again, not to get an empty line.

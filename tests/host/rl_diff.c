@@ -4,12 +4,16 @@
  * It starts with a fixed history, reads lines with readline("> ") until the
  * end of input, adds each non-empty one to the history, and writes each to
  * the file named by QV_DIFF_OUT as hexadecimal bytes, a line each. Tab
- * completes from a fixed list of words.
+ * completes from a fixed list of words. With QV_DIFF_GETC set it reads the
+ * keys itself, through rl_getc_function from a buffered stream of its own,
+ * as programs with their own input ports do; with QV_DIFF_INSTREAM it points
+ * rl_instream at a stream of its own over the terminal.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <readline/history.h>
 #include <readline/readline.h>
@@ -24,6 +28,13 @@ static char *next_word(const char *text, int state) {
     return NULL;
 }
 
+static FILE *own_keys;
+
+static int own_getc(FILE *unused) {
+    (void)unused;
+    return getc(own_keys);
+}
+
 int main(void) {
     static const char *const history[] = {"make test", "git commit -m first", "echo one two three",
                                           "ls -la /tmp", "git status", NULL};
@@ -34,6 +45,12 @@ int main(void) {
     if (!out) return 2;
     rl_readline_name = "rldiff";
     rl_completion_entry_function = next_word;
+    if (getenv("QV_DIFF_GETC")) {
+        own_keys = fdopen(dup(0), "r");
+        if (!own_keys) return 2;
+        rl_getc_function = own_getc;
+    }
+    if (getenv("QV_DIFF_INSTREAM") && !(rl_instream = fdopen(dup(0), "r"))) return 2;
     for (i = 0; history[i]; i++) add_history(history[i]);
     while ((line = readline("> ")) != NULL) {
         const unsigned char *p;
