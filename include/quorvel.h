@@ -346,6 +346,24 @@ QV_API const char *const *term_actionNames(void);
    cannot be read (a NUL key, more than 60 bytes). */
 QV_API int term_bindKey(const char *keymap, const char *keys, const char *action);
 
+/* Binds keys, in a key map as term_bindKey() takes it, to type text: the
+   text's escapes are read as in keys ("\\C-aprint(\\C-e)"), and each key
+   it holds acts as typed. Answers 1, or 0 without an instance, for an
+   unknown map, keys or text that cannot be read, or when the instance
+   holds as many macros as it can (64). */
+QV_API int term_bindMacro(const char *keymap, const char *keys, const char *text);
+
+/* readline's variables, as "set NAME VALUE" in a bindings file sets them
+   (quorvel-bindings(5) says which act here; the others are kept, to be read
+   back). term_setVariable() answers 1, or 0 for a name readline does not
+   know, a value too long, or without an instance. term_getVariable()
+   answers the value as set or by default, the library's until the next
+   set, or NULL for an unknown name or without an instance.
+   term_variableNames() answers the names, alphabetical, ending with NULL. */
+QV_API int term_setVariable(const char *name, const char *value);
+QV_API const char *term_getVariable(const char *name);
+QV_API const char *const *term_variableNames(void);
+
 /* Told of each line of a bindings file that is not understood: the file,
    the line's number and text, and why. */
 typedef void (*term_bindings_reporter)(const char *path, int line, const char *text, const char *why,

@@ -98,6 +98,9 @@ CASES = [
     ("own key reader: keys with Escape", "one two" + alt("b") + alt("d") + "X" + LEFT + "\x14\r", None),
     ("own input stream: Up recalls", UP + " x\r", None),
     ("own input stream: Tab completes", "pri\tn\t\r", None),
+    # Readline's calls for macros and variables.
+    ("calls: rl_macro_bind", cx("m") + "\r", None),
+    ("calls: rl_variable_bind", "x" + alt("#"), None),
     ("set lines are accepted", "ok\r",
      "set bell-style none\nset colored-stats on\nset show-all-if-ambiguous on\nset mark-symlinked-directories on\n"
      "set skip-completed-text on\nset visible-stats on\nset history-preserve-point on\n"
@@ -112,7 +115,7 @@ def run(program, keys, inputrc, home, own_reader=False):
     env = dict(os.environ, TERM="xterm-256color", HOME=home, QV_DIFF_OUT=out, LC_ALL="C.UTF-8",
                INPUTRC=os.path.join(home, "inputrc"))
     if own_reader:
-        env["QV_DIFF_GETC" if own_reader == "getc" else "QV_DIFF_INSTREAM"] = "1"
+        env[{"getc": "QV_DIFF_GETC", "stream": "QV_DIFF_INSTREAM", "calls": "QV_DIFF_CALLS"}[own_reader]] = "1"
     with open(env["INPUTRC"], "w") as f:
         f.write(inputrc or "")
     pid, fd = pty.fork()
@@ -181,7 +184,8 @@ def main():
         for name, keys, inputrc in CASES:
             if a.k and not any(k in name for k in a.k):
                 continue
-            own = "getc" if name.startswith("own key reader") else "stream" if name.startswith("own input") else None
+            own = ("getc" if name.startswith("own key reader") else "stream" if name.startswith("own input")
+                   else "calls" if name.startswith("calls:") else None)
             want = run(a.gnu, keys, inputrc, home, own)
             got = run(a.quorvel, keys, inputrc, home, own)
             if want != got:

@@ -397,6 +397,7 @@ const char *setting(BindingsFile &st, const char *p) {
         st.vi = strcasecmp(value, "vi") == 0;
         st.map = st.vi ? st.maps->vi_insert : st.maps->emacs;
         st.prefix = "";
+        qv::set_variable(st.c, name, value);
         return nullptr;
     }
     if (strcasecmp(name, "keymap") != 0) return qv::set_variable(st.c, name, value);

@@ -135,6 +135,7 @@ const char *qv::set_variable(console *c, const char *name, const char *value) {
     }
     for (const AsOption &o : kOptions)
         if (strcasecmp(o.name, var.name) == 0) set_option(o.option, strcmp(text, "on") == 0);
+    if (strcasecmp(var.name, "editing-mode") == 0) set_option(TERM_OPTION_VI_MODE, strcasecmp(text, "vi") == 0);
     if (strcasecmp(var.name, "comment-begin") == 0) set_comment_begin(c, text);
     return nullptr;
 }

@@ -15,8 +15,8 @@ struct VariableState;
 VariableState *variables_new();
 void variables_free(VariableState *v);
 
-/* Sets a variable; answers why it cannot be, or NULL. editing-mode and
-   keymap are the bindings file's own business and are refused here. */
+/* Sets a variable (editing-mode sets the option of vi mode too); answers
+   why it cannot be, or NULL. */
 const char *set_variable(struct console *c, const char *name, const char *value);
 /* The value as set or by default, or NULL for a name readline does not
    know. Good until the next set. */

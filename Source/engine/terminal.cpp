@@ -18,7 +18,9 @@
 #include "output.h"
 #include "logger.h"
 #include "text.h"
+#include "repeat.h"
 #include "userkeys.h"
+#include "variables.h"
 #include "vimode.h"
 #include "qv_assert.h"
 #include "session.h"
@@ -468,6 +470,34 @@ int term_bindKey(const char *keymap, const char *keys, const char *action) {
     qv::engine_keys(c).reset();
     return 1;
 }
+
+int term_bindMacro(const char *keymap, const char *keys, const char *text) {
+    if (!top().t || !keys || !text) return 0;
+    console *c = top().t->console;
+    const char *prefix = "";
+    keymap_entry *map = qv::keymap_named(maps_of(c), keymap, &prefix);
+    if (!map) return 0;
+    char bytes[64], typed[1024];
+    const size_t plen = strlen(prefix);
+    memcpy(bytes, prefix, plen);
+    const size_t n = qv::parse_keys(keys, strlen(keys), true, bytes + plen, sizeof bytes - plen);
+    const size_t t = qv::parse_keys(text, strlen(text), true, typed, sizeof typed);
+    const action_fn fn = t ? qv::macro_action(c, typed, t) : nullptr;
+    if (n == 0 || !fn || !qv::bind_keys(map, bytes, plen + n, fn)) return 0;
+    qv::engine_keys(c).reset();
+    return 1;
+}
+
+int term_setVariable(const char *name, const char *value) {
+    if (!top().t || !name) return 0;
+    return qv::set_variable(top().t->console, name, value) ? 0 : 1;
+}
+
+const char *term_getVariable(const char *name) {
+    return top().t ? qv::variable_value(top().t->console, name) : nullptr;
+}
+
+const char *const *term_variableNames(void) { return qv::variable_names(); }
 
 void term_setBindingsReporter(term_bindings_reporter fn, void *user) {
     the_reporter = fn;

@@ -36,45 +36,6 @@ void note_binding(int key, rl_command_func_t *function, Keymap map) {
         tab_completes = false;
 }
 
-// Settings: the names readline knows, with its defaults; a value set is
-// kept as given.
-struct Setting {
-    const char *name;
-    char value[24];
-};
-Setting settings[] = {
-    {"bell-style", "audible"},
-    {"bind-tty-special-chars", "on"},
-    {"blink-matching-paren", "off"},
-    {"colored-completion-prefix", "off"},
-    {"colored-stats", "off"},
-    {"completion-ignore-case", "off"},
-    {"completion-query-items", "100"},
-    {"convert-meta", "off"},
-    {"disable-completion", "off"},
-    {"echo-control-characters", "on"},
-    {"editing-mode", "emacs"},
-    {"enable-bracketed-paste", "on"},
-    {"enable-keypad", "off"},
-    {"enable-meta-key", "on"},
-    {"expand-tilde", "off"},
-    {"history-size", "0"},
-    {"horizontal-scroll-mode", "off"},
-    {"input-meta", "on"},
-    {"keymap", "emacs"},
-    {"mark-directories", "on"},
-    {"output-meta", "on"},
-    {"page-completions", "on"},
-    {"show-all-if-ambiguous", "off"},
-    {"show-all-if-unmodified", "off"},
-};
-
-Setting *find_setting(const char *name) {
-    for (Setting &s : settings)
-        if (strcasecmp(s.name, name) == 0) return &s;
-    return nullptr;
-}
-
 struct Named {
     const char *name;
     rl_command_func_t *function;
@@ -204,6 +165,7 @@ int rl_bind_keyseq(const char *keyseq, rl_command_func_t *function) {
 int rl_generic_bind(int type, const char *keyseq, char *data, Keymap map) {
     if (type == ISFUNC)
         return rl_bind_keyseq_in_map(keyseq, reinterpret_cast<rl_command_func_t *>(data), map);
+    if (type == ISMACR) return rl_macro_bind(keyseq, data, map);
     return keyseq && map ? 0 : -1;
 }
 
@@ -297,30 +259,36 @@ int rl_set_keymap_name(const char *name, Keymap map) {
     return -1;
 }
 
+// The variables are the editor's: a setting that means something there
+// acts there, and the program reads back what it set.
 int rl_variable_bind(const char *name, const char *value) {
-    if (!name) return -1;
-    Setting *s = find_setting(name);
-    if (!s) return -1;
-    snprintf(s->value, sizeof s->value, "%s", value ? value : "");
+    if (!name || (!qv::rl_start_editor() && !term_getVariable(name))) return -1;
+    if (!term_setVariable(name, value)) return -1;
     if (strcasecmp(name, "disable-completion") == 0)
-        rl_inhibit_completion = strcasecmp(s->value, "on") == 0;
-    // The editor has vi's keys too: the setting switches them.
-    if (strcasecmp(name, "editing-mode") == 0) {
-        rl_editing_mode = strcasecmp(s->value, "vi") == 0 ? 0 : 1;
-        term_setOption(TERM_OPTION_VI_MODE, rl_editing_mode == 0);
-    }
+        rl_inhibit_completion = strcasecmp(term_getVariable(name), "on") == 0;
+    if (strcasecmp(name, "editing-mode") == 0) rl_editing_mode = strcasecmp(term_getVariable(name), "vi") == 0 ? 0 : 1;
     return 0;
 }
 
 char *rl_variable_value(const char *name) {
-    Setting *s = name ? find_setting(name) : nullptr;
-    return s ? s->value : nullptr;
+    if (!name) return nullptr;
+    qv::rl_start_editor();
+    return const_cast<char *>(term_getVariable(name));
 }
 
 void rl_variable_dumper(int readable) {
     FILE *out = rl_outstream ? rl_outstream : stdout;
-    for (const Setting &s : settings)
-        fprintf(out, readable ? "set %s %s\n" : "%s is set to `%s'\n", s.name, s.value);
+    qv::rl_start_editor();
+    for (const char *const *name = term_variableNames(); *name; name++) {
+        const char *value = term_getVariable(*name);
+        fprintf(out, readable ? "set %s %s\n" : "%s is set to `%s'\n", *name, value ? value : "");
+    }
+}
+
+int rl_macro_bind(const char *keyseq, const char *macro, Keymap map) {
+    if (!keyseq || !macro || !qv::rl_start_editor()) return -1;
+    const char *name = rl_get_keymap_name(map ? map : current_map);
+    return term_bindMacro(name, keyseq, macro) ? 0 : -1;
 }
 
 void rl_macro_dumper(int) {}

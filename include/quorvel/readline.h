@@ -280,6 +280,7 @@ QV_RL_API int rl_unbind_key_in_map(int key, Keymap map);
 QV_RL_API int rl_bind_keyseq(const char *keyseq, rl_command_func_t *function);
 QV_RL_API int rl_bind_keyseq_in_map(const char *keyseq, rl_command_func_t *function, Keymap map);
 QV_RL_API int rl_generic_bind(int type, const char *keyseq, char *data, Keymap map);
+QV_RL_API int rl_macro_bind(const char *keyseq, const char *macro, Keymap map);
 QV_RL_API int rl_add_defun(const char *name, rl_command_func_t *function, int key);
 QV_RL_API rl_command_func_t *rl_named_function(const char *name);
 QV_RL_API Keymap rl_make_bare_keymap(void);

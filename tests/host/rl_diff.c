@@ -7,7 +7,8 @@
  * completes from a fixed list of words. With QV_DIFF_GETC set it reads the
  * keys itself, through rl_getc_function from a buffered stream of its own,
  * as programs with their own input ports do; with QV_DIFF_INSTREAM it points
- * rl_instream at a stream of its own over the terminal.
+ * rl_instream at a stream of its own over the terminal; with QV_DIFF_CALLS
+ * it binds a macro and sets a variable through readline's calls.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
@@ -51,6 +52,10 @@ int main(void) {
         rl_getc_function = own_getc;
     }
     if (getenv("QV_DIFF_INSTREAM") && !(rl_instream = fdopen(dup(0), "r"))) return 2;
+    if (getenv("QV_DIFF_CALLS")) {
+        rl_macro_bind("\\C-xm", "from a call", rl_get_keymap());
+        rl_variable_bind("comment-begin", ";;");
+    }
     for (i = 0; history[i]; i++) add_history(history[i]);
     while ((line = readline("> ")) != NULL) {
         const unsigned char *p;
