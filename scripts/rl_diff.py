@@ -39,6 +39,8 @@ CASES = [
     ("history-search-backward twice", "git" + UP + UP + "\r", '"\\e[A": history-search-backward\n'),
     ("history-search-forward back down", "git" + UP + UP + DOWN + "\r",
      '"\\e[A": history-search-backward\n"\\e[B": history-search-forward\n'),
+    ("history-search-forward past the newest", "git" + UP + DOWN + "\r",
+     '"\\e[A": history-search-backward\n"\\e[B": history-search-forward\n'),
     ("history-search keeps the cursor after the prefix", "git" + UP + "X\r", '"\\e[A": history-search-backward\n'),
     ("history-substring-search-backward", "one" + UP + "\r", '"\\e[A": history-substring-search-backward\n'),
     ("yank-last-arg", alt(".") + "\r", None),
@@ -50,6 +52,9 @@ CASES = [
     ("beginning-of-history", alt("<") + "\r", None),
     ("end-of-history", UP + UP + alt(">") + "typed\r", None),
     ("non-incremental-reverse-search-history", alt("p") + "commit\r\r", None),
+    ("non-incremental-forward-search-history", UP + UP + UP + UP + UP + alt("n") + "ls\r\r", None),
+    ("history-substring-search-forward", UP + UP + UP + UP + "s -" + DOWN + "\r",
+     '"\\e[B": history-substring-search-forward\n'),
     # Words and case.
     ("upcase-word", "hello world" + alt("b") + alt("u") + "\r", None),
     ("downcase-word", "HELLO WORLD\x01" + alt("l") + "\r", None),
@@ -66,6 +71,7 @@ CASES = [
     ("copy-region-as-kill", "abc def\x00\x01" + alt("w") + "\x05\x19\r", None),
     ("copy-backward-word", "abc def" + "\x1b\x7f" + "\x19\r",
      '"\\e\\C-?": copy-backward-word\n'),
+    ("copy-forward-word", "abc def\x01" + cx("w") + "\x05\x19\r", '"\\C-xw": copy-forward-word\n'),
     # Motion.
     ("character-search", "abcabc\x01\x1dcX\r", None),
     ("character-search-backward", "abcabc" + alt("\x1d") + "aX\r", None),
@@ -86,6 +92,10 @@ CASES = [
     ("menu-complete", "pri\t\t\r", 'TAB: menu-complete\n'),
     ("menu-complete-backward", "pri" + ESC + "[Z\r", '"\\e[Z": menu-complete-backward\n'),
     ("insert-completions", "pri" + alt("*") + "\r", None),
+    ("possible-completions", "pri" + alt("?") + "n\r", None),
+    ("dump and re-read keep the line", "ab" + cx("d") + cx("f") + cx("m") + cx("r") + alt("\x0c") + "c\r",
+     '"\\C-xd": dump-variables\n"\\C-xf": dump-functions\n"\\C-xm": dump-macros\n'
+     '"\\C-xr": re-read-init-file\n'),
     # The init file's language.
     ("a string macro", "\x18q\r", '"\\C-xq": "quit()"\n'),
     ("a macro with keys in it", "x" + alt("p") + "\r", '"\\ep": "\\C-aprint(\\C-e)"\n'),

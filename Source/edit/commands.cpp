@@ -102,7 +102,7 @@ bool holds(const wchar_t *text, int n, const wchar_t *q, int qlen, bool anywhere
 
 // Walks the history from where it stands to the next entry holding the
 // query (at its start, or anywhere) that differs from the line; the line
-// stays as it is when there is none.
+// stays as it is when there is none, past the newest entry too.
 void search_history(console *c, int direction, bool anywhere) {
     qv::CommandState *st = state_of(c);
     if (!st || c->masked || !c->editor.buffer || c->history->count < 1) return;
@@ -142,12 +142,7 @@ void search_history(console *c, int direction, bool anywhere) {
         qv::undo_reset(c);
         return;
     }
-    // Forward past the newest match: the line as it was typed.
-    if (direction > 0 && h->current && h->saved) {
-        h->current = nullptr;
-        buffer_replace(c, h->saved->text, h->saved->length);
-        if (c->editor.buffer) c->editor.cursor = c->editor.buffer + (st->qlen < length_of(c) ? st->qlen : length_of(c));
-    }
+    // No match: the line stays as it is, as in readline.
 }
 
 // Word `index` of an entry split at blanks (-1: the last), into out.

@@ -488,3 +488,12 @@ void action_possible_completions(console *c, int) {
     drop(all);
     redraw_input(c);
 }
+
+// Text for the user below the input (a listing of bindings, say), the
+// input drawn again under it.
+void qv::show_below(console *c, const wchar_t *text, int n) {
+    if (!c->editor.buffer || !state_of(c) || n <= 0) return;
+    leave_rows(c);
+    frame_write(c, text, n);
+    redraw_input(c);
+}

@@ -41,6 +41,9 @@ void completion_reset();
 struct CompleterState;
 CompleterState *completer_new();
 void completer_free(CompleterState *s);
+/* Text below the input, rows ended by line feeds, the input drawn again
+   under it, as a listing is. */
+void show_below(struct console *c, const wchar_t *text, int n);
 } // namespace qv
 #endif
 #endif

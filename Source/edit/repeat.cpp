@@ -216,3 +216,13 @@ action_fn qv::macro_action(console *c, const char *bytes, size_t n) {
     r->len[slot] = n;
     return MacroSlots::actions[slot];
 }
+
+const char *qv::macro_text(const console *c, action_fn action, size_t *n) {
+    const RepeatState *r = repeat_of(c);
+    for (int i = 0; r && i < kStringMacros; i++)
+        if (MacroSlots::actions[i] == action && r->text[i]) {
+            *n = r->len[i];
+            return r->text[i];
+        }
+    return nullptr;
+}

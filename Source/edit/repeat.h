@@ -50,6 +50,9 @@ void macro_key_done(struct console *c);
 /* The action that types a string macro's bytes (readline's escapes already
    read), or NULL when the console holds as many macros as it can. */
 action_fn macro_action(struct console *c, const char *bytes, size_t n);
+/* The text a string macro's action types, or NULL for an action that is
+   no string macro. */
+const char *macro_text(const struct console *c, action_fn action, size_t *n);
 } // namespace qv
 #endif
 #endif

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#include <string>
 #include <cerrno>
 
 #include "commands.h"
@@ -17,6 +18,7 @@
 #include "options.h"
 #include "actions.h"
 #include "console_record.h"
+#include "text.h"
 #include "editkeys.h"
 #include "paste.h"
 #include "repeat.h"
@@ -59,6 +61,9 @@ constexpr NamedAction kActions[] = {
     {"delete-horizontal-space", action_delete_horizontal_space},
     {"digit-argument", action_digit_argument},
     {"downcase-word", action_downcase_word},
+    {"dump-functions", action_dump_functions},
+    {"dump-macros", action_dump_macros},
+    {"dump-variables", action_dump_variables},
     {"emacs-editing-mode", action_emacs_editing_mode},
     {"end-kbd-macro", action_end_kbd_macro},
     {"end-of-history", action_end_of_history},
@@ -88,6 +93,7 @@ constexpr NamedAction kActions[] = {
     {"possible-completions", action_possible_completions},
     {"previous-history", action_key_up},
     {"quoted-insert", action_quoted_insert},
+    {"re-read-init-file", action_re_read_init_file},
     {"reverse-search-history", action_search_backward},
     {"revert-line", action_revert_line},
     {"self-insert", action_insert_char},
@@ -499,10 +505,102 @@ int qv::read_bindings(console *c, const KeymapSet &maps, const char *path, const
     st.report = report;
     st.user = user;
     const int reported = read_file(st, path);
-    if (reported >= 0) *vi = st.vi;
+    if (reported >= 0) {
+        *vi = st.vi;
+        qv::remember_bindings_file(c, path);
+    }
     return reported;
 }
 
 void term_setApplicationName(const char *name) {
     snprintf(application, sizeof application, "%s", name ? name : "");
+}
+
+// ---------------------------------------------------------------------------
+// readline's listings of what is bound and set, written below the input in
+// readline's wording, and its re-reading of the init file.
+
+namespace {
+
+// A key sequence in readline's notation.
+std::string notation(const std::string &keys) {
+    std::string out;
+    for (const unsigned char b : keys) {
+        if (b == 27) out += "\\e";
+        else if (b == 127) out += "\\C-?";
+        else if (b < 32) out += std::string("\\C-") + static_cast<char>(b + 96);
+        else if (b == '"' || b == '\\') out += std::string("\\") + static_cast<char>(b);
+        else out += static_cast<char>(b);
+    }
+    return out;
+}
+
+// Every key sequence of map bound to an action, with the action.
+template <class F> void each_binding(const keymap_entry *map, std::string &keys, int depth, F &&f) {
+    if (!map || depth > 8) return;
+    for (int b = 0; b < 256; b++) {
+        const keymap_entry &e = map[b];
+        keys.push_back(static_cast<char>(b));
+        if (e.type == KM_FUNCTION && e.target.action) f(keys, e.target.action);
+        if (e.type == KM_SUBMAP) each_binding(e.target.map, keys, depth + 1, f);
+        keys.pop_back();
+    }
+}
+
+void show(console *c, const std::string &text) {
+    int n = 0;
+    wchar_t *wide = qv::utf8_decode(text.data(), text.size(), &n);
+    if (wide) qv::show_below(c, wide, n);
+    free(wide);
+}
+
+const keymap_entry *active_map(console *c) {
+    return qv::option(TERM_OPTION_VI_MODE) ? qv::vi_map(c, false) : c->keymaps[0];
+}
+
+} // namespace
+
+void action_dump_functions(console *c, int) {
+    if (!c->editor.buffer) return;
+    std::string text;
+    for (const char *const *name = qv::action_names(); *name; name++) {
+        const action_fn fn = qv::action_named(*name);
+        std::string keys, found;
+        int count = 0;
+        each_binding(active_map(c), keys, 0, [&](const std::string &k, action_fn a) {
+            if (a != fn || count++ >= 5) return;
+            found += (found.empty() ? "\"" : ", \"") + notation(k) + "\"";
+        });
+        text += std::string(*name) + (found.empty() ? " is not bound to any keys\n" : " can be found on " + found + ".\n");
+    }
+    show(c, text);
+}
+
+void action_dump_variables(console *c, int) {
+    if (!c->editor.buffer) return;
+    std::string text;
+    for (const char *const *name = qv::variable_names(); *name; name++)
+        text += std::string(*name) + " is set to `" + qv::variable_value(c, *name) + "'\n";
+    show(c, text);
+}
+
+void action_dump_macros(console *c, int) {
+    if (!c->editor.buffer) return;
+    std::string text, keys;
+    each_binding(active_map(c), keys, 0, [&](const std::string &k, action_fn a) {
+        size_t n = 0;
+        if (const char *macro = qv::macro_text(c, a, &n))
+            text += notation(k) + " outputs " + notation(std::string(macro, n)) + "\n";
+    });
+    if (!text.empty()) show(c, text);
+}
+
+void action_re_read_init_file(console *c, int) {
+    const char *path = qv::bindings_file(c);
+    if (!path) return;
+    const std::string copy = path;
+    const qv::KeymapSet maps{c->keymaps[0], qv::vi_map(c, false), qv::vi_map(c, true)};
+    bool vi = qv::option(TERM_OPTION_VI_MODE) != 0;
+    if (qv::read_bindings(c, maps, copy.c_str(), getenv("TERM"), &vi, nullptr, nullptr) >= 0)
+        qv::set_option(TERM_OPTION_VI_MODE, vi);
 }

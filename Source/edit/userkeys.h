@@ -1,6 +1,7 @@
 /* Keys of the user's choice: the actions by name, key sequences in
-   readline's notation, and bindings files in a subset of readline's init
-   file syntax. Library-internal. */
+   readline's notation, bindings files in readline's init file syntax, and
+   readline's listings of what is bound and set. Library-internal but for
+   the actions. */
 #ifndef QUORVEL_USERKEYS_H
 #define QUORVEL_USERKEYS_H
 
@@ -9,6 +10,23 @@
 #include "keymap.h"
 
 #ifdef __cplusplus
+extern "C" {
+#endif
+
+struct console;
+
+/* readline's dump-functions, dump-variables and dump-macros: the list below
+   the input. */
+void action_dump_functions(struct console *c, int key);
+void action_dump_variables(struct console *c, int key);
+void action_dump_macros(struct console *c, int key);
+/* Reads the bindings file read last again. */
+void action_re_read_init_file(struct console *c, int key);
+
+
+#ifdef __cplusplus
+}
+
 namespace qv {
 
 /* The action of that name ("backward-char"), NULL for none. */

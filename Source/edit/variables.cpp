@@ -95,6 +95,7 @@ int index_of(const char *name) {
 struct qv::VariableState {
     char value[kCount][kValueMax];
     bool set[kCount];
+    char *bindings; // the bindings file read last
 };
 
 namespace {
@@ -119,7 +120,24 @@ constexpr AsOption kOptions[] = {
 
 qv::VariableState *qv::variables_new() { return static_cast<VariableState *>(calloc(1, sizeof(VariableState))); }
 
-void qv::variables_free(VariableState *v) { free(v); }
+void qv::variables_free(VariableState *v) {
+    if (v) free(v->bindings);
+    free(v);
+}
+
+void qv::remember_bindings_file(console *c, const char *path) {
+    VariableState *v = state_of(c);
+    if (!v || !path || (v->bindings && strcmp(v->bindings, path) == 0)) return;
+    char *copy = strdup(path);
+    if (!copy) return;
+    free(v->bindings);
+    v->bindings = copy;
+}
+
+const char *qv::bindings_file(const console *c) {
+    const VariableState *v = state_of(c);
+    return v ? v->bindings : nullptr;
+}
 
 const char *qv::set_variable(console *c, const char *name, const char *value) {
     const int i = index_of(name);

@@ -27,6 +27,9 @@ const char *const *variable_names();
 bool variable_on(const struct console *c, const char *name);
 /* A number variable's value, or fallback. */
 int variable_number(const struct console *c, const char *name, int fallback);
+/* The bindings file read last, for re-read-init-file; NULL before any. */
+void remember_bindings_file(struct console *c, const char *path);
+const char *bindings_file(const struct console *c);
 
 } // namespace qv
 #endif
