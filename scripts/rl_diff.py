@@ -102,6 +102,8 @@ CASES = [
     ("completion-ignore-case", "PRI\t\r", 'set completion-ignore-case on\n'),
     ("$if for the program", "\x18q\r", '$if rldiff\n"\\C-xq": "in"\n$else\n"\\C-xq": "out"\n$endif\n'),
     ("comment-begin", "echo hi" + alt("#"), 'set comment-begin //\n'),
+    ("history-size", UP + UP + UP + "\r", 'set history-size 2\n'),
+    ("history-preserve-point", UP + "\x01" + RIGHT + RIGHT + UP + "X\r", 'set history-preserve-point on\n'),
     # A program that reads the keys itself.
     ("own key reader: Up recalls", UP + UP + "\r", None),
     ("own key reader: Tab completes", "pri\t" + "n\t\r", None),

@@ -7,6 +7,7 @@
 
 #include "actions.h"
 #include "console_record.h"
+#include "variables.h"
 #include "frame.h"
 #include "hints.h"
 #include "layout.h"
@@ -189,9 +190,13 @@ void action_key_return(console *c, int) {
 // A masked read never shows or recalls text: history keys do nothing there.
 void history_lookup(console *c, int direction) {
     if (c->masked || c->history->count < 1 || !c->editor.buffer) return;
+    const int at = static_cast<int>(c->editor.cursor - c->editor.buffer);
     history_save_current_buffer(c, c->editor.buffer, static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer));
     history_line *e = qv::history_step(c, direction);
     if (e) buffer_replace(c, e->text, e->length);
+    // readline's history-preserve-point: the cursor keeps its place.
+    if (e && c->editor.buffer && qv::variable_on(c, "history-preserve-point"))
+        c->editor.cursor = c->editor.buffer + (at < static_cast<int>(e->length) ? at : static_cast<int>(e->length));
     qv::undo_reset(c); // undo goes back to the entry as it came, no further
 }
 

@@ -18,6 +18,7 @@
 #include "repeat.h"
 #include "text.h"
 #include "undo.h"
+#include "variables.h"
 
 namespace {
 
@@ -36,7 +37,6 @@ struct qv::CommandState {
     int yanked_at = 0, yanked_len = 0;
     int search_direction = 0; // a character search waiting for its character
     long long next_serial = -1; // operate-and-get-next: the entry the next read starts with
-    char comment[32] = "#";
 };
 
 namespace {
@@ -252,13 +252,6 @@ bool qv::is_region_kill(action_fn a) {
            a == action_copy_region_as_kill || a == action_copy_backward_word || a == action_copy_forward_word;
 }
 
-void qv::set_comment_begin(console *c, const char *text) {
-    CommandState *st = state_of(c);
-    if (!st) return;
-    if (!text || strlen(text) >= sizeof st->comment) text = "#";
-    strcpy(st->comment, text);
-}
-
 void action_history_search_backward(console *c, int) { search_history(c, -1, false); }
 void action_history_search_forward(console *c, int) { search_history(c, 1, false); }
 void action_history_substring_search_backward(console *c, int) { search_history(c, -1, true); }
@@ -411,10 +404,10 @@ void qv::char_search_key(console *c, int key) {
 }
 
 void action_insert_comment(console *c, int key) {
-    qv::CommandState *st = state_of(c);
-    if (!st || !c->editor.buffer) return;
+    if (!c->editor.buffer) return;
+    const char *comment = qv::variable_value(c, "comment-begin");
     int n = 0;
-    WidePtr text(qv::utf8_decode(st->comment, strlen(st->comment), &n), &free);
+    WidePtr text(qv::utf8_decode(comment, strlen(comment), &n), &free);
     if (!text) return;
     c->editor.cursor = c->editor.buffer;
     insert(c, text.get(), n);

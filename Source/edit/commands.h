@@ -67,8 +67,6 @@ void commands_begin(struct console *c);
 /* A character search waits for its character. */
 bool char_search_active(const struct console *c);
 void char_search_key(struct console *c, int key);
-/* readline's comment-begin; NULL gives back "#". */
-void set_comment_begin(struct console *c, const char *text);
 /* The commands that read a numeric argument themselves. */
 bool reads_argument(action_fn a);
 /* The commands whose kills in a row make one entry with the others. */

@@ -9,8 +9,8 @@
 #include <new>
 #include <strings.h>
 
-#include "commands.h"
 #include "console_record.h"
+#include "history.h"
 #include "options.h"
 
 namespace {
@@ -154,7 +154,13 @@ const char *qv::set_variable(console *c, const char *name, const char *value) {
     for (const AsOption &o : kOptions)
         if (strcasecmp(o.name, var.name) == 0) set_option(o.option, strcmp(text, "on") == 0);
     if (strcasecmp(var.name, "editing-mode") == 0) set_option(TERM_OPTION_VI_MODE, strcasecmp(text, "vi") == 0);
-    if (strcasecmp(var.name, "comment-begin") == 0) set_comment_begin(c, text);
+    // readline's history-size: the newest that many entries; a negative
+    // number, or none, keeps every one.
+    if (strcasecmp(var.name, "history-size") == 0 && c && c->history) {
+        char *end = nullptr;
+        const long n = strtol(text, &end, 10);
+        history_limit(c, end != text && n >= 0 ? static_cast<int>(n < 100000000 ? n : 100000000) : -1);
+    }
     return nullptr;
 }
 
