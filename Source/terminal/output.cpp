@@ -19,6 +19,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "outstate.h"
 #include "session.h"
 #include "text.h"
 
@@ -26,54 +27,6 @@ int UNDEF = -1;
 int MISSING = 0;
 int t_auto_right_margin = 0;
 int t_has_meta_key = 0;
-
-namespace {
-// The capabilities styles take, looked up once per terminal: a paint may
-// change style at every word.
-struct StyleCaps {
-    bool loaded = false;
-    const char *sgr0, *setaf, *setab;
-    const char *flag[5]; // bold, dim, sitm, smul, rev
-    int palette;
-    char *colour[2][256]; // setaf and setab for each index, formatted when first used
-};
-} // namespace
-
-// What one session's terminal is and shows.
-struct qv::OutputState {
-    FILE *out;  // where everything goes; null: standard output, as it stands
-    int fd;     // its descriptor, for the size and the description; -1: out's
-    const char *type = nullptr; // the terminal type; null: $TERM
-    TERMINAL *terminal = nullptr; // the description this library loaded
-    // Whether a description was loaded at all. Without one, a carriage
-    // return is the one motion every terminal is sure to understand.
-    bool described = false;
-    // Capability cache: exactly what tigetstr answered, sentinels included.
-    char *t_clr_eos, *t_clr_eol, *t_clr_bol, *t_bell, *t_flash_screen, *t_clear_screen, *t_enter_delete_mode,
-        *t_exit_delete_mode, *t_delete_character, *t_parm_dch, *t_enter_insert_mode, *t_exit_insert_mode,
-        *t_insert_character, *t_insert_padding, *t_parm_ich, *t_pad_char, *t_cursor_visible, *t_cursor_normal,
-        *t_cursor_up, *t_cursor_down, *t_cursor_left, *t_cursor_right, *t_cursor_up_parm, *t_cursor_down_parm,
-        *t_cursor_left_parm, *t_cursor_right_parm, *t_cursor_to_ll, *t_cursor_home, *t_column_address,
-        *t_carriage_return, *t_key_home, *t_key_ll, *t_key_dc, *t_key_ic, *t_key_down, *t_key_left,
-        *t_key_right, *t_key_up, *t_keypad_local, *t_keypad_xmit, *t_parm_index, *t_parm_rindex,
-        *t_insert_line, *t_delete_line, *t_parm_delete_line, *t_enter_bold_mode, *t_exit_attribute_mode,
-        *t_meta_on, *t_meta_off;
-    int am_xenl = 0, meta_key = 0; // "am" with "xenl"; "km"
-    StyleCaps style{};
-    // The cursor is at the start of a row a line feed reached, the
-    // library's own or, before the library wrote anything, the one that ran
-    // the program; nothing written since. Written from whichever thread
-    // holds the console; read at the start of a read.
-    std::atomic<bool> row_fresh{true};
-    int shown_shape = 0; // the cursor shape set through Ss; 0: the terminal's own
-    std::atomic<int> rows{0}, cols{0}; // the size the host gave; 0: the kernel's
-
-    OutputState(FILE *stream, int descriptor) : out(stream), fd(descriptor) {
-        // Until a terminal is set up every capability reads as "not a string".
-        for (char **cap : {&t_clr_eos, &t_clr_eol, &t_clr_bol, &t_bell, &t_flash_screen, &t_clear_screen, &t_enter_delete_mode, &t_exit_delete_mode, &t_delete_character, &t_parm_dch, &t_enter_insert_mode, &t_exit_insert_mode, &t_insert_character, &t_insert_padding, &t_parm_ich, &t_pad_char, &t_cursor_visible, &t_cursor_normal, &t_cursor_up, &t_cursor_down, &t_cursor_left, &t_cursor_right, &t_cursor_up_parm, &t_cursor_down_parm, &t_cursor_left_parm, &t_cursor_right_parm, &t_cursor_to_ll, &t_cursor_home, &t_column_address, &t_carriage_return, &t_key_home, &t_key_ll, &t_key_dc, &t_key_ic, &t_key_down, &t_key_left, &t_key_right, &t_key_up, &t_keypad_local, &t_keypad_xmit, &t_parm_index, &t_parm_rindex, &t_insert_line, &t_delete_line, &t_parm_delete_line, &t_enter_bold_mode, &t_exit_attribute_mode, &t_meta_on, &t_meta_off})
-            *cap = reinterpret_cast<char *>(-1);
-    }
-};
 
 namespace {
 
@@ -94,21 +47,10 @@ int out_fd() {
     return fd >= 0 ? fd : fileno(out());
 }
 
-// The terminfo library keeps one description current for the process, and
-// formats into one buffer: a session that uses it holds it, with its own
-// description made current.
 pthread_mutex_t terminfo_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-class Terminfo {
-  public:
-    Terminfo() {
-        pthread_mutex_lock(&terminfo_lock);
-        TERMINAL *mine = st().terminal;
-        if (mine && cur_term != mine) set_curterm(mine);
-    }
-    ~Terminfo() { pthread_mutex_unlock(&terminfo_lock); }
-    Terminfo(const Terminfo &) = delete;
-    Terminfo &operator=(const Terminfo &) = delete;
-};
+
+using qv::Terminfo;
+using qv::StyleCaps;
 
 } // namespace
 
@@ -484,141 +426,13 @@ int console_get_height(struct console *c) {
 int getConsoleType(void *) { return 1; }
 
 // ---------------------------------------------------------------------------
-// Cursor motion and drawing. Nothing here flushes: the painter flushes once.
+// The sink of tputs: nothing here flushes, the painter flushes once.
 
 int char_to_terminal(int ch) {
     qv::terminal_row_used();
     putc(ch, out());
     return 0;
 }
-
-void screen_cursor_move_y(struct console *, int dy) {
-    Terminfo use;
-    if (dy < 0) {
-        if (available(st().t_cursor_up_parm))
-            tputs(tiparm(st().t_cursor_up_parm, -dy), dy, char_to_terminal);
-        else if (available(st().t_cursor_up))
-            for (int i = 0; i < -dy; i++) tputs(st().t_cursor_up, 1, char_to_terminal);
-    } else {
-        // Line feeds move straight down in raw mode and scroll at the bottom.
-        if (dy > 0) qv::terminal_row_used();
-        for (int i = 0; i < dy; i++) fputc('\n', out());
-    }
-}
-
-void screen_cursor_move_x(struct console *, int dx) {
-    Terminfo use;
-    if (dx < 0) {
-        if (available(st().t_cursor_left_parm))
-            tputs(tiparm(st().t_cursor_left_parm, -dx), 1, char_to_terminal);
-        else if (available(st().t_cursor_left))
-            for (int i = 0; i < -dx; i++) tputs(st().t_cursor_left, 1, char_to_terminal);
-    } else if (dx > 0) {
-        if (available(st().t_cursor_right_parm))
-            tputs(tiparm(st().t_cursor_right_parm, dx), 1, char_to_terminal);
-        else if (available(st().t_cursor_right))
-            for (int i = 0; i < dx; i++) tputs(st().t_cursor_right, 1, char_to_terminal);
-    }
-}
-
-namespace {
-
-constexpr size_t kNever = SIZE_MAX / 4;
-
-// The bytes of the cheaper way to move n columns (n < 0: left), and writes
-// it when put is set.
-size_t horizontal(int n, bool put) {
-    Terminfo use;
-    if (n == 0) return 0;
-    const char *one = n < 0 ? st().t_cursor_left : st().t_cursor_right;
-    const char *parm = n < 0 ? st().t_cursor_left_parm : st().t_cursor_right_parm;
-    const int k = n < 0 ? -n : n;
-    const size_t singles = available(one) ? strlen(one) * static_cast<size_t>(k) : kNever;
-    const size_t parameterised = available(parm) ? strlen(tiparm(parm, k)) : kNever;
-    if (put && singles <= parameterised && singles < kNever)
-        for (int i = 0; i < k; i++) tputs(one, 1, char_to_terminal);
-    else if (put && parameterised < kNever)
-        tputs(tiparm(parm, k), 1, char_to_terminal);
-    return singles < parameterised ? singles : parameterised;
-}
-
-} // namespace
-
-void qv::cursor_to_column(struct console *c, int from, int to, bool from_known) {
-    Terminfo use;
-    if (from_known && from == to) return;
-    const size_t address = available(st().t_column_address) ? strlen(tiparm(st().t_column_address, to)) : kNever;
-    const size_t back = available(st().t_carriage_return) ? strlen(st().t_carriage_return) + horizontal(to, false) : kNever;
-    const size_t relative = from_known ? horizontal(to - from, false) : kNever;
-    if (relative <= address && relative <= back && relative < kNever) {
-        horizontal(to - from, true);
-    } else if (back <= address && back < kNever) {
-        tputs(st().t_carriage_return, 1, char_to_terminal);
-        horizontal(to, true);
-    } else {
-        screen_cursor_move_to_col(c, to);
-    }
-}
-
-void screen_cursor_backspace(struct console *, int n) {
-    Terminfo use;
-    if (n <= 0) return;
-    if (available(st().t_cursor_left_parm))
-        tputs(tiparm(st().t_cursor_left_parm, n), n, char_to_terminal);
-    else if (available(st().t_cursor_left))
-        for (int i = 0; i < n; i++) tputs(st().t_cursor_left, 1, char_to_terminal);
-    else
-        for (int i = 0; i < n; i++) char_to_terminal(8);
-}
-
-void screen_cursor_move_bol(struct console *) {
-    Terminfo use;
-    if (available(st().t_carriage_return))
-        tputs(st().t_carriage_return, 1, char_to_terminal);
-    else if (!st().described)
-        char_to_terminal('\r');
-}
-
-void screen_cursor_move_to_col(struct console *c, int column) {
-    Terminfo use;
-    if (available(st().t_column_address)) {
-        tputs(tiparm(st().t_column_address, column), 1, char_to_terminal);
-    } else {
-        screen_cursor_move_bol(c);
-        screen_cursor_move_x(c, column);
-    }
-}
-
-void screen_set_cursor(struct console *, cursor_pos p) {
-    Terminfo use;
-    const char *cup = tigetstr("cup");
-    if (available(cup)) putp(tiparm(cup, p.pos.y, p.pos.x));
-}
-
-int console_put_wchar(struct console *, int ch) {
-    char_to_terminal(ch & 0xFF);
-    return 0;
-}
-
-int console_put_wstring(struct console *c, const wchar_t *s, int n) {
-    if (!s) return 0;
-    std::unique_ptr<char, decltype(&free)> text(wchar2cp(c, s, n), &free);
-    if (text) console_put_string(c, text.get());
-    return 0;
-}
-
-int console_put_string(struct console *, const char *s) {
-    qv::terminal_row_used();
-    fputs(s, out());
-    return 0;
-}
-
-void console_newline(struct console *c) {
-    screen_cursor_move_bol(c);
-    char_to_terminal('\n');
-    st().row_fresh.store(true, std::memory_order_relaxed);
-}
-
 
 // ---------------------------------------------------------------------------
 // Sessions
@@ -653,3 +467,17 @@ void qv::terminal_set_size(int rows, int cols) {
 bool qv::rows_flow() { return st().am_xenl != 0; }
 
 FILE *qv::terminal_stream() { return out(); }
+
+qv::OutputState &qv::output_state() { return st(); }
+
+FILE *qv::output_file() { return out(); }
+
+bool qv::capability(const char *s) { return available(s); }
+
+void qv::terminfo_hold() {
+    pthread_mutex_lock(&terminfo_lock);
+    TERMINAL *mine = st().terminal;
+    if (mine && cur_term != mine) set_curterm(mine);
+}
+
+void qv::terminfo_release() { pthread_mutex_unlock(&terminfo_lock); }
