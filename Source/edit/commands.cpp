@@ -48,20 +48,8 @@ int length_of(const console *c) { return static_cast<int>(c->editor.lastchar - c
 
 bool is_blank(wchar_t ch) { return ch == L' ' || ch == L'\t'; }
 
-int word_end(const console *c, int o) {
-    const wchar_t *b = c->editor.buffer;
-    const int len = length_of(c);
-    while (o < len && !qv::is_word_char(b[o])) o++;
-    while (o < len && qv::is_word_char(b[o])) o++;
-    return o;
-}
-
-int word_start(const console *c, int o) {
-    const wchar_t *b = c->editor.buffer;
-    while (o > 0 && !qv::is_word_char(b[o - 1])) o--;
-    while (o > 0 && qv::is_word_char(b[o - 1])) o--;
-    return o;
-}
+int word_end(const console *c, int o) { return qv::word_after(c, o); }
+int word_start(const console *c, int o) { return qv::word_before(c, o); }
 
 void insert(console *c, const wchar_t *text, int n) {
     if (n > 0 && buffer_insert_string(c, text, static_cast<uint32_t>(n)) != 0) history_set_dirty(c);

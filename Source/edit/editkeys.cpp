@@ -26,9 +26,11 @@ int length_of(const console *c) { return static_cast<int>(c->editor.lastchar - c
 
 bool is_space(wchar_t ch) { return ch == L' ' || ch == L'\t' || ch == L'\n'; }
 
+} // namespace
+
 // The start of the word before o: back over what is not a word, then over
 // the word.
-int word_before(const console *c, int o) {
+int qv::word_before(const console *c, int o) {
     const wchar_t *b = c->editor.buffer;
     while (o > 0 && !qv::is_word_char(b[o - 1])) o--;
     while (o > 0 && qv::is_word_char(b[o - 1])) o--;
@@ -36,13 +38,18 @@ int word_before(const console *c, int o) {
 }
 
 // The end of the word after o.
-int word_after(const console *c, int o) {
+int qv::word_after(const console *c, int o) {
     const wchar_t *b = c->editor.buffer;
     const int len = length_of(c);
     while (o < len && !qv::is_word_char(b[o])) o++;
     while (o < len && qv::is_word_char(b[o])) o++;
     return o;
 }
+
+namespace {
+
+using qv::word_after;
+using qv::word_before;
 
 // Removes the text from `from` to `to` into the kill ring; the cursor ends
 // at `from`.

@@ -49,6 +49,9 @@ void quoted_key(struct console *c, int key);
 void editkeys_reset(struct console *c);
 /* The keys that kill, whose kills in a row make one entry. */
 bool is_kill(action_fn a);
+/* The start of the word before offset o, the end of the word after it. */
+int word_before(const struct console *c, int o);
+int word_after(const struct console *c, int o);
 } // namespace qv
 #endif
 #endif
