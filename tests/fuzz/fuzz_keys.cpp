@@ -59,6 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     console c{};
     if (console_init(&c) && console_init_editor(&c)) {
         c.screen.cols = kCols;
+        c.screen.rows = kRows; // the window the renderer draws: the library must know its height
         screen_buffer_initialize(&c);
         c.prompt = L"> ";
         history_add(&c, L"from history", 12);
