@@ -100,6 +100,7 @@ CASES = [
     ("a string macro", "\x18q\r", '"\\C-xq": "quit()"\n'),
     ("a macro with keys in it", "x" + alt("p") + "\r", '"\\ep": "\\C-aprint(\\C-e)"\n'),
     ("completion-ignore-case", "PRI\t\r", 'set completion-ignore-case on\n'),
+    ("any case: what the candidates share replaces the typing", "PRI\t\r", None),
     ("$if for the program", "\x18q\r", '$if rldiff\n"\\C-xq": "in"\n$else\n"\\C-xq": "out"\n$endif\n'),
     ("comment-begin", "echo hi" + alt("#"), 'set comment-begin //\n'),
     ("history-size", UP + UP + UP + "\r", 'set history-size 2\n'),
@@ -127,7 +128,8 @@ def run(program, keys, inputrc, home, own_reader=False):
     env = dict(os.environ, TERM="xterm-256color", HOME=home, QV_DIFF_OUT=out, LC_ALL="C.UTF-8",
                INPUTRC=os.path.join(home, "inputrc"))
     if own_reader:
-        env[{"getc": "QV_DIFF_GETC", "stream": "QV_DIFF_INSTREAM", "calls": "QV_DIFF_CALLS"}[own_reader]] = "1"
+        env[{"getc": "QV_DIFF_GETC", "stream": "QV_DIFF_INSTREAM", "calls": "QV_DIFF_CALLS",
+             "icase": "QV_DIFF_ICASE"}[own_reader]] = "1"
     with open(env["INPUTRC"], "w") as f:
         f.write(inputrc or "")
     pid, fd = pty.fork()
@@ -197,7 +199,7 @@ def main():
             if a.k and not any(k in name for k in a.k):
                 continue
             own = ("getc" if name.startswith("own key reader") else "stream" if name.startswith("own input")
-                   else "calls" if name.startswith("calls:") else None)
+                   else "calls" if name.startswith("calls:") else "icase" if name.startswith("any case") else None)
             want = run(a.gnu, keys, inputrc, home, own)
             got = run(a.quorvel, keys, inputrc, home, own)
             if want != got:

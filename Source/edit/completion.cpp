@@ -350,7 +350,11 @@ void action_complete(console *c, int) {
             common = k;
         }
         same = same && lead == 0;
-        if (same || common > cursor - from) put_in(c, from, &first, common);
+        // What they share goes in when it is longer than what was typed, or
+        // as long but spelt otherwise (a completer that matches in any case).
+        bool respelt = common == cursor - from;
+        for (int k = 0; respelt && k < common; k++) respelt = first.at(k) == c->editor.buffer[from + k];
+        if (same || common > cursor - from || (common == cursor - from && !respelt)) put_in(c, from, &first, common);
     }
     if (same)
         drop(found);

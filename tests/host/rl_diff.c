@@ -8,12 +8,14 @@
  * keys itself, through rl_getc_function from a buffered stream of its own,
  * as programs with their own input ports do; with QV_DIFF_INSTREAM it points
  * rl_instream at a stream of its own over the terminal; with QV_DIFF_CALLS
- * it binds a macro and sets a variable through readline's calls.
+ * it binds a macro and sets a variable through readline's calls; with
+ * QV_DIFF_ICASE its words match in any case.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <readline/history.h>
@@ -21,11 +23,15 @@
 
 static const char *const words[] = {"print", "printf", "private", "prompt", "quit", NULL};
 
+static int any_case; /* QV_DIFF_ICASE: the words match in any case */
+
 static char *next_word(const char *text, int state) {
     static int i;
     if (!state) i = 0;
-    while (words[i])
-        if (strncmp(words[i++], text, strlen(text)) == 0) return strdup(words[i - 1]);
+    while (words[i]) {
+        const char *w = words[i++];
+        if ((any_case ? strncasecmp(w, text, strlen(text)) : strncmp(w, text, strlen(text))) == 0) return strdup(w);
+    }
     return NULL;
 }
 
@@ -46,6 +52,7 @@ int main(void) {
     if (!out) return 2;
     rl_readline_name = "rldiff";
     rl_completion_entry_function = next_word;
+    any_case = getenv("QV_DIFF_ICASE") != NULL;
     if (getenv("QV_DIFF_GETC")) {
         own_keys = fdopen(dup(0), "r");
         if (!own_keys) return 2;
