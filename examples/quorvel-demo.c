@@ -215,21 +215,36 @@ static void report_binding(const char *path, int line, const char *text, const c
     fprintf(stderr, "quorvel-demo: %s:%d: %s: %s\n", path, line, why, text);
 }
 
-/* The user's own keys, from $XDG_CONFIG_HOME/quorvel/bindings or
-   ~/.config/quorvel/bindings; a missing file is no error. */
+/* The user's readline init file ($INPUTRC, else ~/.inputrc) first, as every
+   readline program reads it, then the demo's own keys over it, from
+   $XDG_CONFIG_HOME/quorvel/bindings or ~/.config/quorvel/bindings; a missing
+   file is no error. */
 static void read_bindings(void) {
     const char *config = getenv("XDG_CONFIG_HOME");
     const char *home = getenv("HOME");
+    const char *inputrc = getenv("INPUTRC");
     const char *base = config && *config ? config : home;
     const char *tail = config && *config ? "/quorvel/bindings" : "/.config/quorvel/bindings";
     char *path;
     size_t n;
+    term_setApplicationName("quorvel-demo");
+    term_setBindingsReporter(report_binding, NULL);
+    if (inputrc && *inputrc) {
+        term_readBindings(inputrc);
+    } else if (home && *home) {
+        n = strlen(home) + sizeof "/.inputrc";
+        path = malloc(n);
+        if (path) {
+            snprintf(path, n, "%s/.inputrc", home);
+            term_readBindings(path);
+            free(path);
+        }
+    }
     if (!base || !*base) return;
     n = strlen(base) + strlen(tail) + 1;
     path = malloc(n);
     if (!path) return;
     snprintf(path, n, "%s%s", base, tail);
-    term_setBindingsReporter(report_binding, NULL);
     term_readBindings(path);
     free(path);
 }

@@ -112,6 +112,40 @@ TEST(Keys, RebindingsActFromTheNextRead) {
 
 // Each case: the host's calls, the keys typed, the lines that come back and
 // the whole screen afterwards (every row below the ones given is blank).
+// The lines people keep in their ~/.inputrc, Debian's /etc/inputrc
+// included, taken by the demo without a word of complaint, and acting.
+TEST(Keys, TheDemoTakesAUsersInputrc) {
+    const std::string home = tempDir();
+    std::ofstream(home + "/.inputrc") << "$include /etc/inputrc\n"
+                                         "set editing-mode emacs\n"
+                                         "set completion-ignore-case on\n"
+                                         "set show-all-if-ambiguous on\n"
+                                         "set colored-stats on\n"
+                                         "set visible-stats on\n"
+                                         "set mark-symlinked-directories on\n"
+                                         "set colored-completion-prefix on\n"
+                                         "set menu-complete-display-prefix on\n"
+                                         "set bell-style none\n"
+                                         "\"\\e[A\": history-search-backward\n"
+                                         "\"\\e[B\": history-search-forward\n"
+                                         "\"\\C-xq\": \"typed by a macro\"\n"
+                                         "$if Bash\n"
+                                         "  Space: magic-space\n"
+                                         "$endif\n"
+                                         "$if quorvel-demo\n"
+                                         "  \"\\C-xd\": \"for the demo\"\n"
+                                         "$endif\n";
+    HostOptions o = xterm(60, 10);
+    o.program = {QV_DEMO};
+    o.cwd = home;
+    o.env = {"HOME=" + home, "XDG_CONFIG_HOME=" + home + "/config", "XDG_STATE_HOME=" + home + "/state"};
+    PtyHost h({}, o);
+    h.waitScreen("> ");
+    h.keys("\x18" "q \x18" "d\r");
+    h.waitScreen("typed by a macro for the demo");
+    EXPECT_EQ(h.output().find("quorvel-demo:"), std::string::npos) << visible(h.output());
+}
+
 TEST(Screen, ShowsWhatTheHostGets) {
     struct Case {
         std::vector<std::string> commands;
