@@ -91,8 +91,12 @@ CASES = [
     ("complete", "pri\t\r", None),
     ("menu-complete", "pri\t\t\r", 'TAB: menu-complete\n'),
     ("menu-complete-backward", "pri" + ESC + "[Z\r", '"\\e[Z": menu-complete-backward\n'),
+    ("menu-complete-display-prefix", "pr\t\t\r", 'TAB: menu-complete\nset menu-complete-display-prefix on\n'),
+    ("menu-complete-display-prefix, round again", "pri\t\t\t\r", 'TAB: menu-complete\nset menu-complete-display-prefix on\n'),
     ("insert-completions", "pri" + alt("*") + "\r", None),
     ("possible-completions", "pri" + alt("?") + "n\r", None),
+    ("completing inside the line appends nothing", "pro x" + LEFT + LEFT + "\t\r", None),
+    ("completing inside a word", "prompt" + LEFT + LEFT + LEFT + "\t\r", None),
     ("dump and re-read keep the line", "ab" + cx("d") + cx("f") + cx("m") + cx("r") + alt("\x0c") + "c\r",
      '"\\C-xd": dump-variables\n"\\C-xf": dump-functions\n"\\C-xm": dump-macros\n'
      '"\\C-xr": re-read-init-file\n'),

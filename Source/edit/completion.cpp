@@ -14,6 +14,7 @@
 #include "console_record.h"
 #include "frame.h"
 #include "session.h"
+#include "variables.h"
 #include "text.h"
 
 struct term_completions {
@@ -431,6 +432,26 @@ void menu_step(console *c, int direction) {
         st->menu_from = from;
         st->menu_len = st->typed_len;
         st->menu_at = direction > 0 ? -1 : st->menu->count;
+        // readline's menu-complete-display-prefix: the first press puts in
+        // what the candidates share, and the round starts from there.
+        if (qv::variable_on(c, "menu-complete-display-prefix")) {
+            const Candidates &m = *st->menu;
+            int common = m.items[0].start == from ? m.items[0].len : 0;
+            for (int i = 1; i < m.count; i++) {
+                int k = 0;
+                while (k < common && k < m.items[i].len && m.items[i].start == from && m.items[i].text[k] == m.items[0].text[k]) k++;
+                common = m.items[i].start == from ? k : 0;
+            }
+            if (common >= st->typed_len) {
+                auto *grown = static_cast<wchar_t *>(realloc(st->typed, sizeof(wchar_t) * (static_cast<size_t>(common) + 1)));
+                if (grown) {
+                    st->typed = grown;
+                    wmemcpy(st->typed, m.items[0].text, static_cast<size_t>(common));
+                    st->typed_len = common;
+                }
+            }
+            st->menu_at = direction > 0 ? m.count - 1 : 0;
+        }
     }
     // Past the last candidate, the text as typed; then round again.
     const int n = st->menu->count + 1;

@@ -146,10 +146,11 @@ void tidy(char **matches) {
 }
 
 // One match, closed with the append character, or a slash when it names a
-// directory a file name completion goes on into.
-void add_single(term_completions *out, int start, const char *m) {
+// directory a file name completion goes on into. Inside the line, as in
+// readline, the append character stays out.
+void add_single(term_completions *out, int start, const char *m, bool at_end) {
     const size_t n = strlen(m);
-    int append = rl_completion_suppress_append ? 0 : rl_completion_append_character;
+    int append = rl_completion_suppress_append || !at_end ? 0 : rl_completion_append_character;
     if (rl_filename_completion_desired && n > 0 && m[n - 1] != '/' && is_directory(m)) append = '/';
     if (n > 0 && m[n - 1] == '/') append = 0;
     CharPtr full(static_cast<char *>(malloc(n + 2)), &free);
@@ -186,7 +187,7 @@ void qv::rl_complete_line(const char *text, int cursor, term_completions *out, v
     if (!matches) return;
     if (matches[0]) tidy(matches);
     if (matches[0] && !matches[1]) {
-        add_single(out, start, matches[0]);
+        add_single(out, start, matches[0], text[cursor] == 0);
     } else if (matches[0] && rl_completion_display_matches_hook) {
         // The program shows the list itself; the editor only extends the word.
         if (strlen(matches[0]) > strlen(word.get()))
