@@ -99,19 +99,19 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
 TEST(Keys, RebindingsActFromTheNextRead) {
     const std::string file = tempDir() + "/bindings";
     std::ofstream(file) << "Control-o: beginning-of-line\n\"\\C-y\": no-such-action\n";
-    PtyHost h({"init", "line:", "bind:\\C-t=backward-char", "line:", "bindings:" + file, "line:", "destroy"});
-    EXPECT_EQ(h.typed("ab\x14X\rab\x14X\rab\x0fX\r"), (Lines{"baX", "aXb", "Xab"}));
-    EXPECT_EQ(h.records("BOUND"), Lines{"BOUND 1"});
+    const std::string dir = tempDir();
+    std::ofstream(dir + "/only-file.txt") << "x";
+    HostOptions o;
+    o.cwd = dir;
+    PtyHost h({"init", "line:", "bind:\\C-t=backward-char", "bind:\\e/=complete-filename", "line:", "bindings:" + file,
+               "line:", "line:", "destroy"},
+              o);
+    EXPECT_EQ(h.typed("ab\x14X\rab\x14X\rab\x0fX\rcat on\x1b/\r"), (Lines{"baX", "aXb", "Xab", "cat only-file.txt "}));
+    EXPECT_EQ(h.records("BOUND"), (Lines{"BOUND 1", "BOUND 1"}));
     EXPECT_EQ(h.records("REPORT"), Lines{"REPORT 2 unknown action"});
     EXPECT_EQ(h.records("BINDINGS"), Lines{"BINDINGS 1"});
 }
 
-// ---------------------------------------------------------------------------
-// The screen shows the text the host gets: edits that once drew one text and
-// returned another
-
-// Each case: the host's calls, the keys typed, the lines that come back and
-// the whole screen afterwards (every row below the ones given is blank).
 // The lines people keep in their ~/.inputrc, Debian's /etc/inputrc
 // included, taken by the demo without a word of complaint, and acting.
 TEST(Keys, TheDemoTakesAUsersInputrc) {
@@ -146,6 +146,12 @@ TEST(Keys, TheDemoTakesAUsersInputrc) {
     EXPECT_EQ(h.output().find("quorvel-demo:"), std::string::npos) << visible(h.output());
 }
 
+// ---------------------------------------------------------------------------
+// The screen shows the text the host gets: edits that once drew one text and
+// returned another
+
+// Each case: the host's calls, the keys typed, the lines that come back and
+// the whole screen afterwards (every row below the ones given is blank).
 TEST(Screen, ShowsWhatTheHostGets) {
     struct Case {
         std::vector<std::string> commands;

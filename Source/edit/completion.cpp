@@ -9,6 +9,9 @@
 #include <new>
 #include <cwchar>
 #include <memory>
+#include <sys/stat.h>
+#include <dirent.h>
+#include <string>
 
 #include "actions.h"
 #include "console_record.h"
@@ -521,4 +524,44 @@ void qv::show_below(console *c, const wchar_t *text, int n) {
     leave_rows(c);
     frame_write(c, text, n);
     redraw_input(c);
+}
+
+// ---------------------------------------------------------------------------
+// File names, whatever the host completes
+
+namespace {
+
+// The entries of the word's directory whose names start as the word's last
+// part does (hidden ones only when that part starts with a dot), each with
+// a slash after a directory's name and a space after a file's.
+void complete_file_names(const char *text, int cursor, term_completions *out, void *) {
+    int start = cursor;
+    while (start > 0 && text[start - 1] != ' ' && text[start - 1] != '\t') start--;
+    const std::string word(text + start, static_cast<size_t>(cursor - start));
+    const size_t slash = word.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : word.substr(0, slash);
+    const std::string head = slash == std::string::npos ? "" : word.substr(0, slash + 1);
+    const std::string part = slash == std::string::npos ? word : word.substr(slash + 1);
+    DIR *d = opendir(dir.c_str());
+    if (!d) return;
+    while (const struct dirent *e = readdir(d)) {
+        const std::string name = e->d_name;
+        if (name == "." || name == ".." || name.compare(0, part.size(), part) != 0) continue;
+        if (name[0] == '.' && (part.empty() || part[0] != '.')) continue;
+        struct stat st {};
+        const std::string path = dir + "/" + name;
+        const bool is_dir = stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+        term_addCompletion(out, start, (head + name + (is_dir ? "/" : " ")).c_str());
+    }
+    closedir(d);
+}
+
+} // namespace
+
+// readline's complete-filename: Tab's work with file names for candidates.
+void action_complete_filename(console *c, int key) {
+    const qv::CompleterState host = completer();
+    completer() = qv::CompleterState{complete_file_names, nullptr};
+    action_complete(c, key);
+    completer() = host;
 }

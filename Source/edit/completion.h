@@ -21,6 +21,8 @@ void action_menu_complete_backward(struct console *c, int key);
 /* Every candidate in place of the word; the list, at once. */
 void action_insert_completions(struct console *c, int key);
 void action_possible_completions(struct console *c, int key);
+/* Tab's work with file names for candidates, whatever the host completes. */
+void action_complete_filename(struct console *c, int key);
 
 #ifdef __cplusplus
 }

@@ -53,6 +53,7 @@ constexpr NamedAction kActions[] = {
     {"clear-display", action_clear_screen},
     {"clear-screen", action_clear_screen},
     {"complete", action_complete},
+    {"complete-filename", action_complete_filename},
     {"copy-backward-word", action_copy_backward_word},
     {"copy-forward-word", action_copy_forward_word},
     {"copy-region-as-kill", action_copy_region_as_kill},
