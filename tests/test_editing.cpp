@@ -450,6 +450,15 @@ TEST(Completion, ManyAndBadCandidates) {
         q.typed("item\t\t" + answer + "\r");
         EXPECT_EQ(q.output().find("item149") != std::string::npos, lists) << visible(answer);
     }
+
+    // readline's variables: the list at the first Tab, and the question from
+    // 20 candidates on.
+    const std::string file = tempDir() + "/inputrc";
+    std::ofstream(file) << "set show-all-if-ambiguous on\nset completion-query-items 20\n";
+    PtyHost v({"completer:many=20", "init", "bindings:" + file, "line:> ", "destroy"}, xterm(30, 12));
+    EXPECT_EQ(v.typed("item0\ty\r"), Lines{"item0"});
+    EXPECT_NE(v.output().find("Display all 20 possibilities? (y or n)"), std::string::npos);
+    EXPECT_NE(v.output().find("item019"), std::string::npos);
 }
 
 // Text the library draws but did not compose (candidates, a history entry

@@ -304,21 +304,33 @@ qv::CompleterState *qv::completer_new() { return new (std::nothrow) CompleterSta
 
 void qv::completer_free(CompleterState *s) { delete s; }
 
+namespace {
+
+// The candidates a Tab left, listed below the input, or first the question
+// whether to list so many: past 100, or from readline's
+// completion-query-items on when the variable is set otherwise.
+void list_pending(console *c, qv::CompletionState *st) {
+    leave_rows(c);
+    const int items = qv::variable_number(c, "completion-query-items", kAskAbove);
+    if (items == kAskAbove ? st->pending->count > kAskAbove : items > 0 && st->pending->count >= items) {
+        wchar_t question[80];
+        swprintf(question, 80, L"Display all %d possibilities? (y or n)", st->pending->count);
+        qv::frame_write(c, question, static_cast<int>(wcslen(question)));
+        st->asking = true;
+        return;
+    }
+    show_list(c, *st->pending);
+    forget_list(st);
+    redraw_input(c);
+}
+
+} // namespace
+
 void action_complete(console *c, int) {
     qv::CompletionState *st = state_of(c);
     if (!completer().fn || !c->editor.buffer || !st || c->masked) return;
     if (qv::frame_last_action(c) == action_complete && st->pending) {
-        leave_rows(c);
-        if (st->pending->count > kAskAbove) {
-            wchar_t question[80];
-            swprintf(question, 80, L"Display all %d possibilities? (y or n)", st->pending->count);
-            qv::frame_write(c, question, static_cast<int>(wcslen(question)));
-            st->asking = true;
-            return;
-        }
-        show_list(c, *st->pending);
-        forget_list(st);
-        redraw_input(c);
+        list_pending(c, st);
         return;
     }
     forget_list(st);
@@ -338,7 +350,7 @@ void action_complete(console *c, int) {
     }
     // What all candidates share, counted from the earliest start; one that
     // can only be listed shares nothing.
-    bool same = lead >= 0;
+    bool same = lead >= 0, grew = false;
     if (lead >= 0) {
         const Stretch first = stretch(c, from, found->items[lead]);
         int common = first.size();
@@ -358,12 +370,16 @@ void action_complete(console *c, int) {
         // as long but spelt otherwise (a completer that matches in any case).
         bool respelt = common == cursor - from;
         for (int k = 0; respelt && k < common; k++) respelt = first.at(k) == c->editor.buffer[from + k];
-        if (same || common > cursor - from || (common == cursor - from && !respelt)) put_in(c, from, &first, common);
+        grew = same || common > cursor - from || (common == cursor - from && !respelt);
+        if (grew) put_in(c, from, &first, common);
     }
-    if (same)
+    if (same) {
         drop(found);
-    else
-        st->pending = found; // a second Tab lists them
+        return;
+    }
+    st->pending = found; // a second Tab lists them
+    // readline's show-all-if-ambiguous: at once, when the line did not grow.
+    if (!grew && qv::variable_on(c, "show-all-if-ambiguous")) list_pending(c, st);
 }
 
 // ---------------------------------------------------------------------------
