@@ -321,6 +321,12 @@ QV_API int term_highlightFrom(term_highlight *out);
 /* default 0. 1: in vi mode the prompt starts with the mode, "(ins) " or
    "(cmd) ", for terminals without a cursor shape (a serial console). */
 #define TERM_OPTION_VI_SHOW_MODE 10
+/* default 0. 1: an edit made to a recalled history entry stays with it for
+   the rest of the read, as in readline, and at the read's end the entry
+   keeps it, unless the bindings file set revert-all-at-newline (0: the
+   history keys show every entry as it was added). The readline-compatible
+   library turns it on. */
+#define TERM_OPTION_KEEP_HISTORY_EDITS 11
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */

@@ -108,6 +108,9 @@ CASES = [
     ("$if for the program", "\x18q\r", '$if rldiff\n"\\C-xq": "in"\n$else\n"\\C-xq": "out"\n$endif\n'),
     ("comment-begin", "echo hi" + alt("#"), 'set comment-begin //\n'),
     ("history-size", UP + UP + UP + "\r", 'set history-size 2\n'),
+    ("an edited entry keeps its edit", UP + "x" + DOWN + UP + "\r", None),
+    ("an edited entry keeps its edit past the line", UP + "x" + UP + "\r" + UP + UP + "\r", None),
+    ("revert-all-at-newline", UP + "x" + UP + "\r" + UP + UP + "\r", 'set revert-all-at-newline on\n'),
     ("history-preserve-point", UP + "\x01" + RIGHT + RIGHT + UP + "X\r", 'set history-preserve-point on\n'),
     # A program that reads the keys itself.
     ("own key reader: Up recalls", UP + UP + "\r", None),

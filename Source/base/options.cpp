@@ -19,6 +19,7 @@ struct qv::OptionsState {
     std::atomic<int> lean_output{0};
     std::atomic<int> vi_mode{0};
     std::atomic<int> vi_show_mode{0};
+    std::atomic<int> keep_history_edits{0};
 };
 
 namespace {
@@ -37,6 +38,7 @@ std::atomic<int> *slot(qv::OptionsState &o, int id) {
     case TERM_OPTION_LEAN_OUTPUT: return &o.lean_output;
     case TERM_OPTION_VI_MODE: return &o.vi_mode;
     case TERM_OPTION_VI_SHOW_MODE: return &o.vi_show_mode;
+    case TERM_OPTION_KEEP_HISTORY_EDITS: return &o.keep_history_edits;
     default: return nullptr;
     }
 }

@@ -27,6 +27,15 @@ struct HistoryRecord {
     long long next_serial;
     qv::HistoryObserver observer; // told of every entry that goes in
     history_line recalled;        // the entry the walk stands on, decoded
+    // Edits made to recalled entries, kept while the read goes on (readline's
+    // way, when asked for): by the entry's serial.
+    bool keep;
+    struct Kept {
+        long long serial;
+        wchar_t *text;
+        uint32_t n;
+    } *kept;
+    int nkept, capkept;
 };
 static_assert(std::is_standard_layout<HistoryRecord>::value, "the list is the record's first member");
 
@@ -38,6 +47,43 @@ void forget_recalled(history_t *h) {
     history_line &r = record(h)->recalled;
     free(r.text);
     r = history_line{nullptr, 0};
+}
+
+long long serial_of(history_t *h, const history_entry *at) {
+    long long serial = record(h)->first_serial;
+    for (const history_entry *e = h->first; e && e != at; e = e->next) serial++;
+    return serial;
+}
+
+HistoryRecord::Kept *kept_for(history_t *h, long long serial) {
+    HistoryRecord *r = record(h);
+    for (int i = 0; i < r->nkept; i++)
+        if (r->kept[i].serial == serial) return &r->kept[i];
+    return nullptr;
+}
+
+// The line as edited, kept for the entry the walk stands on.
+void keep_edit(history_t *h, const wchar_t *line, uint32_t n) {
+    HistoryRecord *r = record(h);
+    const long long serial = serial_of(h, h->current);
+    wchar_t *copy = make_string_copy(line, n);
+    if (!copy) return;
+    if (HistoryRecord::Kept *k = kept_for(h, serial)) {
+        free(k->text);
+        *k = HistoryRecord::Kept{serial, copy, n};
+        return;
+    }
+    if (r->nkept == r->capkept) {
+        const int cap = r->capkept ? r->capkept * 2 : 8;
+        auto *grown = static_cast<HistoryRecord::Kept *>(realloc(r->kept, sizeof(HistoryRecord::Kept) * static_cast<size_t>(cap)));
+        if (!grown) {
+            free(copy);
+            return;
+        }
+        r->kept = grown;
+        r->capkept = cap;
+    }
+    r->kept[r->nkept++] = HistoryRecord::Kept{serial, copy, n};
 }
 
 // The oldest entry goes. The walk, if it stood there, moves to the entry
@@ -82,7 +128,12 @@ void history_clear(console *c) {
     forget_recalled(h);
     h->first = h->last = h->current = nullptr;
     h->count = 0;
-    record(h)->first_serial = record(h)->next_serial;
+    HistoryRecord *r = record(h);
+    r->first_serial = r->next_serial;
+    for (int i = 0; i < r->nkept; i++) free(r->kept[i].text);
+    free(r->kept);
+    r->kept = nullptr;
+    r->nkept = r->capkept = 0;
 }
 
 int top_is_duplicate(console *c, const wchar_t *text, uint32_t n) {
@@ -184,9 +235,12 @@ history_line *qv::history_step(console *c, int direction) {
         }
     }
     if (!h->current) return nullptr;
-    // Decoded for the caller, who copies it before the walk moves on.
+    // Decoded for the caller, who copies it before the walk moves on; an
+    // entry edited earlier in the read comes back as edited.
     int n = 0;
-    wchar_t *text = qv::utf8_decode(h->current->text, h->current->length, &n);
+    const HistoryRecord::Kept *k = record(h)->keep ? kept_for(h, serial_of(h, h->current)) : nullptr;
+    wchar_t *text = k ? make_string_copy(k->text, k->n) : qv::utf8_decode(h->current->text, h->current->length, &n);
+    if (k) n = static_cast<int>(k->n);
     if (!text) return nullptr;
     forget_recalled(h);
     record(h)->recalled = history_line{text, static_cast<uint32_t>(n)};
@@ -200,6 +254,12 @@ void history_set_latest(console *c) { c->history->current = nullptr; }
 void history_save_current_buffer(console *c, const wchar_t *line, uint32_t n) {
     QV_ASSERT(line != NULL);
     history_t *h = c->history;
+    // A recalled entry edited: the edit stays with the entry.
+    if (record(h)->keep && h->current) {
+        if (h->dirty) keep_edit(h, line, n);
+        h->dirty = 0;
+        return;
+    }
     if (h->saved && h->dirty) history_cleanup_temp(c);
     if (!h->saved) {
         auto *saved = static_cast<history_line *>(malloc(sizeof(history_line)));
@@ -232,4 +292,50 @@ void history_print_all(console *c) {
         fputs(e->text, qv::terminal_stream());
         fputc('\n', qv::terminal_stream());
     }
+}
+
+// ---------------------------------------------------------------------------
+// Edits kept with recalled entries
+
+void qv::history_keep_edits(console *c, bool on) { record(c->history)->keep = on; }
+
+namespace {
+
+// The entry's text made the kept edit's: a new block in its place.
+void rewrite(history_t *h, history_entry *e, const HistoryRecord::Kept &k) {
+    CharPtr utf8(qv::utf8_of(k.text, static_cast<int>(k.n)), &free);
+    if (!utf8) return;
+    const size_t n = strlen(utf8.get());
+    auto *fresh = static_cast<history_entry *>(malloc(sizeof(history_entry) + n + 1));
+    if (!fresh) return;
+    fresh->text = reinterpret_cast<char *>(fresh + 1);
+    memcpy(fresh->text, utf8.get(), n + 1);
+    fresh->length = static_cast<uint32_t>(n);
+    fresh->prev = e->prev;
+    fresh->next = e->next;
+    (e->prev ? e->prev->next : h->first) = fresh;
+    (e->next ? e->next->prev : h->last) = fresh;
+    if (h->current == e) h->current = fresh;
+    free_entry(e);
+}
+
+} // namespace
+
+void qv::history_end_edits(console *c, const wchar_t *line, uint32_t n, bool revert) {
+    history_t *h = c->history;
+    HistoryRecord *r = record(h);
+    if (!r->keep) return;
+    // The entry the read ended on, edited, is an edited entry too.
+    if (!revert && h->current && h->dirty && line) keep_edit(h, line, n);
+    if (!revert)
+        for (int i = 0; i < r->nkept; i++) {
+            long long serial = r->first_serial;
+            for (history_entry *e = h->first; e; e = e->next, serial++)
+                if (serial == r->kept[i].serial) {
+                    rewrite(h, e, r->kept[i]);
+                    break;
+                }
+        }
+    for (int i = 0; i < r->nkept; i++) free(r->kept[i].text);
+    r->nkept = 0;
 }

@@ -15,12 +15,14 @@
 #include "frame.h"
 #include "highlight.h"
 #include "hints.h"
+#include "options.h"
 #include "output.h"
 #include "repeat.h"
 #include "paste.h"
 #include "render.h"
 #include "search.h"
 #include "undo.h"
+#include "variables.h"
 #include "vimode.h"
 
 // A burst of keys changed the state and its paint waits for the burst's end.
@@ -219,6 +221,7 @@ void qv::engine_begin(console *c) {
     history_set_latest(c);
     history_cleanup_temp(c);
     end_modes(c);
+    qv::history_keep_edits(c, qv::option(TERM_OPTION_KEEP_HISTORY_EDITS) != 0);
     qv::commands_begin(c);
     qv::vi_begin(c);
     if (EngineState *e = engine_of(c)) {
@@ -258,6 +261,9 @@ int qv::engine_paint_due(const console *c) {
 void qv::engine_end(console *c) {
     // A read that ends mid-burst shows what the user must see first.
     flush_held(c);
+    if (c->editor.buffer)
+        qv::history_end_edits(c, c->editor.buffer, static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer),
+                              qv::variable_on(c, "revert-all-at-newline"));
     if (c->status == ST_WOKEN) leave_woken(c);
     end_modes(c);
     qv::cursor_shape(0);

@@ -258,8 +258,10 @@ bool qv::rl_start_editor() {
     // The program decides what enters its history; the editor's own file
     // is never read, and never written, since nothing here ends the instance.
     term_setOption(TERM_OPTION_AUTO_HISTORY, 0);
-    // Programs written for readline expect its economy on slow lines.
+    // Programs written for readline expect its economy on slow lines, and
+    // its way with edited history entries.
     term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
+    term_setOption(TERM_OPTION_KEEP_HISTORY_EDITS, 1);
     term_setCompleter(qv::rl_complete_line, nullptr);
     term_callbacks callbacks{};
     callbacks.onIdle = idle_hook;
