@@ -24,6 +24,7 @@
 #include "search.h"
 #include "text.h"
 #include "undo.h"
+#include "userkeys.h"
 #include "variables.h"
 #include "view.h"
 #include "vimode.h"
@@ -127,6 +128,9 @@ int console_init(console *c) {
     for (int i = 0; i < kKeymapCount; i++)
         if (!(c->keymaps[i] = keymap_new())) goto fail;
     if (!keymap_set_defaults(c)) goto fail;
+    // readline's Ctrl-X Ctrl-R reads the bindings file again; the default
+    // map's own module cannot name the reader, which names every action.
+    if (!keymap_bind_key_sequence(c->keymaps[0], "\030\022", KM_FUNCTION, action_re_read_init_file)) goto fail;
     get_os_encoding(c);
     c->history = history_new();
     if (!c->history) goto fail;
