@@ -289,6 +289,10 @@ bool read_over(const console *c) { return qv::engine_over(c); }
 void take_keys(console *c) {
     qv::KeyDecoder &keys = qv::engine_keys(c);
     const bool utf8 = qv::option(TERM_OPTION_UTF8_INPUT) != 0;
+    // A macro that types itself, or a keyboard macro that calls itself,
+    // would type for ever: past this much the keys it types are dropped.
+    constexpr size_t kTypedMax = 65536;
+    size_t typed_in_burst = 0;
     while (buffered() && !read_over(c)) {
         // A wake-up ends the read before any key still waiting: those wait
         // on for the next read.
@@ -301,7 +305,8 @@ void take_keys(console *c) {
         if (k.kind == qv::DecodedKey::kKey) qv::engine_key(c, k.action, k.arg, buffered(), keys.last_byte());
         else if (k.kind == qv::DecodedKey::kText) qv::engine_key(c, action_insert_char, k.arg, buffered());
         char typed[1024];
-        if (const size_t n = qv::engine_take_typed(c, typed, sizeof typed)) qv::input_unread(typed, n);
+        if (const size_t n = qv::engine_take_typed(c, typed, sizeof typed))
+            if ((typed_in_burst += n) <= kTypedMax) qv::input_unread(typed, n);
     }
 }
 
