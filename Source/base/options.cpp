@@ -24,6 +24,8 @@ struct qv::OptionsState {
 
 namespace {
 
+// The default session's options: the process has them before term_init,
+// and a new session starts from them.
 qv::OptionsState own;
 
 std::atomic<int> *slot(qv::OptionsState &o, int id) {

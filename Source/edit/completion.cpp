@@ -43,6 +43,7 @@ struct qv::CompleterState {
 
 namespace {
 
+// The default session's completer: a host may set it before term_init.
 qv::CompleterState own_completer;
 
 qv::CompleterState &completer() { return qv::session_record(qv::kSlotCompletion, own_completer); }

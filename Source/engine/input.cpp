@@ -59,6 +59,8 @@ struct qv::InputState {
 
 namespace {
 
+// The default session's input, standard input: keys a read leaves over
+// wait here for the next one.
 qv::InputState own_input;
 
 qv::InputState &in() { return qv::session_record(qv::kSlotInput, own_input); }

@@ -50,6 +50,7 @@ struct qv::EngineTop {
 
 namespace {
 
+// The default session's instance, the one term_init makes.
 qv::EngineTop own_top;
 
 qv::EngineTop &top() { return qv::session_record(qv::kSlotTerminal, own_top); }

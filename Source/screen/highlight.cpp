@@ -40,6 +40,8 @@ struct qv::HighlighterState {
 
 namespace {
 
+// The default session's highlighter and looks: a host may set them before
+// term_init.
 qv::HighlighterState own_highlighter;
 
 qv::HighlighterState &hl() { return qv::session_record(qv::kSlotHighlight, own_highlighter); }

@@ -54,6 +54,8 @@ static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may set t
 
 namespace {
 
+// The default session's print channel: threads may print before term_init
+// and after term_destroy.
 qv::PrinterState own;
 
 qv::PrinterState &st() { return qv::session_record(qv::kSlotPrinter, own); }
