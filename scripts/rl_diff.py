@@ -83,6 +83,13 @@ CASES = [
     ("universal-argument", "\x18ux\r", '"\\C-xu": universal-argument\n'),
     # Keyboard macros.
     ("keyboard macro", cx("(") + "ab" + cx(")") + cx("e") + "\r", None),
+    # A character and its combining marks are one, as readline takes them.
+    ("a word motion over combining marks", "xy cafe\u0301s" + alt("b") + "X\r", None),
+    ("word kills over combining marks", "xy cafe\u0301 ba\u0308r" + "\x1b\x7f\x1b\x7f" + "\r", None),
+    ("transposing a character with its mark", "abe\u0301\x14\r", None),
+    ("transposing in the middle", "ae\u0301b" + LEFT + "\x14\r", None),
+    ("Left and Delete over a mark", "ae\u0301b" + LEFT + LEFT + "X" + ESC + "[3~\r", None),
+    ("upcase-word over a mark", "cafe\u0301s\x01" + alt("u") + "\r", None),
     # Others.
     ("insert-comment", "echo hi" + alt("#"), None),
     ("undo on Ctrl-x Ctrl-u", "abc" + cx("\x15") + "\r", None),

@@ -11,6 +11,7 @@
 #include "frame.h"
 #include "hints.h"
 #include "killring.h"
+#include "layout.h"
 #include "qv_assert.h"
 #include "text.h"
 #include "undo.h"
@@ -28,12 +29,24 @@ bool is_space(wchar_t ch) { return ch == L' ' || ch == L'\t' || ch == L'\n'; }
 
 } // namespace
 
+namespace {
+
+// Words are made of whole units: a character with the combining marks drawn
+// into its cell belongs to a word when the character does, marks and all.
+bool word_unit_before(const wchar_t *b, int o, int *start) {
+    *start = qv::layout_unit_start(b, o);
+    return qv::is_word_char(b[*start]);
+}
+
+} // namespace
+
 // The start of the word before o: back over what is not a word, then over
 // the word.
 int qv::word_before(const console *c, int o) {
     const wchar_t *b = c->editor.buffer;
-    while (o > 0 && !qv::is_word_char(b[o - 1])) o--;
-    while (o > 0 && qv::is_word_char(b[o - 1])) o--;
+    int start = 0;
+    while (o > 0 && !word_unit_before(b, o, &start)) o = start;
+    while (o > 0 && word_unit_before(b, o, &start)) o = start;
     return o;
 }
 
@@ -41,8 +54,8 @@ int qv::word_before(const console *c, int o) {
 int qv::word_after(const console *c, int o) {
     const wchar_t *b = c->editor.buffer;
     const int len = length_of(c);
-    while (o < len && !qv::is_word_char(b[o])) o++;
-    while (o < len && qv::is_word_char(b[o])) o++;
+    while (o < len && !qv::is_word_char(b[o])) o = qv::layout_unit_end(b, o, len);
+    while (o < len && qv::is_word_char(b[o])) o = qv::layout_unit_end(b, o, len);
     return o;
 }
 
@@ -164,13 +177,17 @@ void action_yank_pop(console *c, int) {
     insert(c, text, len);
 }
 
+// The unit before the cursor and the one at it change places, a character
+// with its marks as one (at the end of the text, the last two).
 void action_transpose(console *c, int) {
     if (!c->editor.buffer) return;
     int o = cursor_of(c);
     const int len = length_of(c);
     if (len < 2 || o == 0) return;
-    if (o == len) o--; // at the end: the last two
     wchar_t *b = c->editor.buffer;
+    if (o == len) o = qv::layout_unit_start(b, o); // at the end: the last two
+    if (o == 0) return;
+    const int first = qv::layout_unit_start(b, o), end = qv::layout_unit_end(b, o, len);
     // Never across a line: a kept line break, or a continuation that starts
     // without one, would move a character to the other line.
     if (b[o] == L'\n' || b[o - 1] == L'\n') return;
@@ -179,10 +196,14 @@ void action_transpose(console *c, int) {
     for (int i = 0; i < nbreaks; i++)
         if (breaks[i].offset == o) return;
     // Through the edit buffer, so the change is one undoable step.
-    const wchar_t pair[2] = {b[o], b[o - 1]};
-    c->editor.cursor = b + o + 1;
-    buffer_delete_before(c, 2);
-    insert(c, pair, 2);
+    wchar_t pair[64];
+    const int n = end - first;
+    if (n > 64) return;
+    wmemcpy(pair, b + o, static_cast<size_t>(end - o));
+    wmemcpy(pair + (end - o), b + first, static_cast<size_t>(o - first));
+    c->editor.cursor = b + end;
+    buffer_delete_before(c, static_cast<uint32_t>(n));
+    insert(c, pair, n);
 }
 
 void action_clear_screen(console *c, int) {
