@@ -266,7 +266,8 @@ QV_API int term_addHighlight(term_highlight *out, int start, int end, unsigned s
    call. Called later in the call, it answers 0 and keeps nothing more. */
 QV_API int term_highlightFrom(term_highlight *out);
 
-/* Options, process-wide: they may be set before term_init(). */
+/* Options, one set per session (see Sessions): the default session's may be
+   set before term_init(), and a new session starts with them. */
 #define TERM_OPTION_BRACKETED_PASTE 1 /* default 1: pasted text is inserted, never run */
 /* default 0. 1: with the cursor at the end of the input, the rest of the
    newest history entry that starts with the text is shown dim after it;
