@@ -371,6 +371,19 @@ QV_API int term_setVariable(const char *name, const char *value);
 QV_API const char *term_getVariable(const char *name);
 QV_API const char *const *term_variableNames(void);
 
+/* readline's listings of the key map in use (emacs, or vi's insert map):
+   TERM_LIST_FUNCTIONS, each action and its keys; TERM_LIST_MACROS, each
+   string macro; TERM_LIST_VARIABLES, each variable and its value. readable
+   nonzero words them as lines of a bindings file ("\C-a": beginning-of-line,
+   set bell-style audible), else as readline words them for a person
+   (beginning-of-line can be found on "\C-a".). Answers the lines as one
+   UTF-8 string to free with term_free(), or NULL for another what, without
+   an instance, or when memory ran out. */
+#define TERM_LIST_FUNCTIONS 0
+#define TERM_LIST_MACROS 1
+#define TERM_LIST_VARIABLES 2
+QV_API char *term_listBindings(int what, int readable);
+
 /* Told of each line of a bindings file that is not understood: the file,
    the line's number and text, and why. */
 typedef void (*term_bindings_reporter)(const char *path, int line, const char *text, const char *why,

@@ -119,11 +119,30 @@ CASES = [
     ("an edited entry keeps its edit past the line", UP + "x" + UP + "\r" + UP + UP + "\r", None),
     ("revert-all-at-newline", UP + "x" + UP + "\r" + UP + UP + "\r", 'set revert-all-at-newline on\n'),
     ("history-preserve-point", UP + "\x01" + RIGHT + RIGHT + UP + "X\r", 'set history-preserve-point on\n'),
+    # File names, readline's own completion, in a directory with Alpha/,
+    # alpine, link (to Alpha), my_file and sub/.only.
+    ("files: a directory gets a slash", "Al\t\r", None),
+    ("files: mark-directories off", "Al\t\r", 'set mark-directories off\n'),
+    ("files: a link to a directory", "li\t\r", None),
+    ("files: mark-symlinked-directories", "li\t\r", 'set mark-symlinked-directories on\n'),
+    ("files: hidden files match", "sub/\t\r", None),
+    ("files: match-hidden-files off", "sub/\t\r", 'set match-hidden-files off\n'),
+    ("files: completion-ignore-case shares in any case", "AL\t\r", 'set completion-ignore-case on\n'),
+    ("files: completion-ignore-case keeps the typed case", "al\t\r", 'set completion-ignore-case on\n'),
+    ("files: completion-ignore-case to one", "ALPI\t\r", 'set completion-ignore-case on\n'),
+    ("files: completion-map-case", "MY-F\t\r", 'set completion-ignore-case on\nset completion-map-case on\n'),
+    ("files: expand-tilde", "~/files/alpi\t\r", 'set expand-tilde on\n'),
+    ("files: a tilde stays", "~/files/alpi\t\r", None),
+    ("skip-completed-text", "prompt" + LEFT + LEFT + LEFT + "\t\r", 'set skip-completed-text on\n'),
+    ("skip-completed-text, more to put in", "qt" + LEFT + "\t\r", 'set skip-completed-text on\n'),
+    ("disable-completion", "pri\t\r", 'set disable-completion on\n'),
     # A program that reads the keys itself.
     ("own key reader: Up recalls", UP + UP + "\r", None),
     ("own key reader: Tab completes", "pri\t" + "n\t\r", None),
     ("own key reader: keys with Escape", "one two" + alt("b") + alt("d") + "X" + LEFT + "\x14\r", None),
     ("own input stream: Up recalls", UP + " x\r", None),
+    ("own keys, called back: Up recalls", UP + UP + " x\r", None),
+    ("own keys, called back: Tab and words", "pri\tn\t" + alt("b") + "X\r", None),
     ("own input stream: Tab completes", "pri\tn\t\r", None),
     # Readline's calls for macros and variables.
     ("calls: rl_macro_bind", cx("m") + "\r", None),
@@ -141,9 +160,11 @@ def run(program, keys, inputrc, home, own_reader=False):
         os.unlink(out)
     env = dict(os.environ, TERM="xterm-256color", HOME=home, QV_DIFF_OUT=out, LC_ALL="C.UTF-8",
                INPUTRC=os.path.join(home, "inputrc"))
-    if own_reader:
+    if own_reader == "files":
+        env["QV_DIFF_FILES"] = os.path.join(home, "files")
+    elif own_reader:
         env[{"getc": "QV_DIFF_GETC", "stream": "QV_DIFF_INSTREAM", "calls": "QV_DIFF_CALLS",
-             "icase": "QV_DIFF_ICASE"}[own_reader]] = "1"
+             "icase": "QV_DIFF_ICASE", "callback": "QV_DIFF_CALLBACK"}[own_reader]] = "1"
     with open(env["INPUTRC"], "w") as f:
         f.write(inputrc or "")
     pid, fd = pty.fork()
@@ -208,12 +229,19 @@ def main():
             return 77
     differ = 0
     home = tempfile.mkdtemp(prefix="rl-diff-")
+    files = os.path.join(home, "files")
+    for d in ("Alpha", "sub"):
+        os.makedirs(os.path.join(files, d))
+    for f in ("alpine", "my_file", "sub/.only"):
+        open(os.path.join(files, f), "w").close()
+    os.symlink("Alpha", os.path.join(files, "link"))
     try:
         for name, keys, inputrc in CASES:
             if a.k and not any(k in name for k in a.k):
                 continue
-            own = ("getc" if name.startswith("own key reader") else "stream" if name.startswith("own input")
-                   else "calls" if name.startswith("calls:") else "icase" if name.startswith("any case") else None)
+            own = ("getc" if name.startswith("own key reader") else "callback" if name.startswith("own keys, called") else "stream" if name.startswith("own input")
+                   else "calls" if name.startswith("calls:") else "icase" if name.startswith("any case")
+                   else "files" if name.startswith("files:") else None)
             want = run(a.gnu, keys, inputrc, home, own)
             got = run(a.quorvel, keys, inputrc, home, own)
             if want != got:

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <sys/stat.h>
 #include <iterator>
 
 #include "pty_harness.h"
@@ -68,6 +69,10 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
         {"ab\x14", "ba"},                                  // Ctrl-T
         {"ab c\x1f", ""},                                  // Ctrl-_: typing in a row is one step
         {"hello world\x17\x1f\x1f" "z", "z"},
+        // Ctrl-X Ctrl-_ puts back what undo took, in order, until an edit.
+        {"ab cd\x17\x1f\x18\x1f" "!", "ab !"},
+        {"one two\x17\x17\x1f\x1f\x18\x1f\x18\x1f" "!", "!"},
+        {"ab\x17\x1f" "c\x18\x1f", "abc"},
         {"ab\x14" "c" + home + "\x1b[2~" "X", "Xac"},      // Insert; transposing is a step
         {"ab" + home + "Y", "Yab"},                        // every read starts inserting
         {kUp + "X\x1f\x1f", "Yab"},                        // a recall is as far back as undo goes
@@ -98,17 +103,19 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
 // read on; Ctrl-T transposes until then, and a bad line leaves the rest.
 TEST(Keys, RebindingsActFromTheNextRead) {
     const std::string file = tempDir() + "/bindings";
-    std::ofstream(file) << "Control-o: beginning-of-line\n\"\\C-y\": no-such-action\n\"\\C-xq\": \"\\C-xq\"\n";
+    std::ofstream(file) << "Control-o: beginning-of-line\n\"\\C-y\": no-such-action\n\"\\C-xq\": \"\\C-xq\"\n"
+                           "set completion-ignore-case on\nset mark-directories off\n";
     const std::string dir = tempDir();
     std::ofstream(dir + "/only-file.txt") << "x";
+    mkdir((dir + "/Sub").c_str(), 0700);
     HostOptions o;
     o.cwd = dir;
     PtyHost h({"init", "line:", "bind:\\C-t=backward-char", "bind:\\e/=complete-filename", "line:", "bindings:" + file,
                "line:", "line:", "line:", "destroy"},
               o);
     // A macro that types itself stops, and the keys after it act.
-    EXPECT_EQ(h.typed("ab\x14X\rab\x14X\rab\x0fX\rcat on\x1b/\r\x18qZ\r"),
-              (Lines{"baX", "aXb", "Xab", "cat only-file.txt ", "Z"}));
+    EXPECT_EQ(h.typed("ab\x14X\rab\x14X\rab\x0fX\rcat ON\x1b/su\x1b/\r\x18qZ\r"),
+              (Lines{"baX", "aXb", "Xab", "cat only-file.txt Sub", "Z"}));
     EXPECT_EQ(h.records("BOUND"), (Lines{"BOUND 1", "BOUND 1"}));
     EXPECT_EQ(h.records("REPORT"), Lines{"REPORT 2 unknown action"});
     EXPECT_EQ(h.records("BINDINGS"), Lines{"BINDINGS 1"});

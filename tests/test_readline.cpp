@@ -65,6 +65,11 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     s.shows("x sel\t", "rl> x select");          // several: the common prefix
     s.shows("\t", "selection");                  // and the list
     s.expect("ion\r", "got[x selection]");
+    // readline's listings: the user's binding, a macro, a variable as set.
+    s.expect("!dump\r", "= 0");
+    for (const char *line : {"\"\\C-t\": backward-char\r\n", "\"\\C-x\\C-_\": redo\r\n", "\\C-xq outputs quit()\r\n",
+                             "set bell-style none\r\n"})
+        EXPECT_NE(h.output().find(line), std::string::npos) << line;
     s.expect("!vi\r", "= 0"); // the setting gives the editor vi's keys
     s.expect("ab\x1b" "0iX\r", "got[Xab]");
     const auto words = h.records("WORD");

@@ -22,6 +22,16 @@ struct qv::UndoLog {
     int step;       // the step the next change belongs to
     bool open;      // a boundary was passed: the next change starts a step
     int suspended;  // changes are not logged (undo itself, a search's display)
+    // What undo took back, newest last: the line and cursor before each step
+    // went. A snapshot costs a line per undo, and undo is a key the user
+    // presses, so that is cheap; the log of changes would need the text of
+    // both directions instead.
+    struct Snapshot {
+        wchar_t *text;
+        int len, cursor;
+    } redo[64];
+    int redos;
+    bool redoing; // redo's own changes keep what else is there to redo
 };
 
 namespace {
@@ -100,7 +110,32 @@ void note_delete(console *c, int pos, const wchar_t *text, int n) {
     ch->removed = copy;
 }
 
+void drop_redo(qv::UndoLog *u) {
+    for (int i = 0; i < u->redos; i++) free(u->redo[i].text);
+    u->redos = 0;
+}
+
+// Before undo takes a step back: the line as it is, for redo.
+void keep_for_redo(console *c, qv::UndoLog *u) {
+    constexpr int kMax = sizeof u->redo / sizeof u->redo[0];
+    if (u->redos == kMax) {
+        free(u->redo[0].text);
+        for (int i = 1; i < kMax; i++) u->redo[i - 1] = u->redo[i];
+        u->redos--;
+    }
+    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    auto *text = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(len + 1)));
+    if (!text) {
+        drop_redo(u); // a gap would redo the wrong step
+        return;
+    }
+    wmemcpy(text, c->editor.buffer, static_cast<size_t>(len));
+    u->redo[u->redos++] = {text, len, static_cast<int>(c->editor.cursor - c->editor.buffer)};
+}
+
 void hear(console *c, int pos, const wchar_t *removed, int n) {
+    // A new edit makes what undo took back a different future.
+    if (qv::UndoLog *u = log_of(c); u && !u->suspended && !u->redoing) drop_redo(u);
     if (removed)
         note_delete(c, pos, removed, n);
     else
@@ -119,7 +154,10 @@ void qv::undo_boundary(console *c, bool typing) {
 }
 
 void qv::undo_reset(console *c) {
-    if (UndoLog *u = log_of(c)) clear_log(u);
+    if (UndoLog *u = log_of(c)) {
+        clear_log(u);
+        drop_redo(u);
+    }
 }
 
 void qv::undo_suspend(console *c, bool on) {
@@ -129,6 +167,7 @@ void qv::undo_suspend(console *c, bool on) {
 void qv::undo_free(UndoLog *u) {
     if (!u) return;
     clear_log(u);
+    drop_redo(u);
     free(u->changes);
     free(u);
 }
@@ -143,6 +182,7 @@ void qv::undo_step(console *c) {
     if (!u || u->count == 0 || !c->editor.buffer) return;
     const int step = u->changes[u->count - 1].step;
     int cursor = 0;
+    keep_for_redo(c, u);
     u->suspended++;
     while (u->count > 0 && u->changes[u->count - 1].step == step) {
         qv::UndoLog::Change &ch = u->changes[--u->count];
@@ -173,5 +213,33 @@ void qv::undo_step(console *c) {
     u->open = true;
     const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
     c->editor.cursor = c->editor.buffer + (cursor <= len ? cursor : len);
+    history_set_dirty(c);
+}
+
+// Puts back the line undo took away, as one step undo can take back again:
+// only the stretch that differs is replaced, so the step is as small as the
+// change that was undone.
+void qv::redo_step(console *c) {
+    UndoLog *u = log_of(c);
+    if (!u || u->redos == 0 || !c->editor.buffer) return;
+    UndoLog::Snapshot snap = u->redo[--u->redos];
+    const wchar_t *now = c->editor.buffer;
+    const int len = static_cast<int>(c->editor.lastchar - now);
+    int head = 0;
+    while (head < len && head < snap.len && now[head] == snap.text[head]) head++;
+    int tail = 0;
+    while (tail < len - head && tail < snap.len - head && now[len - 1 - tail] == snap.text[snap.len - 1 - tail]) tail++;
+    u->open = true;
+    u->redoing = true;
+    c->editor.cursor = c->editor.buffer + head;
+    buffer_delete_after(c, static_cast<uint32_t>(len - head - tail));
+    const uint32_t n = static_cast<uint32_t>(snap.len - head - tail);
+    const bool whole = n == 0 || (c->editor.buffer && buffer_insert_string(c, snap.text + head, n) == n);
+    u->redoing = false;
+    u->open = true;
+    free(snap.text);
+    if (!c->editor.buffer) return;
+    const int now_len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    if (whole) c->editor.cursor = c->editor.buffer + (snap.cursor <= now_len ? snap.cursor : now_len);
     history_set_dirty(c);
 }

@@ -18,6 +18,8 @@ void undo_boundary(struct console *c, bool typing);
 void undo_reset(struct console *c);
 /* Plays the last step backwards, the cursor where it began. */
 void undo_step(struct console *c);
+/* Plays forward the step undo took back last, unless an edit came since. */
+void redo_step(struct console *c);
 /* Whether a step is there to take back. */
 bool undo_pending(const struct console *c);
 /* Changes made meanwhile are not steps of their own (a search's display). */

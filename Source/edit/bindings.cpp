@@ -100,6 +100,7 @@ const SequenceBinding kFixedSequences[] = {
     {"\030)", action_end_kbd_macro},
     {"\030e", action_call_last_kbd_macro},
     {"\030\025", action_undo},
+    {"\030\037", action_redo},
     {"\033?", action_possible_completions},
     {"\033=", action_possible_completions},
     {"\033*", action_insert_completions},

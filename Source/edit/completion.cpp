@@ -8,10 +8,8 @@
 #include <cstring>
 #include <new>
 #include <cwchar>
+#include <cwctype>
 #include <memory>
-#include <sys/stat.h>
-#include <dirent.h>
-#include <string>
 
 #include "actions.h"
 #include "console_record.h"
@@ -137,6 +135,48 @@ void put_in(console *c, int from, const Stretch *s, int len) {
     if (len > 0) buffer_insert_string(c, chars, static_cast<uint32_t>(len));
     free(chars);
     history_set_dirty(c);
+}
+
+// readline's skip-completed-text: completing inside a word, the part of the
+// one candidate that the text after the cursor already spells is stepped
+// over, not typed again. Answers whether it stepped.
+bool skip_over(console *c, int from, const Stretch &s) {
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    int k = 0;
+    while (k < s.size() && from + k < len && s.at(k) == c->editor.buffer[from + k]) k++;
+    if (k <= cursor - from) return false;
+    c->editor.cursor = c->editor.buffer + from + k;
+    if (k < s.size()) {
+        std::unique_ptr<wchar_t, decltype(&free)> rest(
+            static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(s.size() - k))), &free);
+        if (!rest) return true;
+        for (int i = k; i < s.size(); i++) rest.get()[i - k] = s.at(i);
+        buffer_insert_string(c, rest.get(), static_cast<uint32_t>(s.size() - k));
+    }
+    history_set_dirty(c);
+    return true;
+}
+
+bool alike(wchar_t a, wchar_t b, bool any_case) { return a == b || (any_case && towlower(a) == towlower(b)); }
+
+// Whose spelling the shared part takes: the first candidate in order that
+// keeps the case typed so far, or else the first, as readline picks it.
+int spelling(const console *c, const Candidates &found, int from, int common, bool any_case) {
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    const int typed = cursor - from < common ? cursor - from : common;
+    int best = -1, keeps = -1;
+    for (int i = 0; i < found.count; i++) {
+        if (found.items[i].listed_only) continue;
+        if (best < 0) best = i;
+        if (!any_case) break;
+        const Stretch s = stretch(c, from, found.items[i]);
+        bool same_case = true;
+        for (int k = 0; same_case && k < typed; k++) same_case = s.at(k) == c->editor.buffer[from + k];
+        if (wcscmp(found.items[i].text, found.items[best].text) < 0) best = i;
+        if (same_case && (keeps < 0 || wcscmp(found.items[i].text, found.items[keeps].text) < 0)) keeps = i;
+    }
+    return keeps >= 0 ? keeps : best;
 }
 
 int compare_text(const void *a, const void *b) {
@@ -329,6 +369,12 @@ void list_pending(console *c, qv::CompletionState *st) {
 
 void action_complete(console *c, int) {
     qv::CompletionState *st = state_of(c);
+    // readline's disable-completion: Tab types itself.
+    if (c->editor.buffer && !c->masked && qv::variable_on(c, "disable-completion")) {
+        buffer_insert_string(c, L"\t", 1);
+        history_set_dirty(c);
+        return;
+    }
     if (!completer().fn || !c->editor.buffer || !st || c->masked) return;
     if (qv::frame_last_action(c) == action_complete && st->pending) {
         list_pending(c, st);
@@ -353,26 +399,31 @@ void action_complete(console *c, int) {
     // can only be listed shares nothing.
     bool same = lead >= 0, grew = false;
     if (lead >= 0) {
-        const Stretch first = stretch(c, from, found->items[lead]);
-        int common = first.size();
+        // readline's completion-ignore-case: what they share in any case.
+        const bool any_case = qv::variable_on(c, "completion-ignore-case");
+        int common = stretch(c, from, found->items[lead]).size();
         for (int i = lead + 1; i < found->count; i++) {
             if (found->items[i].listed_only) {
                 same = false;
                 continue;
             }
-            const Stretch s = stretch(c, from, found->items[i]);
+            const Stretch s = stretch(c, from, found->items[i]), lead_s = stretch(c, from, found->items[lead]);
             int k = 0;
-            while (k < common && k < s.size() && s.at(k) == first.at(k)) k++;
-            same = same && k == common && s.size() == common;
+            while (k < common && k < s.size() && alike(s.at(k), lead_s.at(k), any_case)) k++;
+            bool exact = s.size() == lead_s.size();
+            for (int j = 0; exact && j < s.size(); j++) exact = s.at(j) == lead_s.at(j);
+            same = same && exact;
             common = k;
         }
         same = same && lead == 0;
+        const Stretch first = stretch(c, from, found->items[spelling(c, *found, from, common, any_case)]);
         // What they share goes in when it is longer than what was typed, or
         // as long but spelt otherwise (a completer that matches in any case).
         bool respelt = common == cursor - from;
         for (int k = 0; respelt && k < common; k++) respelt = first.at(k) == c->editor.buffer[from + k];
         grew = same || common > cursor - from || (common == cursor - from && !respelt);
-        if (grew) put_in(c, from, &first, common);
+        if (grew && !(same && qv::variable_on(c, "skip-completed-text") && skip_over(c, from, first)))
+            put_in(c, from, &first, common);
     }
     if (same) {
         drop(found);
@@ -543,42 +594,10 @@ void qv::show_below(console *c, const wchar_t *text, int n) {
     redraw_input(c);
 }
 
-// ---------------------------------------------------------------------------
-// File names, whatever the host completes
-
-namespace {
-
-// The entries of the word's directory whose names start as the word's last
-// part does (hidden ones only when that part starts with a dot), each with
-// a slash after a directory's name and a space after a file's.
-void complete_file_names(const char *text, int cursor, term_completions *out, void *) {
-    int start = cursor;
-    while (start > 0 && text[start - 1] != ' ' && text[start - 1] != '\t') start--;
-    const std::string word(text + start, static_cast<size_t>(cursor - start));
-    const size_t slash = word.rfind('/');
-    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : word.substr(0, slash);
-    const std::string head = slash == std::string::npos ? "" : word.substr(0, slash + 1);
-    const std::string part = slash == std::string::npos ? word : word.substr(slash + 1);
-    DIR *d = opendir(dir.c_str());
-    if (!d) return;
-    while (const struct dirent *e = readdir(d)) {
-        const std::string name = e->d_name;
-        if (name == "." || name == ".." || name.compare(0, part.size(), part) != 0) continue;
-        if (name[0] == '.' && (part.empty() || part[0] != '.')) continue;
-        struct stat st {};
-        const std::string path = dir + "/" + name;
-        const bool is_dir = stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-        term_addCompletion(out, start, (head + name + (is_dir ? "/" : " ")).c_str());
-    }
-    closedir(d);
-}
-
-} // namespace
-
-// readline's complete-filename: Tab's work with file names for candidates.
-void action_complete_filename(console *c, int key) {
+// Tab's work with another completer in the host's place, for this key only.
+void qv::complete_with(console *c, term_completer fn, void *user, int key) {
     const qv::CompleterState host = completer();
-    completer() = qv::CompleterState{complete_file_names, nullptr};
+    completer() = qv::CompleterState{fn, user};
     action_complete(c, key);
     completer() = host;
 }

@@ -21,8 +21,6 @@ void action_menu_complete_backward(struct console *c, int key);
 /* Every candidate in place of the word; the list, at once. */
 void action_insert_completions(struct console *c, int key);
 void action_possible_completions(struct console *c, int key);
-/* Tab's work with file names for candidates, whatever the host completes. */
-void action_complete_filename(struct console *c, int key);
 
 #ifdef __cplusplus
 }
@@ -46,6 +44,8 @@ void completer_free(CompleterState *s);
 /* Text below the input, rows ended by line feeds, the input drawn again
    under it, as a listing is. */
 void show_below(struct console *c, const wchar_t *text, int n);
+/* Tab's work, for this key only, with fn in the host's completer's place. */
+void complete_with(struct console *c, term_completer fn, void *user, int key);
 } // namespace qv
 #endif
 #endif

@@ -217,3 +217,5 @@ void action_quoted_insert(console *c, int) {
 }
 
 void action_undo(console *c, int) { qv::undo_step(c); }
+
+void action_redo(console *c, int) { qv::redo_step(c); }

@@ -30,6 +30,8 @@ QV_API void action_transpose(struct console *c, int key);
 /* Takes back the last change; typed characters in a row are one change.
    Back to the line as the read began, or as a history entry came back. */
 QV_API void action_undo(struct console *c, int key);
+/* Puts back what undo took, unless the line was edited since. */
+QV_API void action_redo(struct console *c, int key);
 QV_API void action_clear_screen(struct console *c, int key);
 /* The next key goes into the text as it is. */
 QV_API void action_quoted_insert(struct console *c, int key);

@@ -14,6 +14,8 @@
 
 #include "commands.h"
 #include "completion.h"
+#include "filecomplete.h"
+#include "listings.h"
 #include "variables.h"
 #include "options.h"
 #include "actions.h"
@@ -105,6 +107,7 @@ constexpr NamedAction kActions[] = {
     {"transpose-chars", action_transpose},
     {"transpose-words", action_transpose_words},
     {"undo", action_undo},
+    {"redo", action_redo},
     {"universal-argument", action_universal_argument},
     {"unix-line-discard", action_kill_line_start},
     {"unix-word-rubout", action_unix_word_rubout},
@@ -518,82 +521,20 @@ void term_setApplicationName(const char *name) {
 }
 
 // ---------------------------------------------------------------------------
-// readline's listings of what is bound and set, written below the input in
-// readline's wording, and its re-reading of the init file.
-
-namespace {
-
-// A key sequence in readline's notation.
-std::string notation(const std::string &keys) {
-    std::string out;
-    for (const unsigned char b : keys) {
-        if (b == 27) out += "\\e";
-        else if (b == 127) out += "\\C-?";
-        else if (b < 32) out += std::string("\\C-") + static_cast<char>(b + 96);
-        else if (b == '"' || b == '\\') out += std::string("\\") + static_cast<char>(b);
-        else out += static_cast<char>(b);
-    }
-    return out;
-}
-
-// Every key sequence of map bound to an action, with the action.
-template <class F> void each_binding(const keymap_entry *map, std::string &keys, int depth, F &&f) {
-    if (!map || depth > 8) return;
-    for (int b = 0; b < 256; b++) {
-        const keymap_entry &e = map[b];
-        keys.push_back(static_cast<char>(b));
-        if (e.type == KM_FUNCTION && e.target.action) f(keys, e.target.action);
-        if (e.type == KM_SUBMAP) each_binding(e.target.map, keys, depth + 1, f);
-        keys.pop_back();
-    }
-}
-
-void show(console *c, const std::string &text) {
-    int n = 0;
-    wchar_t *wide = qv::utf8_decode(text.data(), text.size(), &n);
-    if (wide) qv::show_below(c, wide, n);
-    free(wide);
-}
-
-const keymap_entry *active_map(console *c) {
-    return qv::option(TERM_OPTION_VI_MODE) ? qv::vi_map(c, false) : c->keymaps[0];
-}
-
-} // namespace
+// readline's listings of what is bound and set, written below the input, and
+// its re-reading of the init file.
 
 void action_dump_functions(console *c, int) {
-    if (!c->editor.buffer) return;
-    std::string text;
-    for (const char *const *name = qv::action_names(); *name; name++) {
-        const action_fn fn = qv::action_named(*name);
-        std::string keys, found;
-        int count = 0;
-        each_binding(active_map(c), keys, 0, [&](const std::string &k, action_fn a) {
-            if (a != fn || count++ >= 5) return;
-            found += (found.empty() ? "\"" : ", \"") + notation(k) + "\"";
-        });
-        text += std::string(*name) + (found.empty() ? " is not bound to any keys\n" : " can be found on " + found + ".\n");
-    }
-    show(c, text);
+    if (c->editor.buffer) qv::show_listing(c, qv::listing(c, qv::Listing::functions, false, kNames.list, qv::action_named));
 }
 
 void action_dump_variables(console *c, int) {
-    if (!c->editor.buffer) return;
-    std::string text;
-    for (const char *const *name = qv::variable_names(); *name; name++)
-        text += std::string(*name) + " is set to `" + qv::variable_value(c, *name) + "'\n";
-    show(c, text);
+    if (c->editor.buffer) qv::show_listing(c, qv::listing(c, qv::Listing::variables, false, nullptr, nullptr));
 }
 
 void action_dump_macros(console *c, int) {
-    if (!c->editor.buffer) return;
-    std::string text, keys;
-    each_binding(active_map(c), keys, 0, [&](const std::string &k, action_fn a) {
-        size_t n = 0;
-        if (const char *macro = qv::macro_text(c, a, &n))
-            text += notation(k) + " outputs " + notation(std::string(macro, n)) + "\n";
-    });
-    if (!text.empty()) show(c, text);
+    const std::string text = c->editor.buffer ? qv::listing(c, qv::Listing::macros, false, nullptr, nullptr) : "";
+    if (!text.empty()) qv::show_listing(c, text);
 }
 
 void action_re_read_init_file(console *c, int) {

@@ -19,6 +19,7 @@
 #include "logger.h"
 #include "text.h"
 #include "repeat.h"
+#include "listings.h"
 #include "userkeys.h"
 #include "variables.h"
 #include "vimode.h"
@@ -487,6 +488,12 @@ int term_bindMacro(const char *keymap, const char *keys, const char *text) {
     if (n == 0 || !fn || !qv::bind_keys(map, bytes, plen + n, fn)) return 0;
     qv::engine_keys(c).reset();
     return 1;
+}
+
+char *term_listBindings(int what, int readable) {
+    if (!top().t || what < TERM_LIST_FUNCTIONS || what > TERM_LIST_VARIABLES) return nullptr;
+    const qv::Listing kinds[] = {qv::Listing::functions, qv::Listing::macros, qv::Listing::variables};
+    return strdup(qv::listing(top().t->console, kinds[what], readable != 0, qv::action_names(), qv::action_named).c_str());
 }
 
 int term_setVariable(const char *name, const char *value) {

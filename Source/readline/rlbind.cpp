@@ -291,9 +291,24 @@ int rl_macro_bind(const char *keyseq, const char *macro, Keymap map) {
     return term_bindMacro(name, keyseq, macro) ? 0 : -1;
 }
 
-void rl_macro_dumper(int) {}
-void rl_function_dumper(int) {}
-void rl_dump_functions(int, int) {}
+namespace {
+
+void print_listing(int what, int readable) {
+    FILE *out = rl_outstream ? rl_outstream : stdout;
+    if (!qv::rl_start_editor()) return;
+    if (char *text = term_listBindings(what, readable)) {
+        fputs(text, out);
+        term_free(text);
+    }
+}
+
+} // namespace
+
+void rl_macro_dumper(int readable) { print_listing(TERM_LIST_MACROS, readable); }
+void rl_function_dumper(int readable) { print_listing(TERM_LIST_FUNCTIONS, readable); }
+// As a command, readline words the list for an init file when given an
+// argument; an argument other than the usual 1 is the sign of one here.
+void rl_dump_functions(int count, int) { print_listing(TERM_LIST_FUNCTIONS, count != 1); }
 
 namespace {
 

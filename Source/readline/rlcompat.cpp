@@ -345,8 +345,14 @@ bool callback_editing = false;
 unsigned installs = 0; // a handler that installs again has started its line
 
 // The next line's edit: its prompt drawn, the terminal raw until it ends.
+// The editor's own input while a program that reads the keys itself has a
+// handler installed: none, so that only the keys it hands over count.
+constexpr int kNoFd = -2;
+int own_keys_fd = kNoFd;
+
 void begin_callback_line() {
     line_starts();
+    if (own_keys() && own_keys_fd == kNoFd) own_keys_fd = term_setInputFd(-1);
     // As readline leaves them: Ctrl-C reaches the program as SIGINT while it
     // waits in its own loop, where its handler can see it at once.
     term_setOption(TERM_OPTION_SIGNAL_KEYS, 1);
@@ -494,6 +500,21 @@ void rl_callback_read_char(void) {
         return;
     }
     take_program_changes();
+    if (own_keys()) {
+        // One key from the program's reader a call, as readline takes them;
+        // its end of input ends the line as Ctrl-D would.
+        const int ch = rl_getc_function ? rl_getc_function(in_stream()) : rl_getc(in_stream());
+        const char byte = ch == EOF ? '\x04' : static_cast<char>(ch);
+        if (ch == EOF) term_editSetLine("", 0);
+        rl_command_func_t *function = key_bytes.alone(static_cast<unsigned char>(byte))
+                                          ? qv::rl_program_binding(static_cast<unsigned char>(byte))
+                                          : nullptr;
+        if (!function || !run_binding(function, static_cast<unsigned char>(byte))) {
+            if (!function) term_editPush(&byte, 1);
+            feed_editor();
+        }
+        return;
+    }
     if (qv::rl_has_program_bindings())
         route_input();
     else
@@ -506,6 +527,8 @@ void rl_callback_handler_remove(void) {
     line_handler = nullptr;
     free(callback_prompt);
     callback_prompt = nullptr;
+    if (own_keys_fd != kNoFd) term_setInputFd(own_keys_fd);
+    own_keys_fd = kNoFd;
     RL_UNSETSTATE(RL_STATE_CALLBACK | RL_STATE_READCMD | RL_STATE_TERMPREPPED);
 }
 

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <termios.h>
 
+#include "filenames.h"
 #include "quorvel/readline.h"
 #include "rlcompat.h"
 
@@ -66,10 +67,31 @@ int word_start(const char *text, int cursor) {
     return i;
 }
 
+bool variable_on(const char *name) {
+    const char *v = term_getVariable(name);
+    return v && strcmp(v, "on") == 0;
+}
+
+qv::FileNameRules file_rules() {
+    return qv::FileNameRules{variable_on("completion-ignore-case"), variable_on("completion-map-case"),
+                             variable_on("match-hidden-files")};
+}
+
 bool is_directory(const char *name) {
     CharPtr path(tilde_expand(name), &free);
     struct stat st;
     return path && stat(path.get(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// What a file name gets after it: a slash for a directory readline's
+// variables mark, nothing for one they leave unmarked, else the usual.
+int file_append(const char *name, int usual) {
+    if (!is_directory(name)) return usual;
+    CharPtr path(tilde_expand(name), &free);
+    return path && qv::marks_as_directory(path.get(), _rl_complete_mark_directories && variable_on("mark-directories"),
+                                          variable_on("mark-symlinked-directories"))
+               ? '/'
+               : 0;
 }
 
 // File names in the word's directory that start with its last part.
@@ -151,7 +173,7 @@ void tidy(char **matches) {
 void add_single(term_completions *out, int start, const char *m, bool at_end) {
     const size_t n = strlen(m);
     int append = rl_completion_suppress_append || !at_end ? 0 : rl_completion_append_character;
-    if (rl_filename_completion_desired && n > 0 && m[n - 1] != '/' && is_directory(m)) append = '/';
+    if (rl_filename_completion_desired && n > 0 && m[n - 1] != '/') append = file_append(m, append);
     if (n > 0 && m[n - 1] == '/') append = 0;
     CharPtr full(static_cast<char *>(malloc(n + 2)), &free);
     if (!full) return;
@@ -171,6 +193,8 @@ void qv::rl_complete_line(const char *text, int cursor, term_completions *out, v
     qv::rl_publish_line(text, cursor);
     const int start = word_start(text, cursor);
     CharPtr word(strndup(text + start, static_cast<size_t>(cursor - start)), &free);
+    // readline's expand-tilde: the word is completed, and put back, expanded.
+    if (word && word.get()[0] == '~' && variable_on("expand-tilde")) word.reset(tilde_expand(word.get()));
     if (!word) return;
     rl_completion_append_character = ' ';
     rl_completion_suppress_append = 0;
@@ -187,7 +211,11 @@ void qv::rl_complete_line(const char *text, int cursor, term_completions *out, v
     if (!matches) return;
     if (matches[0]) tidy(matches);
     if (matches[0] && !matches[1]) {
-        add_single(out, start, matches[0], text[cursor] == 0);
+        // Stepping over the rest of the word (skip-completed-text) to the
+        // line's end ends the word there, as at the end.
+        size_t k = 0;
+        while (variable_on("skip-completed-text") && matches[0][k] && matches[0][k] == text[start + k]) k++;
+        add_single(out, start, matches[0], text[cursor] == 0 || (k > static_cast<size_t>(cursor - start) && !text[start + k]));
     } else if (matches[0] && rl_completion_display_matches_hook) {
         // The program shows the list itself; the editor only extends the word.
         if (strlen(matches[0]) > strlen(word.get()))
@@ -238,27 +266,42 @@ char **rl_completion_matches(const char *text, rl_compentry_func_t *generator) {
         m[1] = nullptr;
         return m;
     }
+    // readline's completion-ignore-case: the matches share what they spell
+    // alike in any case, in the spelling of the first that keeps the case
+    // typed, or else of the first.
+    const qv::FileNameRules rules = file_rules();
+    const qv::FileNameRules exact{};
+    const qv::FileNameRules &alike = rules.any_case ? rules : exact;
+    if (rl_sort_completion_matches)
+        qsort(m + 1, n, sizeof(char *), [](const void *a, const void *b) {
+            return strcmp(*static_cast<char *const *>(a), *static_cast<char *const *>(b));
+        });
     size_t common = strlen(m[1]);
     for (size_t i = 2; i <= n; i++) {
         size_t k = 0;
-        while (k < common && m[i][k] == m[1][k])
+        while (k < common && qv::same_start(m[i] + k, m[1] + k, 1, alike))
             k++;
         common = k;
     }
+    size_t spelling = 1;
+    if (rules.any_case) {
+        const size_t typed = strlen(text) < common ? strlen(text) : common;
+        for (size_t i = 1; i <= n; i++)
+            if (strncmp(m[i], text, typed) == 0) {
+                spelling = i;
+                break;
+            }
+    }
     // Never half a character.
-    while (common > 0 && (static_cast<unsigned char>(m[1][common]) & 0xC0) == 0x80)
+    while (common > 0 && (static_cast<unsigned char>(m[spelling][common]) & 0xC0) == 0x80)
         common--;
-    m[0] = strndup(m[1], common);
+    m[0] = strndup(m[spelling], common);
     if (!m[0]) {
         m[0] = m[1]; // frees every match below
         m[1] = nullptr;
         free_matches(m);
         return nullptr;
     }
-    if (rl_sort_completion_matches)
-        qsort(m + 1, n, sizeof(char *), [](const void *a, const void *b) {
-            return strcmp(*static_cast<char *const *>(a), *static_cast<char *const *>(b));
-        });
     return m;
 }
 
@@ -279,11 +322,9 @@ char *rl_filename_completion_function(const char *text, int state) {
         scan.dir = dir ? opendir(dir.get()) : nullptr;
     }
     if (!scan.dir) return nullptr;
-    const size_t blen = strlen(scan.base);
+    const qv::FileNameRules rules = file_rules();
     while (const dirent *e = readdir(scan.dir)) {
-        if (!strcmp(e->d_name, ".") || !strcmp(e->d_name, "..")) continue;
-        if (e->d_name[0] == '.' && scan.base[0] != '.') continue;
-        if (strncmp(e->d_name, scan.base, blen) != 0) continue;
+        if (!qv::file_name_matches(e->d_name, scan.base, rules)) continue;
         const size_t n = strlen(scan.prefix) + strlen(e->d_name) + 1;
         char *match = static_cast<char *>(malloc(n));
         if (match) snprintf(match, n, "%s%s", scan.prefix, e->d_name);

@@ -9,7 +9,11 @@
  * as programs with their own input ports do; with QV_DIFF_INSTREAM it points
  * rl_instream at a stream of its own over the terminal; with QV_DIFF_CALLS
  * it binds a macro and sets a variable through readline's calls; with
- * QV_DIFF_ICASE its words match in any case.
+ * QV_DIFF_ICASE its words match in any case; with QV_DIFF_FILES it completes
+ * file names, readline's default, in the directory that variable names; with
+ * QV_DIFF_CALLBACK it reads the terminal itself, as a program with its own
+ * event loop does, and hands readline's callback interface each key through
+ * rl_getc_function.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
@@ -42,17 +46,45 @@ static int own_getc(FILE *unused) {
     return getc(own_keys);
 }
 
+static FILE *out;
+static int done;
+static unsigned char keys[256];
+static size_t keys_at, keys_len;
+
+static int queued_getc(FILE *unused) {
+    (void)unused;
+    return keys_at < keys_len ? keys[keys_at++] : EOF;
+}
+
+static void write_line(char *line) {
+    const unsigned char *p;
+    if (!line) {
+        done = 1;
+        rl_callback_handler_remove();
+        return;
+    }
+    for (p = (const unsigned char *)line; *p; p++) fprintf(out, "%02x", *p);
+    fputc('\n', out);
+    fflush(out);
+    if (*line) add_history(line);
+    free(line);
+}
+
 int main(void) {
     static const char *const history[] = {"make test", "git commit -m first", "echo one two three",
                                           "ls -la /tmp", "git status", NULL};
     const char *path = getenv("QV_DIFF_OUT");
-    FILE *out = path ? fopen(path, "w") : NULL;
     char *line;
     int i;
+    out = path ? fopen(path, "w") : NULL;
     if (!out) return 2;
     rl_readline_name = "rldiff";
     rl_completion_entry_function = next_word;
     any_case = getenv("QV_DIFF_ICASE") != NULL;
+    if (getenv("QV_DIFF_FILES")) {
+        rl_completion_entry_function = NULL;
+        if (chdir(getenv("QV_DIFF_FILES")) != 0) return 2;
+    }
     if (getenv("QV_DIFF_GETC")) {
         own_keys = fdopen(dup(0), "r");
         if (!own_keys) return 2;
@@ -64,6 +96,18 @@ int main(void) {
         rl_variable_bind("comment-begin", ";;");
     }
     for (i = 0; history[i]; i++) add_history(history[i]);
+    if (getenv("QV_DIFF_CALLBACK")) {
+        rl_getc_function = queued_getc;
+        rl_callback_handler_install("> ", write_line);
+        while (!done) {
+            const ssize_t n = read(0, keys, sizeof keys);
+            if (n <= 0) break;
+            keys_len = (size_t)n;
+            for (keys_at = 0; keys_at < keys_len && !done;) rl_callback_read_char();
+        }
+        fclose(out);
+        return 0;
+    }
     while ((line = readline("> ")) != NULL) {
         const unsigned char *p;
         for (p = (const unsigned char *)line; *p; p++) fprintf(out, "%02x", *p);

@@ -89,6 +89,13 @@ static int command(const char *line) {
         return history_is_stifled();
     }
     if (strcmp(line, "!unstifle") == 0) return unstifle_history();
+    if (strcmp(line, "!dump") == 0) {
+        rl_macro_bind("\\C-xq", "quit()", rl_get_keymap());
+        rl_function_dumper(1);
+        rl_macro_dumper(0);
+        rl_variable_dumper(1);
+        return 0;
+    }
     if (strcmp(line, "!vi") == 0) return rl_variable_bind("editing-mode", "vi") == 0 ? rl_editing_mode : -1;
     if (strcmp(line, "!clear") == 0) {
         clear_history();
