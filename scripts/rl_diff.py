@@ -90,6 +90,9 @@ CASES = [
     ("transposing in the middle", "ae\u0301b" + LEFT + "\x14\r", None),
     ("Left and Delete over a mark", "ae\u0301b" + LEFT + LEFT + "X" + ESC + "[3~\r", None),
     ("upcase-word over a mark", "cafe\u0301s\x01" + alt("u") + "\r", None),
+    ("Backspace and Right over marks", "ae\u0301\u0308b\x01" + RIGHT + RIGHT + "X" + "\x05" + LEFT + "\x7f\r", None),
+    ("vi: x, h and r over a mark", "ae\u0301bc" + ESC + "hhx0lrZ\r", 'set editing-mode vi\n'),
+    ("vi: a word's end over a mark", "cafe\u0301 x" + ESC + "0eaY\r", 'set editing-mode vi\n'),
     # Others.
     ("insert-comment", "echo hi" + alt("#"), None),
     ("undo on Ctrl-x Ctrl-u", "abc" + cx("\x15") + "\r", None),

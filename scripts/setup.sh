@@ -4,7 +4,7 @@
 # apt-get itself; otherwise it prints the command to run.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config python3 libncurses-dev ncurses-bin
+packages=(cmake g++ make pkg-config python3 libncurses-dev libutf8proc-dev ncurses-bin
           libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev mandoc man-db
           libreadline-dev)
 # GNU readline's development files build the control of the differential

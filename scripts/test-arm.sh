@@ -24,8 +24,9 @@ if [ ${#need[@]} -gt 0 ]; then
     apt-get install -y -qq --no-install-recommends "${need[@]}"
 fi
 
-packages=(libtinfo6 libncurses6 libncursesw6 libncurses-dev libgtest-dev libvterm0 libvterm-dev)
-if [ ! -f "$sysroot/.complete" ]; then
+packages=(libtinfo6 libncurses6 libncursesw6 libncurses-dev libgtest-dev libvterm0 libvterm-dev libutf8proc2 libutf8proc-dev)
+# The sysroot is unpacked again when the list of packages changes.
+if [ "$(cat "$sysroot/.complete" 2>/dev/null)" != "${packages[*]}" ]; then
     if ! dpkg --print-foreign-architectures | grep -qx armhf; then
         if [ "$(id -u)" -ne 0 ]; then
             echo "Run once as root: dpkg --add-architecture armhf && apt-get update" >&2
@@ -51,7 +52,7 @@ if [ ! -f "$sysroot/.complete" ]; then
     find "$sysroot" -type l -lname '/*' | while read -r link; do
         ln -sfn "$sysroot$(readlink "$link")" "$link"
     done
-    touch "$sysroot/.complete"
+    echo "${packages[*]}" > "$sysroot/.complete"
 fi
 
 export QV_ARM_SYSROOT="$sysroot"

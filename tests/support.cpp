@@ -21,12 +21,28 @@ std::string to_utf8(uint32_t cp) {
     return s;
 }
 
+bool regional(uint32_t ch) { return ch >= 0x1F1E6 && ch <= 0x1F1FF; }
+
 // The glyphs and cells of s[i]: 0 cells for a mark that joins the character
-// before it, -1 for a line break.
+// before it (a combining mark, a Hangul syllable's vowel and final jamo, a
+// variation selector), -1 for a line break. Two regional indicators are one
+// flag of two cells, given with the first.
 int unit(const std::wstring &s, size_t i, std::string *glyphs) {
     const auto ch = static_cast<uint32_t>(s[i]);
-    const bool mark = ch >= 0x300 && ch <= 0x36F;
+    const bool mark = (ch >= 0x300 && ch <= 0x36F) || (ch >= 0x1160 && ch <= 0x11FF) || (ch >= 0xFE00 && ch <= 0xFE0F);
     if (ch == '\n') return -1;
+    if (regional(ch)) {
+        size_t run = 0;
+        while (run < i && regional(static_cast<uint32_t>(s[i - 1 - run]))) run++;
+        if (run % 2 == 1) {
+            glyphs->clear();
+            return 0;
+        }
+        if (i + 1 < s.size() && regional(static_cast<uint32_t>(s[i + 1]))) {
+            *glyphs = to_utf8(ch) + to_utf8(static_cast<uint32_t>(s[i + 1]));
+            return 2;
+        }
+    }
     if (ch < 32 || ch == 127) {
         *glyphs = {'^', static_cast<char>(ch ^ 0x40)};
         return 2;
@@ -67,6 +83,7 @@ Expected expectedScreen(const std::wstring &prompt, const std::wstring &text, si
     size_t last_row = 0;  // where the last character went, for a mark to join
     int in_cell = 0;      // characters in that cell; the emulator keeps only so many
     auto put = [&](const std::string &glyphs, int cells) {
+        if (cells == 0 && glyphs.empty()) return; // the second half of a flag
         if (cells == 0 && in_cell < VTERM_MAX_CHARS_PER_CELL) in_cell++, e.rows[last_row] += glyphs;
         if (cells == 0) return;
         if (used + cells > cols) e.rows.emplace_back(), used = 0;

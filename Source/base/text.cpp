@@ -11,6 +11,7 @@
 #include <cwctype>
 
 #include <pthread.h>
+#include <utf8proc.h>
 
 namespace {
 
@@ -153,6 +154,53 @@ wchar_t *qv::utf8_decode(const char *s, size_t n, int *count) {
     w[k] = 0;
     if (count) *count = static_cast<int>(k);
     return w;
+}
+
+bool qv::cluster_break_slow(wchar_t prev, wchar_t ch, int *state) {
+    utf8proc_int32_t s = *state;
+    const bool breaks = utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(prev),
+                                                         static_cast<utf8proc_int32_t>(ch), &s);
+    *state = breaks ? 0 : s;
+    return breaks;
+}
+
+namespace {
+
+bool is_control(wchar_t ch) {
+    wchar_t form[4];
+    return qv::control_form(ch, form) > 0;
+}
+
+bool plain(wchar_t ch) { return static_cast<unsigned>(ch) >= 32 && static_cast<unsigned>(ch) < 127; }
+
+} // namespace
+
+int qv::cluster_end(const wchar_t *s, int o, int end) {
+    int e = o + 1, state = 0;
+    while (e < end && !is_control(s[e]) && !is_control(s[e - 1]) && !cluster_break(s[e - 1], s[e], &state)) e++;
+    return e;
+}
+
+// Clusters are found forwards, from a place where one surely starts: a
+// printable ASCII character after another or after a control character (no
+// rule joins those), or the text's start. Text in ASCII finds one at once.
+int qv::cluster_start(const wchar_t *s, int o) {
+    int from = o - 1;
+    while (from > 0 && !(plain(s[from]) && (plain(s[from - 1]) || is_control(s[from - 1])))) from--;
+    int start = from;
+    for (int k = from; k < o;) {
+        start = k;
+        k = cluster_end(s, k, o);
+    }
+    return start;
+}
+
+bool qv::cluster_unsure(const wchar_t *s, int n) {
+    for (int i = 1; i < n; i++) {
+        const auto u = static_cast<uint32_t>(s[i]);
+        if (u == 0x200D || u == 0xFE0E || u == 0xFE0F || (u >= 0x1F3FB && u <= 0x1F3FF)) return true;
+    }
+    return false;
 }
 
 bool qv::is_word_char(wchar_t ch) {

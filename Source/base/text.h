@@ -68,6 +68,36 @@ wchar_t *visible_of(const char *s, int *n);
 bool is_word_char(wchar_t ch);
 /* The character in the other case, under UTF-8 (itself when it has none). */
 wchar_t other_case(wchar_t ch);
+/* Extended grapheme clusters (Unicode's UAX #29): whether a cluster ends
+   between prev and ch. state carries what the rules need to know of the
+   cluster so far (regional indicators paired, an emoji before a joiner);
+   it starts at 0 with each cluster's first character. ASCII pairs never
+   reach the tables. */
+bool cluster_break_slow(wchar_t prev, wchar_t ch, int *state);
+inline bool cluster_break(wchar_t prev, wchar_t ch, int *state) {
+    const auto p = static_cast<unsigned>(prev), c = static_cast<unsigned>(ch);
+    if (p >= 32 && p < 127 && c >= 32 && c < 127) {
+        *state = 0;
+        return true;
+    }
+    return cluster_break_slow(prev, ch, state);
+}
+/* The end of the cluster that starts at s[o], within [o, end). A control
+   character is a cluster of its own, as the library shows it in caret
+   notation. */
+int cluster_end(const wchar_t *s, int o, int end);
+/* The start of the cluster that holds s[o - 1], for o > 0. */
+int cluster_start(const wchar_t *s, int o);
+/* Whether terminals disagree on the cells of the cluster s[0..n): emoji
+   joined by a zero-width joiner, an emoji with a skin tone, a character
+   with a variation selector. Those are drawn with the cells of their first
+   character, and the cursor is placed again after them. */
+bool cluster_unsure(const wchar_t *s, int n);
+/* Whether ch is a regional indicator: two make one flag, two cells wide. */
+inline bool regional_indicator(wchar_t ch) {
+    const auto u = static_cast<unsigned>(ch);
+    return u >= 0x1F1E6 && u <= 0x1F1FF;
+}
 /* count characters as UTF-8; never NULL but when memory runs out. */
 char *utf8_of(const wchar_t *s, int count);
 /* n bytes of well-formed UTF-8 with no NUL, as the C library decodes it. */

@@ -106,7 +106,9 @@ void look(console *c, Search &s, bool inclusive) {
         s.match_text = copy;
         s.match_len = len;
         s.match_serial = at;
-        s.match_pos = pos;
+        // A query that starts inside a cluster (a mark alone) puts the
+        // cursor on the cluster, never between its characters.
+        s.match_pos = pos > 0 && pos < len ? qv::cluster_start(copy, pos + 1) : pos;
         s.found = true;
     }
 }

@@ -92,7 +92,7 @@ void set_cursor(console *c, int pos) { c->editor.cursor = c->editor.buffer + pos
 void clamp(console *c) {
     if (!c->editor.buffer) return;
     const qv::ViLine l = line_of(c);
-    if (cursor_of(c) >= l.end && l.end > l.start) set_cursor(c, l.end - 1);
+    if (cursor_of(c) >= l.end && l.end > l.start) set_cursor(c, qv::vi_prev(l, l.end));
 }
 
 void note_key(ViState &v, action_fn action, int key) {
@@ -164,21 +164,27 @@ int target_of(console *c, ViState &v, int motion, int n, bool with_op, bool *inc
     *inclusive = false;
     int t = pos;
     switch (motion) {
-    case 'h': return pos > l.start ? std::max(l.start, pos - n) : -1;
+    case 'h':
+        if (pos <= l.start) return -1;
+        for (int i = 0; i < n && t > l.start; i++) t = qv::vi_prev(l, t);
+        return t;
     case 'l':
-    case ' ':
-        if (pos >= l.end - (with_op ? 0 : 1)) return -1;
-        return std::min(with_op ? l.end : l.end - 1, pos + n);
+    case ' ': {
+        const int last = with_op ? l.end : qv::vi_prev(l, l.end);
+        if (pos >= last) return -1;
+        for (int i = 0; i < n && t < last; i++) t = qv::vi_next(l, t);
+        return t;
+    }
     case '0': return l.start;
     case '^': return qv::vi_first_nonblank(l);
-    case '$': return with_op ? l.end : std::max(l.start, l.end - 1);
+    case '$': return with_op ? l.end : std::max(l.start, qv::vi_prev(l, l.end));
     case 'w':
     case 'W':
         // cw on a word changes to its end, as vi has always done.
         if (with_op && v.op == 'c' && pos < l.end && l.text[pos] != L' ' && l.text[pos] != L'\t') {
             *inclusive = true;
-            for (int i = 0; i < n && (i == 0 || t + 1 < l.end); i++)
-                t = qv::vi_word_end(l, i ? t : pos - 1, motion == 'W');
+            t = qv::vi_word_end_at(l, pos, motion == 'W');
+            for (int i = 1; i < n && qv::vi_next(l, t) < l.end; i++) t = qv::vi_word_end(l, t, motion == 'W');
             return t;
         }
         for (int i = 0; i < n && t < l.end; i++) t = qv::vi_next_word(l, t, motion == 'W');
@@ -186,7 +192,7 @@ int target_of(console *c, ViState &v, int motion, int n, bool with_op, bool *inc
     case 'e':
     case 'E':
         *inclusive = true;
-        for (int i = 0; i < n && t + 1 < l.end; i++) t = qv::vi_word_end(l, t, motion == 'E');
+        for (int i = 0; i < n && qv::vi_next(l, t) < l.end; i++) t = qv::vi_word_end(l, t, motion == 'E');
         return t;
     case 'b':
     case 'B':
@@ -223,8 +229,9 @@ bool motion(console *c, ViState &v, int m, int n) {
         set_cursor(c, t);
         return false;
     }
-    const int from = std::min(pos, t), to = std::max(pos, t) + (inclusive && t >= pos ? 1 : 0);
-    return apply(c, v, v.op, from, std::min(to, line_of(c).end));
+    const qv::ViLine l = line_of(c);
+    const int from = std::min(pos, t), to = inclusive && t >= pos ? qv::vi_next(l, t) : std::max(pos, t);
+    return apply(c, v, v.op, from, std::min(to, l.end));
 }
 
 // dd cc yy and S: the whole line.
@@ -239,7 +246,7 @@ bool whole_line(console *c, ViState &v, int op) {
 bool put(console *c, bool after, int n) {
     int len = 0;
     const qv::ViLine l = line_of(c);
-    const int at = after && l.end > l.start ? std::min(cursor_of(c) + 1, l.end) : cursor_of(c);
+    const int at = after && l.end > l.start ? qv::vi_next(l, cursor_of(c)) : cursor_of(c);
     const wchar_t *text = qv::kill_ring_yank(c, at, &len);
     if (!text || len == 0) return false;
     // The ring's text is good until the ring changes; the copy lasts.
@@ -248,18 +255,29 @@ bool put(console *c, bool after, int n) {
     std::copy(text, text + len, copy);
     for (int i = 0; i < n && static_cast<long>(i) * len < kPutMax; i++) put_text(c, at + i * len, copy, len);
     free(copy);
-    set_cursor(c, std::max(at, cursor_of(c) - 1));
+    set_cursor(c, std::max(at, qv::vi_prev(line_of(c), cursor_of(c))));
     return true;
 }
 
-// r with n: the characters under and after the cursor become ch.
+// The offset n clusters on from pos, or -1 past the line's end.
+int clusters_on(console *c, int pos, int n) {
+    const qv::ViLine l = line_of(c);
+    for (int i = 0; i < n; i++) {
+        if (pos >= l.end) return -1;
+        pos = qv::vi_next(l, pos);
+    }
+    return pos;
+}
+
+// r with n: the characters under and after the cursor, each with what is
+// drawn with it, become ch.
 bool replace(console *c, int n, wchar_t ch) {
-    const int pos = cursor_of(c);
-    if (pos + n > line_of(c).end) return false;
+    const int pos = cursor_of(c), end = clusters_on(c, pos, n);
+    if (end < 0) return false;
     wchar_t *with = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(n)));
     if (!with) return false;
     std::fill(with, with + n, ch);
-    cut(c, pos, pos + n, false);
+    cut(c, pos, end, false);
     put_text(c, pos, with, n);
     free(with);
     set_cursor(c, pos + n - 1);
@@ -267,7 +285,10 @@ bool replace(console *c, int n, wchar_t ch) {
 }
 
 bool toggle_case(console *c, int n) {
-    const int pos = cursor_of(c), end = std::min(line_of(c).end, pos + n);
+    const int pos = cursor_of(c);
+    const qv::ViLine l = line_of(c);
+    int end = pos;
+    for (int i = 0; i < n && end < l.end; i++) end = qv::vi_next(l, end);
     if (pos >= end) return false;
     wchar_t *with = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(end - pos)));
     if (!with) return false;
@@ -356,7 +377,7 @@ Outcome command(console *c, ViState &v, wchar_t ch) {
         return kMoved;
     case L'i': enter_insert(c, v); return kChanged;
     case L'a':
-        if (cursor_of(c) < line_of(c).end) set_cursor(c, cursor_of(c) + 1);
+        if (cursor_of(c) < line_of(c).end) set_cursor(c, qv::vi_next(line_of(c), cursor_of(c)));
         enter_insert(c, v);
         return kChanged;
     case L'I': set_cursor(c, qv::vi_first_nonblank(line_of(c))); enter_insert(c, v); return kChanged;
@@ -558,7 +579,7 @@ void action_vi_movement_mode(console *c, int) {
     }
     v->command = true;
     c->flags &= ~FLAG_INSERT_KEY;
-    if (c->editor.buffer && cursor_of(c) > line_of(c).start) set_cursor(c, cursor_of(c) - 1);
+    if (c->editor.buffer && cursor_of(c) > line_of(c).start) set_cursor(c, qv::vi_prev(line_of(c), cursor_of(c)));
     command_done(*v, v->inserting);
     show_mode(c, *v);
 }

@@ -15,6 +15,13 @@ struct ViLine {
     int start, end;      // the line's first offset and the offset past its last
 };
 
+/* The cursor's steps: the start of the next cluster (end at most), and of
+   the one before (start at least). */
+int vi_next(const ViLine &l, int pos);
+int vi_prev(const ViLine &l, int pos);
+/* The last cluster of the word (or run of other non-blanks, or W's run)
+   that pos is in. */
+int vi_word_end_at(const ViLine &l, int pos, bool big);
 /* w and W: the start of the next word (W: of the next run of non-blanks);
    end when there is none. */
 int vi_next_word(const ViLine &l, int pos, bool big);

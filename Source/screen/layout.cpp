@@ -6,11 +6,14 @@
 // text follows, so the cursor behind the last character has a cell to stand
 // in. A line feed in the text ends its line without taking a cell.
 //
-// Text is laid out in units: a character and the zero-width characters
-// (combining marks) after it, which the terminal draws into the same cell.
-// A unit takes the cells the C library's wcwidth gives its character; a
-// wide one that does not fit in a row's last column leaves it blank and
-// starts the next row, as terminals do. Control characters are shown in
+// Text is laid out in units: an extended grapheme cluster, a character and
+// what Unicode draws with it (combining marks, joined emoji, a Hangul
+// syllable's jamo, a variation selector), which is one thing to the reader.
+// A unit takes the cells the C library's wcwidth gives its first character,
+// as terminals draw a character with its marks; a flag (two regional
+// indicators) takes two. A wide one that does not fit in a row's last column
+// leaves it blank and starts the next row, as terminals do, and no unit is
+// ever split across rows. Control characters are shown in
 // caret notation (two cells), and C1 controls as \x9b (four), so no raw
 // control character ever reaches the terminal; a mark with nothing to
 // combine with gets a cell of its own.
@@ -24,11 +27,6 @@ namespace qv {
 
 namespace {
 
-bool is_control(wchar_t ch) {
-    wchar_t form[4];
-    return control_form(ch, form) > 0;
-}
-
 // The cells of a character that starts a unit.
 int lead_cells(wchar_t mask, wchar_t ch) {
     if (mask) return 1;
@@ -38,21 +36,15 @@ int lead_cells(wchar_t mask, wchar_t ch) {
     return w == 2 ? 2 : 1;
 }
 
-// Whether s[o] is drawn into the unit before it: a zero-width character after
-// a printable one, both past `from` (a row or a line never starts inside a
-// unit).
-bool joins(wchar_t mask, const wchar_t *s, int o, int from) {
-    if (mask || o <= from) return false;
-    const wchar_t ch = s[o], prev = s[o - 1];
-    if (is_control(ch) || is_control(prev)) return false;
-    return display_width(ch) == 0;
-}
+// The end of the unit that starts at o, within [o, end). A control
+// character, shown in caret notation, is a unit of its own; masked text is
+// a mask character per character.
+int unit_end(wchar_t mask, const wchar_t *s, int o, int end) { return mask ? o + 1 : cluster_end(s, o, end); }
 
-// The end of the unit that starts at o, within [o, end): its marks follow.
-int unit_end(wchar_t mask, const wchar_t *s, int o, int end) {
-    int e = o + 1;
-    while (e < end && joins(mask, s, e, o)) e++;
-    return e;
+// The cells of the unit s[o..e).
+int unit_cells(wchar_t mask, const wchar_t *s, int o, int e) {
+    if (!mask && e > o + 1 && regional_indicator(s[o]) && regional_indicator(s[o + 1])) return 2;
+    return lead_cells(mask, s[o]);
 }
 
 // Draws the unit of s[o] (ending at e) at col. in_prompt: s is the prompt.
@@ -70,7 +62,7 @@ void put_unit(wchar_t mask, const wchar_t *s, int o, int e, bool in_prompt, term
         if ((e > o + 1 || lone_mark) && static_cast<uint32_t>(o) <= ATTR_OFFSET_MASK)
             attr = ATTR_CLUSTER | (in_prompt ? ATTR_IN_PROMPT : 0u) | static_cast<uint32_t>(o);
         cells[col++] = termchar{ch, attr, 0};
-        if (lead_cells(0, ch) == 2 && col < cols) cells[col++] = termchar{0, ATTR_WIDE_TAIL, 0};
+        if (unit_cells(0, s, o, e) == 2 && col < cols) cells[col++] = termchar{0, ATTR_WIDE_TAIL, 0};
     }
 }
 
@@ -82,7 +74,7 @@ int put_prompt(const LayoutText &t, termchar *cells, int limit) {
     while (p && p[n]) n++;
     for (int o = 0; o < n;) {
         const int e = unit_end(0, p, o, n);
-        if (col + lead_cells(0, p[o]) > limit) break;
+        if (col + unit_cells(0, p, o, e) > limit) break;
         const int from = col;
         put_unit(0, p, o, e, true, cells, col, limit);
         if (t.prompt_styles)
@@ -96,11 +88,7 @@ int put_prompt(const LayoutText &t, termchar *cells, int limit) {
 
 int layout_unit_end(const wchar_t *s, int o, int end) { return unit_end(0, s, o, end); }
 
-int layout_unit_start(const wchar_t *s, int o) {
-    int k = o - 1;
-    while (k > 0 && joins(0, s, k, 0)) k--;
-    return k;
-}
+int layout_unit_start(const wchar_t *s, int o) { return cluster_start(s, o); }
 
 int layout_cell_text(const LayoutText &t, const termchar &cell, wchar_t *out, int cap) {
     if (cell.attr & ATTR_WIDE_TAIL) return 0;
@@ -130,18 +118,20 @@ int prompt_cells(const wchar_t *prompt, int cols) {
     while (prompt && prompt[n]) n++;
     int total = 0;
     for (int o = 0; o < n;) {
-        total += lead_cells(0, prompt[o]);
-        o = unit_end(0, prompt, o, n);
+        const int e = unit_end(0, prompt, o, n);
+        total += unit_cells(0, prompt, o, e);
+        o = e;
     }
     if (total <= cols) return total;
     // Too wide: cut one column short of the width, never inside a unit.
     const int limit = cols > 0 ? cols - 1 : 0;
     int col = 0;
     for (int o = 0; o < n;) {
-        const int w = lead_cells(0, prompt[o]);
+        const int e = unit_end(0, prompt, o, n);
+        const int w = unit_cells(0, prompt, o, e);
         if (col + w > limit) break;
         col += w;
-        o = unit_end(0, prompt, o, n);
+        o = e;
     }
     return col;
 }
@@ -182,9 +172,9 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
             }
             // The hint goes on where the text ends, in units of its own.
             const int h = o - t.len;
-            if (col + lead_cells(0, t.hint[h]) > t.cols && col > 0) return wrap(o);
-            const int from = col;
             const int e = unit_end(0, t.hint, h, t.hint_len);
+            if (col + unit_cells(0, t.hint, h, e) > t.cols && col > 0) return wrap(o);
+            const int from = col;
             put_unit(0, t.hint, h, e, false, cells, col, t.cols);
             for (int j = from; j < col; j++) {
                 cells[j].attr = (cells[j].attr & ATTR_WIDE_TAIL) | ATTR_HINT;
@@ -202,9 +192,9 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
         }
         // A unit that does not fit starts the next row; a row too narrow for
         // it at all shows what fits rather than never ending.
-        if (col + lead_cells(t.mask, ch) > t.cols && col > 0) return wrap(o);
         const int stop = brk < t.nbreaks && t.breaks[brk].offset < t.len ? t.breaks[brk].offset : t.len;
         const int e = unit_end(t.mask, t.text, o, stop);
+        if (col + unit_cells(t.mask, t.text, o, e) > t.cols && col > 0) return wrap(o);
         const int from = col;
         put_unit(t.mask, t.text, o, e, false, cells, col, t.cols);
         if (t.text_styles)
@@ -220,8 +210,16 @@ int layout_cursor_column(const LayoutText &t, const RowStart &s, int cursor) {
         col = t.prompt_cells;
     else if (s.kind == kLineRow)
         col = t.indent;
-    for (int o = s.offset; o < cursor && o < t.len; o++)
-        if (t.text[o] != L'\n' && !joins(t.mask, t.text, o, s.offset)) col += lead_cells(t.mask, t.text[o]);
+    // A unit the cursor stands inside counts whole: the cursor goes after it.
+    int brk = s.brk;
+    for (int o = s.offset; o < cursor && o < t.len;) {
+        if (t.text[o] == L'\n') break;
+        while (brk < t.nbreaks && t.breaks[brk].offset <= o) brk++;
+        const int stop = brk < t.nbreaks && t.breaks[brk].offset < t.len ? t.breaks[brk].offset : t.len;
+        const int e = unit_end(t.mask, t.text, o, stop);
+        col += unit_cells(t.mask, t.text, o, e);
+        o = e;
+    }
     return col < t.cols ? col : (t.cols > 0 ? t.cols - 1 : 0);
 }
 
@@ -267,8 +265,9 @@ int layout_line_cells(const LayoutText &t, const LineSpan &l, int cursor, termch
         for (; col < t.indent && col < cap; col++) cells[col] = termchar{L' ', 0, 0};
     }
     *cursor_col = col;
-    for (int o = l.start; o < l.end && col + lead_cells(t.mask, t.text[o]) <= cap;) {
+    for (int o = l.start; o < l.end;) {
         const int e = unit_end(t.mask, t.text, o, l.end);
+        if (col + unit_cells(t.mask, t.text, o, e) > cap) break;
         put_unit(t.mask, t.text, o, e, false, cells, col, cap);
         if (o < cursor) *cursor_col = col;
         o = e;

@@ -61,14 +61,22 @@ class Run {
         wchar_t chars[64];
         const int n = qv::layout_cell_text(t, cell, chars, 64);
         for (int k = 0; k < n; k++) push(chars[k]);
+        unsure_ = unsure_ || (n > 1 && qv::cluster_unsure(chars, n));
     }
     int size() const { return n_; }
     const wchar_t *text() const { return buf_; }
-    void clear() { n_ = 0; }
+    // Whether it holds a cluster terminals draw in different widths: where
+    // the terminal's cursor is after it is not known.
+    bool unsure() const { return unsure_; }
+    void clear() {
+        n_ = 0;
+        unsure_ = false;
+    }
 
   private:
     wchar_t *buf_ = nullptr;
     int n_ = 0, cap_ = 0;
+    bool unsure_ = false;
 };
 
 // A run's characters to the terminal. Most runs are ASCII: those go out
@@ -109,6 +117,8 @@ struct Pen {
     int x, y;
     bool wrap_pending; // the last column was just written
     bool lean;         // moves cost what the terminal's cheapest motion costs
+    bool lost = false; // a cluster of unsure width was written: only an
+                       // absolute move finds the column again
 };
 
 bool same(const termchar &a, const termchar &b) {
@@ -119,7 +129,7 @@ bool same(const termchar &a, const termchar &b) {
 // the terminal shows already costs less written again than moved over.
 void step_over(console *c, Pen &pen, cursor_pos to) {
     constexpr int kMaxStep = 2;
-    if (pen.wrap_pending || to.pos.y != pen.y || to.pos.x <= pen.x || to.pos.x - pen.x > kMaxStep) return;
+    if (pen.wrap_pending || pen.lost || to.pos.y != pen.y || to.pos.x <= pen.x || to.pos.x - pen.x > kMaxStep) return;
     const termchar *model = c->screen.input.lines[pen.y]->chars;
     const termchar *shown = c->screen.input.vbuf[pen.y]->chars;
     constexpr uint32_t kNotPlain = ATTR_INVALID | ATTR_HINT | ATTR_WIDE_TAIL | ATTR_CLUSTER;
@@ -160,15 +170,16 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     const int from_y = compact ? compact->y : in->cur.pos.y;
     const int from_x = compact ? compact->x : in->cur.pos.x;
     const bool pending = compact && compact->wrap_pending;
-    const bool flows = pending && qv::rows_flow() && from_y == i - 1 && start == 0;
+    const bool lost = compact && compact->lost;
+    const bool flows = pending && !lost && qv::rows_flow() && from_y == i - 1 && start == 0;
     if (!flows) {
         screen_cursor_move_y(c, i - from_y);
         if (compact && compact->lean) {
             // A cell or two of plain text before the run cost less written
             // again than moved over.
             if (from_y == i && *pen == 0) step_over(c, *compact, cursor_pos{{start, i}});
-            qv::cursor_to_column(c, compact->x, start, !pending);
-        } else if (from_x != start || pending || !compact)
+            qv::cursor_to_column(c, compact->x, start, !pending && !lost);
+        } else if (from_x != start || pending || lost || !compact)
             screen_cursor_move_to_col(c, start);
     }
     // The hint in its look, plain again right after it; other text leaves
@@ -177,6 +188,7 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     const uint32_t look = hint ? qv::terminal_style(0, style) : 0;
     put_run(c, run.text(), run.size());
     if (hint) qv::terminal_style(look, 0);
+    const bool unsure = run.unsure();
     run.clear();
     if (!compact) {
         // As a single key's paint always does: back to the cursor's column.
@@ -186,6 +198,7 @@ void write_run(console *c, int i, int start, int cells, Run &run, Pen *compact, 
     }
     compact->y = i;
     compact->x = start + cells;
+    compact->lost = unsure;
     // A run may end on a wide character whose right half did not change:
     // the terminal's cursor is past both halves.
     if (compact->x < c->screen.cols && (in->lines[i]->chars[compact->x].attr & ATTR_WIDE_TAIL)) compact->x++;
@@ -222,7 +235,7 @@ void shift_row(console *c, int i, Pen &pen, uint32_t *style_pen) {
             // Cells that come in are plain, whatever the last run left.
             *style_pen = qv::terminal_style(*style_pen, 0);
             screen_cursor_move_y(c, i - pen.y);
-            qv::cursor_to_column(c, pen.x, j, !pen.wrap_pending);
+            qv::cursor_to_column(c, pen.x, j, !pen.wrap_pending && !pen.lost);
             pen = Pen{j, i, false, true};
             if (!(insert ? qv::insert_cells(k) : qv::delete_cells(k))) return;
             if (insert) {
@@ -270,7 +283,7 @@ void clear_tail(console *c, int i, int from, Pen &pen, uint32_t *style_pen) {
     // Blank in the terminal's default colours: some clear in the pen's.
     *style_pen = qv::terminal_style(*style_pen, 0);
     screen_cursor_move_y(c, i - pen.y);
-    qv::cursor_to_column(c, pen.x, from, !pen.wrap_pending);
+    qv::cursor_to_column(c, pen.x, from, !pen.wrap_pending && !pen.lost);
     qv::clear_to_end_of_line();
     pen = Pen{from, i, false, true};
     termchar *shown = c->screen.input.vbuf[i]->chars;
@@ -330,6 +343,13 @@ void do_paint(console *c, bool compact) {
                 run.cell(text, model[j]);
                 shown[j] = model[j];
                 QV_ASSERT(!(shown[j].attr & ATTR_INVALID));
+                // After a cluster of unsure width the terminal's cursor may
+                // be anywhere: what follows is a run of its own, placed by
+                // column.
+                if (run.unsure() && (j + 1 >= limit || !(model[j + 1].attr & ATTR_WIDE_TAIL))) {
+                    write_run(c, i, start, j + 1 - start, run, flow, hint, style, &style_pen);
+                    start = -1;
+                }
             } else if (start >= 0) {
                 // Lean output writes a short stretch of unchanged cells
                 // again rather than move the cursor over it.
@@ -359,10 +379,10 @@ void do_paint(console *c, bool compact) {
             // return does cheapest.
             const cursor_pos to = r->input.newcur;
             step_over(c, pen, to);
-            qv::cursor_to_column(c, pen.x, to.pos.x, !pen.wrap_pending);
+            qv::cursor_to_column(c, pen.x, to.pos.x, !pen.wrap_pending && !pen.lost);
             screen_cursor_move_y(c, to.pos.y - pen.y);
             r->input.cur = to;
-        } else if (pen.wrap_pending) {
+        } else if (pen.wrap_pending || pen.lost) {
             screen_cursor_move_to_col(c, pen.x);
         }
     }

@@ -229,11 +229,12 @@ void place_cursor(console *c) {
     const qv::ViewState *st = c->state->view;
     if (st->nrows < 1 || !c->editor.buffer) return;
     int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
-    // Text typed before a lone combining mark takes the mark into its cell:
-    // the cursor, between the two, is shown after the cell.
+    // A cursor the keys never leave inside a cluster may still be put there
+    // (text typed before a lone combining mark takes the mark into its
+    // cell, a host sets the cursor): it is shown after the cluster.
     const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
     if (cursor > 0 && cursor < len) {
-        const int end = qv::layout_unit_end(c->editor.buffer, cursor - 1, len);
+        const int end = qv::layout_unit_end(c->editor.buffer, qv::layout_unit_start(c->editor.buffer, cursor), len);
         if (end > cursor) cursor = end;
     }
     const int y = row_of(st, cursor);

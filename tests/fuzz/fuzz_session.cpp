@@ -236,7 +236,7 @@ bool start() {
     return term_editStart(TERM_EDIT_UTF8 | TERM_EDIT_RAW, 0, long_prompt ? kLongPrompt : kPrompt) == 1;
 }
 
-// Key bytes for one step: text, a wide character, a mark, and the editing
+// Key bytes for one step: text, a wide character, a mark, clusters, and the editing
 // keys that keep the prompt (no search, no quoted insert; in vi mode no /
 // or ?, which search in command mode).
 std::string keys_of(uint8_t b) {
@@ -249,8 +249,13 @@ std::string keys_of(uint8_t b) {
         if (vi_mode && ch == '\\') return "\x1b";
         return std::string(1, vi_mode && (ch == '/' || ch == '?') ? 'w' : ch);
     }
-    if (b < 0x88) return "\xe4\xb8\xad";
-    if (b < 0x90) return "\xcc\x81";
+    if (b < 0x86) return "\xe4\xb8\xad";
+    if (b < 0x8C) return "\xcc\x81";
+    // Clusters whose cells every terminal agrees on: a flag, a Hangul
+    // syllable in jamo, a character with a variation selector.
+    if (b == 0x8C) return "\xf0\x9f\x87\xab\xf0\x9f\x87\xb7";
+    if (b == 0x8D) return "\xe1\x84\x92\xe1\x85\xa1\xe1\x86\xab";
+    if (b < 0x90) return "\xe2\x9d\xa4\xef\xb8\x8f";
     return kKeys[(b - 0x90) % (sizeof kKeys / sizeof kKeys[0])];
 }
 
