@@ -213,6 +213,15 @@ QV_API void term_setCompleter(term_completer fn, void *user);
    candidate is then dropped and nothing else changes. */
 QV_API int term_addCompletion(term_completions *out, int start, const char *replacement);
 
+/* As term_addCompletion(), with how the listing shows the candidate:
+   display (UTF-8; NULL: the replacement) in its place, and description
+   (NULL or empty: none) beside it. Once any candidate has a description the
+   listing shows one candidate a row, the descriptions in an aligned column
+   after " -- ", each cut with an ellipsis at the terminal's width. Answers
+   as term_addCompletion() does. */
+QV_API int term_addCompletionEx(term_completions *out, int start, const char *replacement, const char *display,
+                                const char *description);
+
 /* ---------------------------------------------------------------------------
    Colour. A style is an OR of at most one TERM_FG(n), at most one
    TERM_BG(n) (n from 0 to 255: the terminal's palette, 0-7 the basic
@@ -229,13 +238,20 @@ QV_API int term_addCompletion(term_completions *out, int start, const char *repl
 #define TERM_REVERSE 0x400000u
 
 /* The looks of what the library draws itself: the history hint (default
-   TERM_DIM), the completion listing (default 0, the terminal's own) and the
+   TERM_DIM), the completion listing (default 0, the terminal's own), the
    bracket brace matching shows (default TERM_REVERSE, added to its own
-   style). term_setLook answers the element's previous style, or -1 for an
-   unknown element. Process-wide, like the options. */
+   style), and in the completion listing the part the candidates share
+   (default 0; readline's colored-completion-prefix makes it TERM_FG(5)
+   while the look is 0), the candidate the menu has chosen (default
+   TERM_REVERSE) and the descriptions (default TERM_DIM), each drawn over the
+   listing's look. term_setLook answers the element's previous style, or -1
+   for an unknown element. They belong to the session. */
 #define TERM_LOOK_HINT 1
 #define TERM_LOOK_LISTING 2
 #define TERM_LOOK_MATCH 3
+#define TERM_LOOK_COMPLETION_PREFIX 4
+#define TERM_LOOK_COMPLETION_SELECTED 5
+#define TERM_LOOK_COMPLETION_DESCRIPTION 6
 QV_API int term_setLook(int element, unsigned style);
 
 /* A prompt may be coloured: SGR sequences in it (ESC [ ... m) take no

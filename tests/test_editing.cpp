@@ -470,6 +470,29 @@ TEST(Completion, ManyAndBadCandidates) {
     EXPECT_NE(v.output().find("item019"), std::string::npos);
 }
 
+// Candidates with descriptions: one a row, the descriptions aligned after
+// the widest display, cut with an ellipsis at the width, wide text measured
+// by its cells; too narrow for them, the displays alone. The display form
+// shows, the replacement goes in.
+TEST(Completion, DescriptionsBesideTheCandidates) {
+    for (const int cols : {40, 20}) {
+        PtyHost h({"completer:described", "init", "line:> ", "destroy"}, xterm(cols, 12));
+        EXPECT_EQ(h.typed("s\t\tet\tx\r"), Lines{"set x"});
+        const std::vector<std::string> rows = h.screen().shown();
+        const auto at = std::find(rows.begin(), rows.end(), "> s");
+        ASSERT_NE(at, rows.end()) << cols;
+        const std::vector<std::string> listing(at + 1, at + 5);
+        if (cols == 40)
+            EXPECT_EQ(listing, (std::vector<std::string>{
+                                   "set KEY VALUE  -- assign a setting",
+                                   "shell          -- \xe6\x89\x93\xe5\xbc\x80\xe5\xa4\x96\xe5\xa3\xb3",
+                                   "show           -- display the running \xe2\x80\xa6",
+                                   "shutdown       -- power the device off"}));
+        else
+            EXPECT_EQ(listing, (std::vector<std::string>{"set KEY VALUE", "shell", "show", "shutdown"}));
+    }
+}
+
 // Text the library draws but did not compose (candidates, a history entry
 // recalled, hinted or found) shows its control characters and bad bytes,
 // and never sends them: every host's output is checked for that too.

@@ -17,100 +17,21 @@
 #include "session.h"
 #include "variables.h"
 #include "text.h"
+#include "candidates.h"
+#include "candlist.h"
+#include "highlight.h"
 
-struct term_completions {
-    int cursor; // byte offset of the cursor in the text given to the completer
-    struct Item {
-        int start;
-        char *replacement;
-    } *items;
-    int count;
-    int cap;
-};
+using qv::Candidate;
+using qv::Candidates;
 
 namespace {
-
-} // namespace
-
-// The host's completer belongs to the session: the default session's may be
-// set before term_init and outlives an instance.
-struct qv::CompleterState {
-    term_completer fn = nullptr;
-    void *user = nullptr;
-};
-
-namespace {
-
-// The default session's completer: a host may set it before term_init.
-qv::CompleterState own_completer;
-
-qv::CompleterState &completer() { return qv::session_record(qv::kSlotCompletion, own_completer); }
 
 // Past this many, the list is only shown after the user says yes.
 constexpr int kAskAbove = 100;
 
-using WidePtr = std::unique_ptr<wchar_t, decltype(&free)>;
-
-// A candidate as the editor takes it: the characters from start to the
-// cursor become text.
-struct Candidate {
-    int start; // character offset in the edit buffer
-    wchar_t *text;
-    int len;
-    // Not UTF-8: listed as it looks (bad bytes as \xNN), never put in the
-    // line, which cannot hold it.
-    bool listed_only;
-};
-
-struct Candidates {
-    Candidate *items;
-    int count;
-};
-
-void drop(Candidates *list) {
-    if (!list) return;
-    for (int i = 0; i < list->count; i++) free(list->items[i].text);
-    free(list->items);
-    free(list);
-}
-
-void release(term_completions &out) {
-    for (int i = 0; i < out.count; i++) free(out.items[i].replacement);
-    free(out.items);
-}
-
-// The character offset of a byte offset into UTF-8 text: the characters
-// whose first byte lies before it.
-int chars_before(const char *text, int bytes) {
-    int n = 0;
-    for (int i = 0; i < bytes && text[i]; i++)
-        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) n++;
-    return n;
-}
-
-// Asks the completer; answers the candidates it offered that the editor can
-// take (valid UTF-8), with their start in characters.
-void ask(console *c, Candidates &out) {
-    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
-    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
-    std::unique_ptr<char, decltype(&free)> text(qv::utf8_of(c->editor.buffer, len), &free);
-    std::unique_ptr<char, decltype(&free)> before(qv::utf8_of(c->editor.buffer, cursor), &free);
-    if (!text || !before) return;
-    term_completions offered{static_cast<int>(strlen(before.get())), nullptr, 0, 0};
-    completer().fn(text.get(), offered.cursor, &offered, completer().user);
-    out.items = static_cast<Candidate *>(calloc(static_cast<size_t>(offered.count) + 1, sizeof(Candidate)));
-    for (int i = 0; out.items && i < offered.count; i++) {
-        const term_completions::Item &item = offered.items[i];
-        int n = 0;
-        wchar_t *wide = item.replacement[0] ? cp2wchar(c, item.replacement, &n)
-                                            : static_cast<wchar_t *>(calloc(1, sizeof(wchar_t)));
-        const bool listed_only = !wide;
-        if (!wide) wide = qv::visible_of(item.replacement, &n);
-        if (!wide) continue; // no memory
-        out.items[out.count++] = Candidate{chars_before(text.get(), item.start), wide, n, listed_only};
-    }
-    release(offered);
-}
+void drop(Candidates *list) { qv::drop_candidates(list); }
+void ask(console *c, Candidates &out) { qv::ask_completer(c, out); }
+int compare_text(const void *a, const void *b) { return qv::compare_candidates(a, b); }
 
 // Candidate i as the whole stretch from `from` to the cursor it would make.
 struct Stretch {
@@ -179,16 +100,6 @@ int spelling(const console *c, const Candidates &found, int from, int common, bo
     return keeps >= 0 ? keeps : best;
 }
 
-int compare_text(const void *a, const void *b) {
-    return wcscmp(static_cast<const Candidate *>(a)->text, static_cast<const Candidate *>(b)->text);
-}
-
-int text_cells(const wchar_t *s, int n) {
-    int cells = 0;
-    for (int i = 0; i < n; i++) cells += char_width(s[i]);
-    return cells;
-}
-
 } // namespace
 
 // The candidates of the last Tab, kept for the listing of the second, and
@@ -215,48 +126,55 @@ void forget_list(qv::CompletionState *st) {
     st->pending = nullptr;
 }
 
+// What the candidates' displays share at their start, in characters.
+int shared_prefix(const Candidates &list) {
+    if (list.count == 0) return 0;
+    int common = list.items[0].shown_len();
+    for (int i = 1; i < list.count; i++) {
+        int k = 0;
+        while (k < common && k < list.items[i].shown_len() && list.items[i].shown()[k] == list.items[0].shown()[k]) k++;
+        common = k;
+    }
+    return common;
+}
+
+// The candidates laid out at the width, in the session's looks.
+qv::CandidateGrid grid_of(console *c, const Candidates &list, int selected) {
+    std::unique_ptr<qv::ShownItem[]> items(new (std::nothrow) qv::ShownItem[static_cast<size_t>(list.count) + 1]);
+    if (!items) return qv::CandidateGrid{};
+    for (int i = 0; i < list.count; i++)
+        items[i] = qv::ShownItem{list.items[i].shown(), list.items[i].shown_len(), list.items[i].description,
+                                 list.items[i].description_len};
+    uint32_t prefix_look = qv::look(TERM_LOOK_COMPLETION_PREFIX);
+    if (!prefix_look && qv::variable_on(c, "colored-completion-prefix")) prefix_look = TERM_FG(5);
+    return qv::lay_out_candidates(items.get(), list.count, c->screen.cols, prefix_look ? shared_prefix(list) : 0,
+                                  qv::variable_on(c, "print-completions-horizontally"), selected, prefix_look,
+                                  qv::look(TERM_LOOK_COMPLETION_SELECTED), qv::look(TERM_LOOK_COMPLETION_DESCRIPTION));
+}
+
+// The candidates sorted, each once.
+void tidy(Candidates &list) {
+    qsort(list.items, static_cast<size_t>(list.count), sizeof(Candidate), compare_text);
+    int n = 0;
+    for (int i = 0; i < list.count; i++) {
+        if (n > 0 && wcscmp(list.items[n - 1].text, list.items[i].text) == 0) {
+            free(list.items[i].text);
+            free(list.items[i].display);
+            free(list.items[i].description);
+            continue;
+        }
+        list.items[n++] = list.items[i];
+    }
+    list.count = n;
+}
+
 // The candidates, sorted, in columns down the rows, to be written under the
 // input: a line feed ends each row.
 void show_list(console *c, Candidates &list) {
-    qsort(list.items, static_cast<size_t>(list.count), sizeof(Candidate), compare_text);
-    int n = 0, widest = 1;
-    for (int i = 0; i < list.count; i++) {
-        if (n > 0 && wcscmp(list.items[n - 1].text, list.items[i].text) == 0) continue;
-        list.items[n++] = list.items[i];
-        const int w = text_cells(list.items[i].text, list.items[i].len);
-        if (w > widest) widest = w;
-    }
-    for (int i = n; i < list.count; i++) free(list.items[i].text);
-    list.count = n;
-    const int width = widest + 2;
-    const int per_row = c->screen.cols / width > 0 ? c->screen.cols / width : 1;
-    const int rows = (n + per_row - 1) / per_row;
-    size_t size = 0;
-    for (int i = 0; i < n; i++) size += 4 * static_cast<size_t>(list.items[i].len) + static_cast<size_t>(width) + 1;
-    std::unique_ptr<wchar_t, decltype(&free)> text(
-        static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (size + static_cast<size_t>(rows) + 1))), &free);
-    if (!text) return;
-    wchar_t *out = text.get();
-    for (int r = 0; r < rows; r++) {
-        for (int k = 0; k < per_row; k++) {
-            const int i = k * rows + r;
-            if (i >= n) break;
-            // A host's candidate (a file name, say) may hold anything: its
-            // control characters are shown, never sent.
-            for (int k = 0; k < list.items[i].len; k++) {
-                wchar_t form[4];
-                const wchar_t ch = list.items[i].text[k];
-                const int f = qv::control_form(ch, form);
-                if (f == 0) *out++ = ch;
-                for (int j = 0; j < f; j++) *out++ = form[j];
-            }
-            const bool last = k + 1 == per_row || (k + 1) * rows + r >= n;
-            if (!last)
-                for (int pad = text_cells(list.items[i].text, list.items[i].len); pad < width; pad++) *out++ = L' ';
-        }
-        *out++ = L'\n';
-    }
-    qv::frame_write(c, text.get(), static_cast<int>(out - text.get()));
+    tidy(list);
+    const qv::CandidateGrid g = grid_of(c, list, -1);
+    if (g.text.empty()) return;
+    qv::frame_write(c, g.text.data(), static_cast<int>(g.text.size()), g.styles.data());
 }
 
 // The input again on a fresh row, with the cursor where it was.
@@ -318,33 +236,6 @@ void qv::completion_end(console *c) {
     }
 }
 
-void term_setCompleter(term_completer fn, void *user) {
-    completer() = qv::CompleterState{fn, fn ? user : nullptr};
-}
-
-int term_addCompletion(term_completions *out, int start, const char *replacement) {
-    if (!out || !replacement || start < 0 || start > out->cursor) return 0;
-    if (out->count == out->cap) {
-        const int cap = out->cap ? out->cap * 2 : 16;
-        auto *grown = static_cast<term_completions::Item *>(
-            realloc(out->items, sizeof(term_completions::Item) * static_cast<size_t>(cap)));
-        if (!grown) return 0;
-        out->items = grown;
-        out->cap = cap;
-    }
-    char *copy = strdup(replacement);
-    if (!copy) return 0;
-    out->items[out->count++] = term_completions::Item{start, copy};
-    return 1;
-}
-
-void qv::completion_reset() { completer() = CompleterState{}; }
-
-// A new session completes as the default session does, until told otherwise.
-qv::CompleterState *qv::completer_new() { return new (std::nothrow) CompleterState(own_completer); }
-
-void qv::completer_free(CompleterState *s) { delete s; }
-
 namespace {
 
 // The candidates a Tab left, listed below the input, or first the question
@@ -375,7 +266,7 @@ void action_complete(console *c, int) {
         history_set_dirty(c);
         return;
     }
-    if (!completer().fn || !c->editor.buffer || !st || c->masked) return;
+    if (!qv::has_completer() || !c->editor.buffer || !st || c->masked) return;
     if (qv::frame_last_action(c) == action_complete && st->pending) {
         list_pending(c, st);
         return;
@@ -482,7 +373,7 @@ int replace_stretch(console *c, int from, int len, const wchar_t *text, int n, b
 
 void menu_step(console *c, int direction) {
     qv::CompletionState *st = state_of(c);
-    if (!completer().fn || !c->editor.buffer || !st || c->masked) return;
+    if (!qv::has_completer() || !c->editor.buffer || !st || c->masked) return;
     const action_fn last = qv::frame_last_action(c);
     if (!st->menu || (last != action_menu_complete && last != action_menu_complete_backward)) {
         drop(st->menu);
@@ -552,7 +443,7 @@ void action_menu_complete_backward(console *c, int) { menu_step(c, -1); }
 
 // Every candidate in place of the word, each followed by a space.
 void action_insert_completions(console *c, int) {
-    if (!completer().fn || !c->editor.buffer || c->masked) return;
+    if (!qv::has_completer() || !c->editor.buffer || c->masked) return;
     int from = 0;
     Candidates *all = takeable(c, &from);
     if (!all) return;
@@ -575,7 +466,7 @@ void action_insert_completions(console *c, int) {
 
 // The list a second Tab shows, at once.
 void action_possible_completions(console *c, int) {
-    if (!completer().fn || !c->editor.buffer || c->masked) return;
+    if (!qv::has_completer() || !c->editor.buffer || c->masked) return;
     int from = 0;
     Candidates *all = takeable(c, &from);
     if (!all) return;
@@ -594,10 +485,5 @@ void qv::show_below(console *c, const wchar_t *text, int n) {
     redraw_input(c);
 }
 
-// Tab's work with another completer in the host's place, for this key only.
-void qv::complete_with(console *c, term_completer fn, void *user, int key) {
-    const qv::CompleterState host = completer();
-    completer() = qv::CompleterState{fn, user};
-    action_complete(c, key);
-    completer() = host;
-}
+
+void qv::complete_with(console *c, term_completer fn, void *user, int key) { with_completer(fn, user, action_complete, c, key); }

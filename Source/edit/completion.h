@@ -35,12 +35,6 @@ bool completion_asking(const struct console *c);
 void completion_answer(struct console *c, int key);
 /* The read ends: no list waits for a second Tab, no question for a key. */
 void completion_end(struct console *c);
-/* Forgets the completer. */
-void completion_reset();
-/* A session's completer, the default session's to start with. */
-struct CompleterState;
-CompleterState *completer_new();
-void completer_free(CompleterState *s);
 /* Text below the input, rows ended by line feeds, the input drawn again
    under it, as a listing is. */
 void show_below(struct console *c, const wchar_t *text, int n);

@@ -2,6 +2,7 @@
 #include "frame.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
 
 #include "actions.h"
@@ -20,7 +21,10 @@ namespace {
 qv::FrameState *frame_of(const console *c) { return c->state ? c->state->frame : nullptr; }
 
 void drop_steps(qv::FrameState *f) {
-    for (int i = f->head; i < f->count; i++) free(f->steps[i].text);
+    for (int i = f->head; i < f->count; i++) {
+        free(f->steps[i].text);
+        free(f->steps[i].styles);
+    }
     f->head = f->count = 0;
 }
 
@@ -30,6 +34,7 @@ void push(console *c, const qv::FrameStep &step) {
     qv::FrameState *f = frame_of(c);
     if (!f || !f->in_key) {
         free(step.text);
+        free(step.styles);
         if (step.op == qv::kThen) step.then(c);
         return;
     }
@@ -38,6 +43,7 @@ void push(console *c, const qv::FrameStep &step) {
         auto *grown = static_cast<qv::FrameStep *>(realloc(f->steps, sizeof(qv::FrameStep) * static_cast<size_t>(cap)));
         if (!grown) {
             free(step.text);
+            free(step.styles);
             if (step.op == qv::kThen) step.then(c); // the state must not lag
             return;
         }
@@ -88,15 +94,18 @@ action_fn qv::frame_last_action(const console *c) {
     return f ? f->last : nullptr;
 }
 
-void qv::frame_request(console *c, FrameOp op) { push(c, FrameStep{op, nullptr, 0, nullptr}); }
+void qv::frame_request(console *c, FrameOp op) { push(c, FrameStep{op, nullptr, 0, nullptr, nullptr}); }
 
-void qv::frame_write(console *c, const wchar_t *text, int n) {
+void qv::frame_write(console *c, const wchar_t *text, int n, const uint32_t *styles) {
     const FrameState *f = frame_of(c);
     if (!f || !f->in_key || n <= 0) return;
     auto *copy = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(n)));
     if (!copy) return;
     wmemcpy(copy, text, static_cast<size_t>(n));
-    push(c, FrameStep{kWrite, copy, n, nullptr});
+    uint32_t *looks = nullptr;
+    if (styles && (looks = static_cast<uint32_t *>(malloc(sizeof(uint32_t) * static_cast<size_t>(n)))))
+        memcpy(looks, styles, sizeof(uint32_t) * static_cast<size_t>(n));
+    push(c, FrameStep{kWrite, copy, n, nullptr, looks});
 }
 
 void qv::frame_keys(console *c, const char *bytes, int n) {
@@ -105,14 +114,14 @@ void qv::frame_keys(console *c, const char *bytes, int n) {
     auto *copy = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(n)));
     if (!copy) return;
     for (int i = 0; i < n; i++) copy[i] = static_cast<unsigned char>(bytes[i]);
-    push(c, FrameStep{kKeys, copy, n, nullptr});
+    push(c, FrameStep{kKeys, copy, n, nullptr, nullptr});
 }
 
 void qv::frame_repeat(console *c) {
     if (FrameState *f = frame_of(c)) f->last = f->action;
 }
 
-void qv::frame_then(console *c, void (*then)(console *c)) { push(c, FrameStep{kThen, nullptr, 0, then}); }
+void qv::frame_then(console *c, void (*then)(console *c)) { push(c, FrameStep{kThen, nullptr, 0, then, nullptr}); }
 
 bool qv::frame_next(console *c, FrameStep *step) {
     FrameState *f = frame_of(c);

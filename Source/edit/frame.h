@@ -35,6 +35,7 @@ struct FrameStep {
     wchar_t *text; // kWrite: owned by the step's taker
     int len;
     void (*then)(struct console *c);
+    uint32_t *styles; // kWrite: a style for each character, or NULL; owned so too
 };
 
 /* The loop starts and ends each key; between reads there is none. last is
@@ -50,7 +51,9 @@ action_fn frame_last_action(const struct console *c);
 /* Outside a key (an action called by the host) nothing is drawn, so the
    screen requests are dropped, and a continuation runs at once. */
 void frame_request(struct console *c, FrameOp op);
-void frame_write(struct console *c, const wchar_t *text, int n);
+/* Text below the input, a line feed ending each row; styles, when given, a
+   style for each character on top of the listing's look. */
+void frame_write(struct console *c, const wchar_t *text, int n, const uint32_t *styles = nullptr);
 void frame_then(struct console *c, void (*then)(struct console *c));
 /* Key bytes the key types (a macro), read before anything the terminal sent. */
 void frame_keys(struct console *c, const char *bytes, int n);

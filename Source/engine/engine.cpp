@@ -117,20 +117,25 @@ bool take_by_mode(console *c, action_fn action, int key) {
 }
 
 // Text for the screen from a key (a completion listing, a question), written
-// as it is; a line feed ends a row.
-void write_text(console *c, const wchar_t *text, int n) {
+// as it is; a line feed ends a row. Each stretch of one style goes out in
+// the listing's look with that style on top, plain again before the line
+// feed.
+void write_text(console *c, const wchar_t *text, int n, const uint32_t *styles) {
     const uint32_t look = qv::look(TERM_LOOK_LISTING);
     int from = 0;
     for (int i = 0; i <= n; i++) {
-        if (i < n && text[i] != L'\n') continue;
+        if (i < n && text[i] != L'\n' && (!styles || i == from || styles[i] == styles[from])) continue;
         if (i > from) {
-            // Each row in the listing's look, plain before the line feed.
-            const uint32_t pen = qv::terminal_style(0, look);
+            const uint32_t pen = qv::terminal_style(0, qv::style_over(look, styles ? styles[from] : 0));
             console_put_wstring(c, text + from, i - from);
             qv::terminal_style(pen, 0);
         }
-        if (i < n) console_newline(c);
-        from = i + 1;
+        if (i < n && text[i] == L'\n') {
+            console_newline(c);
+            from = i + 1;
+        } else {
+            from = i;
+        }
     }
     fflush(qv::terminal_stream());
 }
@@ -150,7 +155,7 @@ void run_requests(console *c, int *flags, bool more) {
             if (qv::erase_screen()) qv::render_redraw_all(c);
             break;
         case qv::kMoveCursorFirst: *flags |= qv::kCursorFirst; break;
-        case qv::kWrite: write_text(c, step.text, step.len); break;
+        case qv::kWrite: write_text(c, step.text, step.len, step.styles); break;
         case qv::kThen: step.then(c); break;
         case qv::kKeys:
             if (qv::EngineState *e = engine_of(c))
@@ -159,6 +164,7 @@ void run_requests(console *c, int *flags, bool more) {
             break;
         }
         free(step.text);
+        free(step.styles);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "completion.h"
+#include "candidates.h"
 #include "highlight.h"
 #include "historyfile.h"
 #include "input.h"

@@ -11,6 +11,7 @@
 #include <type_traits>
 
 #include "completion.h"
+#include "candidates.h"
 #include "input.h"
 #include "engine.h"
 #include "options.h"

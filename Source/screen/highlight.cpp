@@ -23,7 +23,7 @@ struct term_highlight {
 
 namespace {
 
-constexpr int kLooks = 4;
+constexpr int kLooks = 7;
 
 } // namespace
 
@@ -35,7 +35,7 @@ struct qv::HighlighterState {
     // styles the last one left.
     std::atomic<unsigned> generation{1};
     // Set by the host's thread, read while drawing.
-    std::atomic<uint32_t> looks[kLooks] = {{0}, {TERM_DIM}, {0}, {TERM_REVERSE}};
+    std::atomic<uint32_t> looks[kLooks] = {{0}, {TERM_DIM}, {0}, {TERM_REVERSE}, {0}, {TERM_REVERSE}, {TERM_DIM}};
 };
 
 namespace {
@@ -140,6 +140,14 @@ int term_setLook(int element, unsigned style) {
     if (element < 1 || element >= kLooks) return -1;
     // Only the bits a style has: a stray bit must not reach the painter.
     return static_cast<int>(hl().looks[element].exchange(style & 0x7FFFFFu));
+}
+
+uint32_t qv::style_over(uint32_t under, uint32_t over) {
+    constexpr uint32_t kFg = 0x1FFu, kBg = 0x1FFu << 9;
+    uint32_t s = under | (over & ~(kFg | kBg));
+    if (over & kFg) s = (s & ~kFg) | (over & kFg);
+    if (over & kBg) s = (s & ~kBg) | (over & kBg);
+    return s;
 }
 
 uint32_t qv::look(int element) { return element >= 1 && element < kLooks ? hl().looks[element].load() : 0; }

@@ -13,6 +13,9 @@ namespace qv {
 
 // The style of a look (TERM_LOOK_HINT, ...); 0 for an unknown one.
 uint32_t look(int element);
+// A style drawn over another: its flags added, its colours in place of the
+// other's where it has them.
+uint32_t style_over(uint32_t under, uint32_t over);
 
 // Whether anything styles the input now: a highlighter, or brace matching.
 bool highlight_active();

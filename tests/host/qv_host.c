@@ -26,7 +26,7 @@
  *   lines:PROMPT (read until onEndOfInput)  getchar:ECHO
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
- *   sigint:default (no SIGINT handler)  completer:words|many=N|bad|hostile
+ *   sigint:default (no SIGINT handler)  completer:words|many=N|bad|hostile|described
  *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
  *   highlight:bad (ranges before, past, across and inside characters)
  *   highlight:from (digits, and blanks on blue, styling only what changed: FROM n)
@@ -138,6 +138,24 @@ static void complete_bad(const char *text, int cursor, term_completions *out, vo
             term_addCompletion(out, cursor + 1, "x"));
     term_addCompletion(out, start, "\xff\xfe"); /* not UTF-8: dropped */
     term_addCompletion(out, start, "ok");
+}
+
+/* A device console's commands, shown with what they do: a display form
+   wider than the name, a description in wide text, one wider than any
+   terminal. */
+static void complete_described(const char *text, int cursor, term_completions *out, void *user) {
+    static const char *const commands[][3] = {
+        {"show", NULL, "display the running configuration"},
+        {"shutdown", NULL, "power the device off"},
+        {"shell", NULL, "\xe6\x89\x93\xe5\xbc\x80\xe5\xa4\x96\xe5\xa3\xb3"},
+        {"set ", "set KEY VALUE", "assign a setting"},
+    };
+    int start = word_start(text, cursor);
+    size_t i;
+    (void)user;
+    for (i = 0; i < sizeof commands / sizeof commands[0]; i++)
+        if (strncmp(commands[i][0], text + start, (size_t)(cursor - start)) == 0)
+            term_addCompletionEx(out, start, commands[i][0], commands[i][1], commands[i][2]);
 }
 
 /* Names as a directory anyone can write to may hold: escape sequences, a C1
@@ -428,9 +446,10 @@ int main(int argc, char **argv) {
                                 NULL);
         } else if (strncmp(a, "completer:", 10) == 0) {
             many_count = strncmp(a + 10, "many=", 5) == 0 ? atol(a + 15) : 0;
-            term_setCompleter(strcmp(a + 10, "bad") == 0       ? complete_bad
-                              : strcmp(a + 10, "hostile") == 0 ? complete_hostile
-                                                                : complete_words,
+            term_setCompleter(strcmp(a + 10, "bad") == 0         ? complete_bad
+                              : strcmp(a + 10, "hostile") == 0   ? complete_hostile
+                              : strcmp(a + 10, "described") == 0 ? complete_described
+                                                                  : complete_words,
                               NULL);
         } else if (strncmp(a, "bind:", 5) == 0 && strchr(a, '=')) {
             char keys[64];

@@ -1,0 +1,157 @@
+// The host's completer and the candidates it offers, as the editor takes
+// them: characters in place of UTF-8, a start in characters, the display
+// form and the description beside them.
+#include "candidates.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "console_record.h"
+#include "session.h"
+#include "text.h"
+
+struct term_completions {
+    int cursor; // byte offset of the cursor in the text given to the completer
+    struct Item {
+        int start;
+        char *replacement;
+        char *display;     // NULL: the replacement
+        char *description; // NULL: none
+    } *items;
+    int count;
+    int cap;
+};
+
+// The host's completer belongs to the session: the default session's may be
+// set before term_init and outlives an instance.
+struct qv::CompleterState {
+    term_completer fn = nullptr;
+    void *user = nullptr;
+};
+
+namespace {
+
+// The default session's completer: a host may set it before term_init.
+qv::CompleterState own_completer;
+
+qv::CompleterState &completer() { return qv::session_record(qv::kSlotCompletion, own_completer); }
+
+using WidePtr = std::unique_ptr<wchar_t, decltype(&free)>;
+
+void drop(qv::Candidates *list) {
+    if (!list) return;
+    for (int i = 0; i < list->count; i++) {
+        free(list->items[i].text);
+        free(list->items[i].display);
+        free(list->items[i].description);
+    }
+    free(list->items);
+    free(list);
+}
+
+void release(term_completions &out) {
+    for (int i = 0; i < out.count; i++) {
+        free(out.items[i].replacement);
+        free(out.items[i].display);
+        free(out.items[i].description);
+    }
+    free(out.items);
+}
+
+// The character offset of a byte offset into UTF-8 text: the characters
+// whose first byte lies before it.
+int chars_before(const char *text, int bytes) {
+    int n = 0;
+    for (int i = 0; i < bytes && text[i]; i++)
+        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) n++;
+    return n;
+}
+
+// Asks the completer; answers the candidates it offered that the editor can
+// take (valid UTF-8), with their start in characters.
+void ask(console *c, qv::Candidates &out) {
+    const int len = static_cast<int>(c->editor.lastchar - c->editor.buffer);
+    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    std::unique_ptr<char, decltype(&free)> text(qv::utf8_of(c->editor.buffer, len), &free);
+    std::unique_ptr<char, decltype(&free)> before(qv::utf8_of(c->editor.buffer, cursor), &free);
+    if (!text || !before) return;
+    term_completions offered{static_cast<int>(strlen(before.get())), nullptr, 0, 0};
+    completer().fn(text.get(), offered.cursor, &offered, completer().user);
+    out.items = static_cast<qv::Candidate *>(calloc(static_cast<size_t>(offered.count) + 1, sizeof(qv::Candidate)));
+    for (int i = 0; out.items && i < offered.count; i++) {
+        const term_completions::Item &item = offered.items[i];
+        int n = 0;
+        wchar_t *wide = item.replacement[0] ? cp2wchar(c, item.replacement, &n)
+                                            : static_cast<wchar_t *>(calloc(1, sizeof(wchar_t)));
+        const bool listed_only = !wide;
+        if (!wide) wide = qv::visible_of(item.replacement, &n);
+        if (!wide) continue; // no memory
+        qv::Candidate cand{chars_before(text.get(), item.start), wide, n, listed_only, nullptr, 0, nullptr, 0};
+        // What is only shown is shown as it looks, bad bytes and all.
+        if (item.display) cand.display = qv::visible_of(item.display, &cand.display_len);
+        if (item.description && item.description[0])
+            cand.description = qv::visible_of(item.description, &cand.description_len);
+        out.items[out.count++] = cand;
+    }
+    release(offered);
+}
+
+} // namespace
+
+bool qv::has_completer() { return completer().fn != nullptr; }
+
+void qv::ask_completer(console *c, Candidates &out) { ask(c, out); }
+
+void qv::drop_candidates(Candidates *list) { drop(list); }
+
+int qv::compare_candidates(const void *a, const void *b) {
+    return wcscmp(static_cast<const Candidate *>(a)->text, static_cast<const Candidate *>(b)->text);
+}
+
+void term_setCompleter(term_completer fn, void *user) {
+    completer() = qv::CompleterState{fn, fn ? user : nullptr};
+}
+
+int term_addCompletion(term_completions *out, int start, const char *replacement) {
+    return term_addCompletionEx(out, start, replacement, nullptr, nullptr);
+}
+
+int term_addCompletionEx(term_completions *out, int start, const char *replacement, const char *display,
+                         const char *description) {
+    if (!out || !replacement || start < 0 || start > out->cursor) return 0;
+    if (out->count == out->cap) {
+        const int cap = out->cap ? out->cap * 2 : 16;
+        auto *grown = static_cast<term_completions::Item *>(
+            realloc(out->items, sizeof(term_completions::Item) * static_cast<size_t>(cap)));
+        if (!grown) return 0;
+        out->items = grown;
+        out->cap = cap;
+    }
+    term_completions::Item item{start, strdup(replacement), display ? strdup(display) : nullptr,
+                                description ? strdup(description) : nullptr};
+    if (!item.replacement || (display && !item.display) || (description && !item.description)) {
+        free(item.replacement);
+        free(item.display);
+        free(item.description);
+        return 0;
+    }
+    out->items[out->count++] = item;
+    return 1;
+}
+
+void qv::completion_reset() { completer() = CompleterState{}; }
+
+// A new session completes as the default session does, until told otherwise.
+qv::CompleterState *qv::completer_new() { return new (std::nothrow) CompleterState(own_completer); }
+
+void qv::completer_free(CompleterState *s) { delete s; }
+
+
+void qv::with_completer(term_completer other, void *user, void (*fn)(console *c, int key), console *c, int key) {
+    const CompleterState host = completer();
+    completer() = CompleterState{other, user};
+    fn(c, key);
+    completer() = host;
+}

@@ -1,0 +1,50 @@
+/* How completion candidates are shown: in columns, or one a row with their
+   descriptions beside them, in the listing's looks. A pure function of the
+   candidates and the width, for the plain listing and the menu alike.
+   Library-internal. */
+#ifndef QUORVEL_CANDLIST_H
+#define QUORVEL_CANDLIST_H
+
+#ifdef __cplusplus
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qv {
+
+struct ShownItem {
+    const wchar_t *display;
+    int display_len;
+    const wchar_t *description; // NULL or empty: none
+    int description_len;
+};
+
+struct CandidateGrid {
+    std::wstring text;            // the rows, each ended by a line feed
+    std::vector<uint32_t> styles; // a style for each character of text
+    std::vector<int> row_starts;  // where each row starts in text
+    int rows = 0, per_row = 1, count = 0;
+    bool across = false;
+    // Where item i stands, and which item stands at row r, place k (-1:
+    // none).
+    int row_of(int i) const { return across ? i / per_row : i % rows; }
+    int place_of(int i) const { return across ? i % per_row : i / rows; }
+    int item_at(int r, int k) const {
+        const int i = across ? r * per_row + k : k * rows + r;
+        return r >= 0 && r < rows && k >= 0 && k < per_row && i < count ? i : -1;
+    }
+};
+
+/* Lays out n items in rows of fewer than cols cells: in columns, down them
+   or across (readline's print-completions-horizontally), or, when any item
+   has a description, one a row with the descriptions aligned after them.
+   What does not fit is cut with an ellipsis. The first prefix characters of
+   each display take the prefix look; item selected (-1: none) the
+   selection look. */
+CandidateGrid lay_out_candidates(const ShownItem *items, int n, int cols, int prefix, bool across, int selected,
+                                 uint32_t prefix_look, uint32_t selected_look, uint32_t description_look);
+
+} // namespace qv
+#endif
+
+#endif
