@@ -344,6 +344,19 @@ QV_API int term_highlightFrom(term_highlight *out);
    history keys show every entry as it was added). The readline-compatible
    library turns it on. */
 #define TERM_OPTION_KEEP_HISTORY_EDITS 11
+/* default 0. 1: when Tab finds several candidates it opens a menu: the
+   first candidate goes in place and the candidates are listed below the
+   input, the chosen one marked (TERM_LOOK_COMPLETION_SELECTED). Tab and
+   Shift-Tab choose the next and the previous, the arrow keys move through
+   the columns and rows, and a listing taller than the terminal leaves room
+   for scrolls with the choice. Return takes the chosen candidate and ends
+   the menu (a second Return enters the line); typing or any other key goes
+   on from it; Ctrl-G, or Escape once the next key is late, puts back the
+   text as it was before the first Tab. The listing is erased when the menu
+   ends and never reaches the scrollback. readline's menu-complete, bound in
+   a bindings file, opens the same menu, with Return entering the line as
+   readline's does. */
+#define TERM_OPTION_COMPLETION_MENU 12
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */

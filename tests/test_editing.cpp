@@ -493,6 +493,65 @@ TEST(Completion, DescriptionsBesideTheCandidates) {
     }
 }
 
+// The completion menu: Tab puts the first candidate in place and lists them
+// all below the input, the chosen one in reverse video; Tab, Shift-Tab and
+// the arrows choose; a late Escape puts the typed text back; Return takes
+// the choice without entering the line. The listing goes with the menu and
+// leaves nothing on the screen.
+TEST(Completion, TheMenuChoosesAndLeavesNoTrace) {
+    PtyHost h({"completer:words", "option:12=1", "init", "cb:idle=tick", "line:> ", "destroy"}, xterm(40, 12));
+    auto chosen = [&](const std::string &keys, const std::string &line) {
+        h.keys(keys);
+        h.waitScreen("> " + line);
+        h.settle();
+        const Screen s = h.screen();
+        const size_t at = s.row(1).find(line.substr(0, line.size() - 1));
+        return at == std::string::npos ? std::string("not listed") : s.looks[1][at];
+    };
+    EXPECT_EQ(chosen("pr\t", "print "), "reverse");
+    EXPECT_EQ(h.screen().row(1), "print    printf   private  prompt");
+    EXPECT_EQ(chosen("\t", "printf "), "reverse");
+    EXPECT_EQ(chosen("\x1b[Z", "print "), "reverse");
+    EXPECT_EQ(chosen(kRight + kRight, "private "), "reverse");
+    EXPECT_EQ(chosen(kLeft, "printf "), "reverse");
+    h.keys("\x1b");
+    usleep(300 * 1000);
+    h.settle();
+    EXPECT_EQ(h.screen().shown(), Lines{"> pr"}); // the text as typed, no listing
+    h.keys("\t\t\r");
+    h.waitScreen("> printf ");
+    h.settle();
+    EXPECT_EQ(h.screen().shown(), Lines{"> printf"}); // taken, the line not entered
+    EXPECT_EQ(h.typed("x\r"), Lines{"printf x"});
+    EXPECT_EQ(h.screen().shown(), Lines{"> printf x"});
+}
+
+// More candidates than rows: the listing keeps to the room below the input
+// and scrolls with the choice; a resize lays it out again at the new width.
+TEST(Completion, TheMenuScrollsAndFollowsAResize) {
+    PtyHost h({"completer:many=60", "option:12=1", "init", "cb:idle=tick", "line:> ", "destroy"}, xterm(30, 8));
+    h.keys("item\t");
+    h.waitScreen("> item000 ");
+    h.settle();
+    EXPECT_EQ(h.screen().shown().size(), 7u); // six rows of the listing, one to spare
+    EXPECT_EQ(h.screen().row(1), "item000  item020  item040");
+    for (int i = 0; i < 9; i++) h.keys(kDown);
+    h.waitScreen("> item009 ");
+    h.settle();
+    Screen s = h.screen();
+    EXPECT_EQ(s.row(6), "item009  item029  item049"); // scrolled to keep it in view
+    EXPECT_EQ(s.looks[6][0], "reverse");
+    h.resize(8, 40);
+    h.keys(kDown);
+    h.waitScreen("> item010 ");
+    h.settle();
+    s = h.screen();
+    const Lines rows = s.shown();
+    EXPECT_NE(std::find(rows.begin(), rows.end(), "item010  item025  item040  item055"), rows.end())
+        << visible(rows.back());
+    EXPECT_EQ(h.typed("\x07\r"), Lines{"item"});
+}
+
 // Text the library draws but did not compose (candidates, a history entry
 // recalled, hinted or found) shows its control characters and bad bytes,
 // and never sends them: every host's output is checked for that too.

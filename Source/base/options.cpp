@@ -20,6 +20,7 @@ struct qv::OptionsState {
     std::atomic<int> vi_mode{0};
     std::atomic<int> vi_show_mode{0};
     std::atomic<int> keep_history_edits{0};
+    std::atomic<int> completion_menu{0};
 };
 
 namespace {
@@ -41,6 +42,7 @@ std::atomic<int> *slot(qv::OptionsState &o, int id) {
     case TERM_OPTION_VI_MODE: return &o.vi_mode;
     case TERM_OPTION_VI_SHOW_MODE: return &o.vi_show_mode;
     case TERM_OPTION_KEEP_HISTORY_EDITS: return &o.keep_history_edits;
+    case TERM_OPTION_COMPLETION_MENU: return &o.completion_menu;
     default: return nullptr;
     }
 }

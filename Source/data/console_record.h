@@ -66,6 +66,8 @@ struct EditState;
 struct UndoLog;
 struct KillRing;
 struct HintState;
+struct BelowState;
+struct MenuState;
 struct SearchState;
 struct CompletionState;
 struct PasteState;
@@ -103,6 +105,8 @@ struct console_state {
     qv::CommandState *commands;    /* commands: the mark, a history search, a character search */
     qv::RepeatState *repeat;       /* repeat: a numeric argument, keyboard and string macros */
     qv::VariableState *variables;  /* variables: readline's variables as set */
+    qv::BelowState *below;         /* below: rows shown below the input */
+    qv::MenuState *menu;           /* menu: the candidates a menu goes through */
 };
 #endif
 #endif

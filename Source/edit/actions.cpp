@@ -15,6 +15,7 @@
 #include "qv_assert.h"
 #include "ttymode.h"
 #include "undo.h"
+#include "below.h"
 
 namespace {
 
@@ -43,6 +44,7 @@ void check_cursor(console *c) {
 // above what comes next.
 void leave_input(console *c) {
     qv::hint_clear(c);
+    qv::below_clear(c);
     buffer_cursor_move_end(c);
     qv::frame_request(c, qv::kPaintNow);
     qv::frame_request(c, qv::kNewline);

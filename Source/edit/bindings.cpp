@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "completion.h"
+#include "menu.h"
 #include "repeat.h"
 #include "actions.h"
 #include "console_record.h"
@@ -104,6 +105,8 @@ const SequenceBinding kFixedSequences[] = {
     {"\033?", action_possible_completions},
     {"\033=", action_possible_completions},
     {"\033*", action_insert_completions},
+    // Shift-Tab: back through the candidates, as in every menu.
+    {"\033[Z", action_menu_complete_backward},
 };
 
 

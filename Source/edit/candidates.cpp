@@ -11,6 +11,10 @@
 #include "console_record.h"
 #include "session.h"
 #include "text.h"
+#include "candlist.h"
+#include "highlight.h"
+#include "variables.h"
+#include "history.h"
 
 struct term_completions {
     int cursor; // byte offset of the cursor in the text given to the completer
@@ -98,6 +102,18 @@ void ask(console *c, qv::Candidates &out) {
     release(offered);
 }
 
+// What the candidates' displays share at their start, in characters.
+int shared_prefix(const qv::Candidates &list) {
+    if (list.count == 0) return 0;
+    int common = list.items[0].shown_len();
+    for (int i = 1; i < list.count; i++) {
+        int k = 0;
+        while (k < common && k < list.items[i].shown_len() && list.items[i].shown()[k] == list.items[0].shown()[k]) k++;
+        common = k;
+    }
+    return common;
+}
+
 } // namespace
 
 bool qv::has_completer() { return completer().fn != nullptr; }
@@ -155,3 +171,77 @@ void qv::with_completer(term_completer other, void *user, void (*fn)(console *c,
     fn(c, key);
     completer() = host;
 }
+
+// The candidates laid out at the width, in the session's looks.
+qv::CandidateGrid qv::candidates_grid(console *c, const Candidates &list, int selected) {
+    std::unique_ptr<qv::ShownItem[]> items(new (std::nothrow) qv::ShownItem[static_cast<size_t>(list.count) + 1]);
+    if (!items) return qv::CandidateGrid{};
+    for (int i = 0; i < list.count; i++)
+        items[i] = qv::ShownItem{list.items[i].shown(), list.items[i].shown_len(), list.items[i].description,
+                                 list.items[i].description_len};
+    uint32_t prefix_look = qv::look(TERM_LOOK_COMPLETION_PREFIX);
+    if (!prefix_look && qv::variable_on(c, "colored-completion-prefix")) prefix_look = TERM_FG(5);
+    return qv::lay_out_candidates(items.get(), list.count, c->screen.cols, prefix_look ? shared_prefix(list) : 0,
+                                  qv::variable_on(c, "print-completions-horizontally"), selected, prefix_look,
+                                  qv::look(TERM_LOOK_COMPLETION_SELECTED), qv::look(TERM_LOOK_COMPLETION_DESCRIPTION));
+}
+
+// The candidates sorted, each once.
+void qv::tidy_candidates(Candidates &list) {
+    qsort(list.items, static_cast<size_t>(list.count), sizeof(Candidate), compare_candidates);
+    int n = 0;
+    for (int i = 0; i < list.count; i++) {
+        if (n > 0 && wcscmp(list.items[n - 1].text, list.items[i].text) == 0) {
+            free(list.items[i].text);
+            free(list.items[i].display);
+            free(list.items[i].description);
+            continue;
+        }
+        list.items[n++] = list.items[i];
+    }
+    list.count = n;
+}
+
+// The candidates the editor can take, sorted, without repeats, and the
+// earliest start among them; NULL when there are none.
+qv::Candidates *qv::takeable_candidates(console *c, int *from) {
+    auto *found = static_cast<Candidates *>(calloc(1, sizeof(Candidates)));
+    if (!found) return nullptr;
+    ask_completer(c, *found);
+    int n = 0;
+    *from = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    for (int i = 0; i < found->count; i++) {
+        if (found->items[i].listed_only) {
+            free(found->items[i].text);
+            free(found->items[i].display);
+            free(found->items[i].description);
+            continue;
+        }
+        if (found->items[i].start < *from) *from = found->items[i].start;
+        found->items[n++] = found->items[i];
+    }
+    found->count = n;
+    qsort(found->items, static_cast<size_t>(n), sizeof(Candidate), compare_candidates);
+    if (n == 0) {
+        drop_candidates(found);
+        return nullptr;
+    }
+    return found;
+}
+
+// The stretch from `from` (its length now `len`) made text, then a space
+// when it ends a word; answers the new length.
+int qv::replace_stretch(console *c, int from, int len, const wchar_t *text, int n, bool space) {
+    c->editor.cursor = c->editor.buffer + from + len;
+    buffer_delete_before(c, static_cast<uint32_t>(len));
+    if (!c->editor.buffer) return 0;
+    if (n > 0) buffer_insert_string(c, text, static_cast<uint32_t>(n));
+    const wchar_t blank = L' ';
+    if (space && n > 0 && text[n - 1] != L' ' && text[n - 1] != L'/') {
+        buffer_insert_string(c, &blank, 1);
+        n++;
+    }
+    history_set_dirty(c);
+    return n;
+}
+

@@ -9,6 +9,8 @@
 #ifdef __cplusplus
 #include <cwchar>
 
+#include "candlist.h"
+
 struct console;
 
 namespace qv {
@@ -44,6 +46,18 @@ void ask_completer(struct console *c, Candidates &out);
 void drop_candidates(Candidates *list);
 /* Orders candidates by their text, for qsort. */
 int compare_candidates(const void *a, const void *b);
+
+/* Sorts the candidates by their text, each once. */
+void tidy_candidates(Candidates &list);
+/* The candidates laid out at the terminal's width in the session's looks,
+   selected (-1: none) marked. */
+CandidateGrid candidates_grid(struct console *c, const Candidates &list, int selected);
+/* Asks the completer and keeps what the line can take, sorted; with the
+   earliest start in *from. NULL when nothing is left. */
+Candidates *takeable_candidates(struct console *c, int *from);
+/* Puts text (n characters) in place of the len characters from `from`, then
+   a space when space is set and it ends a word; answers the new length. */
+int replace_stretch(struct console *c, int from, int len, const wchar_t *text, int n, bool space);
 
 /* The completer of the session, and its copy for a new one. */
 struct CompleterState;

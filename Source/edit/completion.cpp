@@ -19,7 +19,9 @@
 #include "text.h"
 #include "candidates.h"
 #include "candlist.h"
+#include "menu.h"
 #include "highlight.h"
+#include "options.h"
 
 using qv::Candidate;
 using qv::Candidates;
@@ -31,7 +33,6 @@ constexpr int kAskAbove = 100;
 
 void drop(Candidates *list) { qv::drop_candidates(list); }
 void ask(console *c, Candidates &out) { qv::ask_completer(c, out); }
-int compare_text(const void *a, const void *b) { return qv::compare_candidates(a, b); }
 
 // Candidate i as the whole stretch from `from` to the cursor it would make.
 struct Stretch {
@@ -108,13 +109,6 @@ struct qv::CompletionState {
     Candidates *pending;
     bool asking;
     int keep_cursor; // the cursor's offset while the input is left
-    // menu-complete: the candidates it goes through, the one shown (count:
-    // the text as it was typed), where the stretch it replaces starts and
-    // how long it is now, and the text typed.
-    Candidates *menu;
-    int menu_at, menu_from, menu_len;
-    wchar_t *typed;
-    int typed_len;
 };
 
 namespace {
@@ -126,53 +120,11 @@ void forget_list(qv::CompletionState *st) {
     st->pending = nullptr;
 }
 
-// What the candidates' displays share at their start, in characters.
-int shared_prefix(const Candidates &list) {
-    if (list.count == 0) return 0;
-    int common = list.items[0].shown_len();
-    for (int i = 1; i < list.count; i++) {
-        int k = 0;
-        while (k < common && k < list.items[i].shown_len() && list.items[i].shown()[k] == list.items[0].shown()[k]) k++;
-        common = k;
-    }
-    return common;
-}
-
-// The candidates laid out at the width, in the session's looks.
-qv::CandidateGrid grid_of(console *c, const Candidates &list, int selected) {
-    std::unique_ptr<qv::ShownItem[]> items(new (std::nothrow) qv::ShownItem[static_cast<size_t>(list.count) + 1]);
-    if (!items) return qv::CandidateGrid{};
-    for (int i = 0; i < list.count; i++)
-        items[i] = qv::ShownItem{list.items[i].shown(), list.items[i].shown_len(), list.items[i].description,
-                                 list.items[i].description_len};
-    uint32_t prefix_look = qv::look(TERM_LOOK_COMPLETION_PREFIX);
-    if (!prefix_look && qv::variable_on(c, "colored-completion-prefix")) prefix_look = TERM_FG(5);
-    return qv::lay_out_candidates(items.get(), list.count, c->screen.cols, prefix_look ? shared_prefix(list) : 0,
-                                  qv::variable_on(c, "print-completions-horizontally"), selected, prefix_look,
-                                  qv::look(TERM_LOOK_COMPLETION_SELECTED), qv::look(TERM_LOOK_COMPLETION_DESCRIPTION));
-}
-
-// The candidates sorted, each once.
-void tidy(Candidates &list) {
-    qsort(list.items, static_cast<size_t>(list.count), sizeof(Candidate), compare_text);
-    int n = 0;
-    for (int i = 0; i < list.count; i++) {
-        if (n > 0 && wcscmp(list.items[n - 1].text, list.items[i].text) == 0) {
-            free(list.items[i].text);
-            free(list.items[i].display);
-            free(list.items[i].description);
-            continue;
-        }
-        list.items[n++] = list.items[i];
-    }
-    list.count = n;
-}
-
 // The candidates, sorted, in columns down the rows, to be written under the
 // input: a line feed ends each row.
 void show_list(console *c, Candidates &list) {
-    tidy(list);
-    const qv::CandidateGrid g = grid_of(c, list, -1);
+    qv::tidy_candidates(list);
+    const qv::CandidateGrid g = qv::candidates_grid(c, list, -1);
     if (g.text.empty()) return;
     qv::frame_write(c, g.text.data(), static_cast<int>(g.text.size()), g.styles.data());
 }
@@ -204,8 +156,6 @@ qv::CompletionState *qv::completion_new() { return static_cast<CompletionState *
 void qv::completion_free(CompletionState *st) {
     if (!st) return;
     forget_list(st);
-    drop(st->menu);
-    free(st->typed);
     free(st);
 }
 
@@ -229,10 +179,7 @@ void qv::completion_end(console *c) {
     if (CompletionState *st = state_of(c)) {
         st->asking = false;
         forget_list(st);
-        drop(st->menu);
-        st->menu = nullptr;
-        free(st->typed);
-        st->typed = nullptr;
+        qv::menu_end(c, false);
     }
 }
 
@@ -307,6 +254,13 @@ void action_complete(console *c, int) {
             common = k;
         }
         same = same && lead == 0;
+        // Several to choose from, and the host wants a menu: the menu puts
+        // each in place, from the text as typed.
+        if (!same && qv::option(TERM_OPTION_COMPLETION_MENU)) {
+            drop(found);
+            qv::menu_open(c);
+            return;
+        }
         const Stretch first = stretch(c, from, found->items[spelling(c, *found, from, common, any_case)]);
         // What they share goes in when it is longer than what was typed, or
         // as long but spelt otherwise (a completer that matches in any case).
@@ -328,124 +282,12 @@ void action_complete(console *c, int) {
 // ---------------------------------------------------------------------------
 // readline's other completion commands
 
-namespace {
-
-// The candidates the editor can take, sorted, without repeats, and the
-// earliest start among them; NULL when there are none.
-Candidates *takeable(console *c, int *from) {
-    auto *found = static_cast<Candidates *>(calloc(1, sizeof(Candidates)));
-    if (!found) return nullptr;
-    ask(c, *found);
-    int n = 0;
-    *from = static_cast<int>(c->editor.cursor - c->editor.buffer);
-    for (int i = 0; i < found->count; i++) {
-        if (found->items[i].listed_only) {
-            free(found->items[i].text);
-            continue;
-        }
-        if (found->items[i].start < *from) *from = found->items[i].start;
-        found->items[n++] = found->items[i];
-    }
-    found->count = n;
-    qsort(found->items, static_cast<size_t>(n), sizeof(Candidate), compare_text);
-    if (n == 0) {
-        drop(found);
-        return nullptr;
-    }
-    return found;
-}
-
-// The stretch from `from` (its length now `len`) made text, then a space
-// when it ends a word; answers the new length.
-int replace_stretch(console *c, int from, int len, const wchar_t *text, int n, bool space) {
-    c->editor.cursor = c->editor.buffer + from + len;
-    buffer_delete_before(c, static_cast<uint32_t>(len));
-    if (!c->editor.buffer) return 0;
-    if (n > 0) buffer_insert_string(c, text, static_cast<uint32_t>(n));
-    const wchar_t blank = L' ';
-    if (space && n > 0 && text[n - 1] != L' ' && text[n - 1] != L'/') {
-        buffer_insert_string(c, &blank, 1);
-        n++;
-    }
-    history_set_dirty(c);
-    return n;
-}
-
-void menu_step(console *c, int direction) {
-    qv::CompletionState *st = state_of(c);
-    if (!qv::has_completer() || !c->editor.buffer || !st || c->masked) return;
-    const action_fn last = qv::frame_last_action(c);
-    if (!st->menu || (last != action_menu_complete && last != action_menu_complete_backward)) {
-        drop(st->menu);
-        free(st->typed);
-        st->typed = nullptr;
-        int from = 0;
-        st->menu = takeable(c, &from);
-        if (!st->menu) return;
-        const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
-        st->typed_len = cursor - from;
-        st->typed = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (static_cast<size_t>(st->typed_len) + 1)));
-        if (!st->typed) {
-            drop(st->menu);
-            st->menu = nullptr;
-            return;
-        }
-        wmemcpy(st->typed, c->editor.buffer + from, static_cast<size_t>(st->typed_len));
-        st->menu_from = from;
-        st->menu_len = st->typed_len;
-        st->menu_at = direction > 0 ? -1 : st->menu->count;
-        // readline's menu-complete-display-prefix: the first press puts in
-        // what the candidates share, and the round starts from there.
-        if (qv::variable_on(c, "menu-complete-display-prefix")) {
-            const Candidates &m = *st->menu;
-            int common = m.items[0].start == from ? m.items[0].len : 0;
-            for (int i = 1; i < m.count; i++) {
-                int k = 0;
-                while (k < common && k < m.items[i].len && m.items[i].start == from && m.items[i].text[k] == m.items[0].text[k]) k++;
-                common = m.items[i].start == from ? k : 0;
-            }
-            if (common >= st->typed_len) {
-                auto *grown = static_cast<wchar_t *>(realloc(st->typed, sizeof(wchar_t) * (static_cast<size_t>(common) + 1)));
-                if (grown) {
-                    st->typed = grown;
-                    wmemcpy(st->typed, m.items[0].text, static_cast<size_t>(common));
-                    st->typed_len = common;
-                }
-            }
-            st->menu_at = direction > 0 ? m.count - 1 : 0;
-        }
-    }
-    // Past the last candidate, the text as typed; then round again.
-    const int n = st->menu->count + 1;
-    st->menu_at = ((st->menu_at + direction) % n + n) % n;
-    const bool typed = st->menu_at == st->menu->count;
-    const Candidate &cand = st->menu->items[typed ? 0 : st->menu_at];
-    // A candidate's start may lie after the stretch's: the text between stays.
-    const int head = typed ? 0 : cand.start - st->menu_from;
-    std::unique_ptr<wchar_t, decltype(&free)> text(
-        static_cast<wchar_t *>(malloc(sizeof(wchar_t) * (static_cast<size_t>(head + cand.len) + 1))), &free);
-    if (!text) return;
-    if (typed) {
-        wmemcpy(text.get(), st->typed, static_cast<size_t>(st->typed_len));
-    } else {
-        wmemcpy(text.get(), st->typed, static_cast<size_t>(head < st->typed_len ? head : st->typed_len));
-        wmemcpy(text.get() + head, cand.text, static_cast<size_t>(cand.len));
-    }
-    st->menu_len = replace_stretch(c, st->menu_from, st->menu_len, text.get(), typed ? st->typed_len : head + cand.len,
-                                   !typed && st->menu->count == 1 ? true : !typed);
-}
-
-} // namespace
-
-void action_menu_complete(console *c, int) { menu_step(c, 1); }
-
-void action_menu_complete_backward(console *c, int) { menu_step(c, -1); }
 
 // Every candidate in place of the word, each followed by a space.
 void action_insert_completions(console *c, int) {
     if (!qv::has_completer() || !c->editor.buffer || c->masked) return;
     int from = 0;
-    Candidates *all = takeable(c, &from);
+    Candidates *all = qv::takeable_candidates(c, &from);
     if (!all) return;
     size_t size = 0;
     for (int i = 0; i < all->count; i++) size += static_cast<size_t>(all->items[i].len) + 1;
@@ -459,7 +301,7 @@ void action_insert_completions(console *c, int) {
             *out++ = L' ';
         }
         const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
-        replace_stretch(c, from, cursor - from, text.get(), static_cast<int>(out - text.get()), false);
+        qv::replace_stretch(c, from, cursor - from, text.get(), static_cast<int>(out - text.get()), false);
     }
     drop(all);
 }
@@ -468,7 +310,7 @@ void action_insert_completions(console *c, int) {
 void action_possible_completions(console *c, int) {
     if (!qv::has_completer() || !c->editor.buffer || c->masked) return;
     int from = 0;
-    Candidates *all = takeable(c, &from);
+    Candidates *all = qv::takeable_candidates(c, &from);
     if (!all) return;
     leave_rows(c);
     show_list(c, *all);

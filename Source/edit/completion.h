@@ -14,10 +14,6 @@ struct console;
    second Tab in a row lists them. Does nothing without a completer, without
    candidates, and in a masked read. */
 QV_API void action_complete(struct console *c, int key);
-/* readline's menu-complete: each press puts in the next candidate (the
-   previous, backward), then the text as typed, and round again. */
-void action_menu_complete(struct console *c, int key);
-void action_menu_complete_backward(struct console *c, int key);
 /* Every candidate in place of the word; the list, at once. */
 void action_insert_completions(struct console *c, int key);
 void action_possible_completions(struct console *c, int key);

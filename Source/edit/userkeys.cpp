@@ -14,6 +14,7 @@
 
 #include "commands.h"
 #include "completion.h"
+#include "menu.h"
 #include "filecomplete.h"
 #include "listings.h"
 #include "variables.h"

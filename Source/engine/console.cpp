@@ -13,6 +13,8 @@
 #include "editkeys.h"
 #include "engine.h"
 #include "frame.h"
+#include "below.h"
+#include "menu.h"
 #include "hints.h"
 #include "input.h"
 #include "killring.h"
@@ -65,9 +67,11 @@ bool make_state(console *c) {
     st->commands = qv::commands_new();
     st->repeat = qv::repeat_new();
     st->variables = qv::variables_new();
+    st->below = qv::below_new();
+    st->menu = qv::menu_new();
     return st->edit && st->undo && st->ring && st->hint && st->search && st->completion && st->paste &&
            st->editkeys && st->frame && st->engine && st->model && st->view && st->plain && st->file && st->vi &&
-           st->commands && st->repeat && st->variables;
+           st->commands && st->repeat && st->variables && st->below && st->menu;
 }
 
 void free_state(console *c) {
@@ -77,6 +81,8 @@ void free_state(console *c) {
     qv::undo_free(st->undo);
     qv::kill_ring_free(st->ring);
     qv::hint_free(st->hint);
+    qv::below_free(st->below);
+    qv::menu_free(st->menu);
     qv::search_free(st->search);
     qv::completion_free(st->completion);
     qv::paste_free(st->paste);

@@ -10,6 +10,8 @@
 
 #include "commands.h"
 #include "completion.h"
+#include "below.h"
+#include "menu.h"
 #include "console.h"
 #include "editkeys.h"
 #include "frame.h"
@@ -95,6 +97,7 @@ bool in_mode(const console *c) {
 
 // A mode's turn at the key: true when it used it.
 bool take_by_mode(console *c, action_fn action, int key) {
+    if (qv::menu_active(c) && qv::menu_key(c, action, key, action == action_complete)) return true;
     if (qv::quoted_active(c)) {
         qv::quoted_key(c, key);
         return true;
@@ -202,6 +205,7 @@ void dispatch(console *c, action_fn action, int key, bool more, int last) {
 // and the terminal on the row below it.
 void leave_woken(console *c) {
     qv::hint_clear(c);
+    qv::below_clear(c);
     if (c->editor.buffer) buffer_cursor_move_end(c);
     paint_now(c, 0);
     console_newline(c);

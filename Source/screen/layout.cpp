@@ -84,6 +84,30 @@ int put_prompt(const LayoutText &t, termchar *cells, int limit) {
     return col;
 }
 
+// A row of what is shown below the input, from o on: up to its line feed,
+// cut where it does not fit.
+int below_row(const LayoutText &t, int o, termchar *cells, int col, int *last, RowStart *next) {
+    const int base = t.len + t.hint_len + 1;
+    int k = o - base;
+    while (k < t.below_len && t.below[k] != L'\n') {
+        const int e = cluster_end(t.below, k, t.below_len);
+        const int w = unit_cells(0, t.below, k, e);
+        if (col + w > t.cols) break;
+        const int from = col;
+        put_unit(0, t.below, k, e, false, cells, col, t.cols);
+        // Marks are fetched from the rows below, past the text and the hint.
+        if (cells[from].attr & ATTR_CLUSTER)
+            cells[from].attr = ATTR_CLUSTER | static_cast<uint32_t>(base + k);
+        for (int j = from; j < col; j++) cells[j].style = t.below_styles ? t.below_styles[k] : 0;
+        k = e;
+    }
+    while (k < t.below_len && t.below[k] != L'\n') k++;
+    *last = col;
+    if (k + 1 >= t.below_len) return 0;
+    *next = RowStart{base + k + 1, 0, kBelowRow, 0};
+    return 1;
+}
+
 } // namespace
 
 int layout_unit_end(const wchar_t *s, int o, int end) { return unit_end(0, s, o, end); }
@@ -102,7 +126,12 @@ int layout_cell_text(const LayoutText &t, const termchar &cell, wchar_t *out, in
     int len = in_prompt ? 0 : t.len;
     if (in_prompt)
         while (src && src[len]) len++;
-    const int o = static_cast<int>(cell.attr & ATTR_OFFSET_MASK);
+    int o = static_cast<int>(cell.attr & ATTR_OFFSET_MASK);
+    if (!in_prompt && o > t.len + t.hint_len) {
+        o -= t.len + t.hint_len + 1;
+        src = t.below;
+        len = t.below_len;
+    }
     if (!src || o >= len || src[o] != cell.ch) {
         out[0] = cell.ch;
         return 1;
@@ -153,6 +182,7 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
         *next = RowStart{at, brk, kWrapRow, deco};
         return 1;
     };
+    if (s.kind == kBelowRow) return below_row(t, o, cells, 0, last, next);
     if (col >= t.cols && t.cols > 0) return wrap(o);
     for (;;) {
         if (brk < t.nbreaks && t.breaks[brk].offset <= o) {
@@ -168,7 +198,9 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
         if (o >= t.len) {
             if (o >= t.len + t.hint_len) {
                 *last = col;
-                return 0;
+                if (t.below_len <= 0) return 0;
+                *next = RowStart{t.len + t.hint_len + 1, brk, kBelowRow, 0};
+                return 1;
             }
             // The hint goes on where the text ends, in units of its own.
             const int h = o - t.len;

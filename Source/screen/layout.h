@@ -16,6 +16,7 @@ enum RowKind : int {
     kFirstRow = 0, // starts with the prompt
     kWrapRow = 1,  // continues the row above
     kLineRow = 2,  // starts a continuation line with the blank indent
+    kBelowRow = 3, // a row of what is shown below the input (a listing)
 };
 
 // Where a row starts: everything needed to lay out the rows from it on.
@@ -41,6 +42,12 @@ struct LayoutText {
     const uint32_t *prompt_styles; // a style for each prompt character, or NULL
     const uint32_t *text_styles;   // a style for each text character, or NULL
     uint32_t hint_style;
+    // Rows below the input, a line feed ending each; a row too wide is cut.
+    // Their rows start past every offset the cursor can have: at
+    // len + hint_len + 1 + the index of their first character.
+    const wchar_t *below;
+    int below_len;
+    const uint32_t *below_styles;
 };
 
 // Cells of the prompt actually shown: a prompt wider than the terminal is cut

@@ -9,6 +9,7 @@
 
 #include "console_record.h"
 #include "highlight.h"
+#include "below.h"
 #include "hints.h"
 #include "model.h"
 
@@ -21,7 +22,7 @@ struct qv::ViewState {
     // What the last layout drew besides the text, to notice a change.
     wchar_t *prompt;
     int prompt_len, prompt_cap;
-    unsigned hint_version;
+    unsigned hint_version, below_version;
     unsigned long rows_laid_out;
     // The style of each text character, while anything styles the input.
     uint32_t *styles;
@@ -66,6 +67,7 @@ qv::LayoutText qv::layout_text(const console *c, int cols) {
     t.mask = c->masked ? static_cast<wchar_t>(static_cast<unsigned char>(c->maskchar)) : 0;
     t.hint = hint_text(c, &t.hint_len, nullptr);
     t.hint_style = qv::look(TERM_LOOK_HINT);
+    t.below = qv::below_text(c, &t.below_len, &t.below_styles, nullptr);
     t.prompt_styles = c->prompt && c->prompt == c->styled_prompt ? c->prompt_styles : nullptr;
     const qv::ViewState *v = c->state ? c->state->view : nullptr;
     t.text_styles = v && v->styled && v->nstyles == t.len ? v->styles : nullptr;
@@ -102,8 +104,12 @@ void take_changes(console *c) {
     int hint_len = 0;
     unsigned version = 0;
     qv::hint_text(c, &hint_len, &version);
-    if (version != v->hint_version) {
+    int below_len = 0;
+    unsigned below_version = 0;
+    qv::below_text(c, &below_len, nullptr, &below_version);
+    if (version != v->hint_version || below_version != v->below_version) {
         v->hint_version = version;
+        v->below_version = below_version;
         const int end = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
         if (end < v->dirty_from) v->dirty_from = end;
     }
@@ -204,7 +210,9 @@ void layout_input(console *c) {
         qv::RowStart next{};
         const int more = qv::layout_row(t, s, line->chars, &last, &next);
         line->last = last;
-        line->firstcol = s.kind == qv::kWrapRow ? 0 : (s.kind == qv::kFirstRow ? t.prompt_cells : t.indent);
+        line->firstcol = s.kind == qv::kWrapRow || s.kind == qv::kBelowRow ? 0
+                         : s.kind == qv::kFirstRow                         ? t.prompt_cells
+                                                                           : t.indent;
         line->lflags = (s.kind == qv::kWrapRow ? LINE_CONTINUED : 0u) |
                        (more && next.kind == qv::kWrapRow ? LINE_WRAPS : 0u);
         // A cluster's marks are not in its cell: one laid out again may have
@@ -275,4 +283,12 @@ void qv::view_rebuild(console *c, int rows) {
 
 unsigned long qv::view_rows_laid_out(const console *c) {
     return c->state && c->state->view ? c->state->view->rows_laid_out : 0;
+}
+
+int qv::view_input_rows(const console *c) {
+    const ViewState *st = c->state ? c->state->view : nullptr;
+    if (!st) return 1;
+    int n = 0;
+    while (n < st->nrows && st->rows[n].kind != kBelowRow) n++;
+    return n > 0 ? n : 1;
 }

@@ -30,6 +30,8 @@ void view_truncate(struct console *c, int y);
 void view_rebuild(struct console *c, int rows);
 /* Rows laid out since the console began: a key's cost, counted. */
 unsigned long view_rows_laid_out(const struct console *c);
+/* The rows of the input itself, the rows shown below it left out. */
+int view_input_rows(const struct console *c);
 
 } // namespace qv
 #endif
