@@ -493,6 +493,26 @@ TEST(Completion, DescriptionsBesideTheCandidates) {
     }
 }
 
+// readline's page-completions: a listing taller than the terminal waits at
+// --More-- for Space (a page), Return (a row) or anything else (the end).
+TEST(Completion, PagesAtMore) {
+    const std::string file = tempDir() + "/inputrc";
+    std::ofstream(file) << "set page-completions on\nset completion-query-items 0\n";
+    PtyHost h({"completer:many=60", "init", "bindings:" + file, "cb:idle=tick", "line:> ", "destroy"}, xterm(30, 8));
+    h.keys("item\t\t");
+    h.waitScreen("--More--");
+    h.settle();
+    EXPECT_EQ(h.screen().row(7), "--More--");
+    EXPECT_EQ(h.screen().row(6), "item006  item026  item046");
+    h.keys(" ");
+    h.waitScreen("item013  item033  item053");
+    h.keys("\r");
+    h.waitScreen("item014  item034  item054");
+    EXPECT_EQ(h.typed("q\r"), Lines{"item0"}); // the first Tab put in what they share
+    EXPECT_EQ(h.output().find("item055"), std::string::npos);
+    EXPECT_EQ(h.screen().shown().back(), "> item0");
+}
+
 // The completion menu: Tab puts the first candidate in place and lists them
 // all below the input, the chosen one in reverse video; Tab, Shift-Tab and
 // the arrows choose; a late Escape puts the typed text back; Return takes

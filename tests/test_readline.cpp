@@ -65,6 +65,10 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     s.shows("x sel\t", "rl> x select");          // several: the common prefix
     s.shows("\t", "selection");                  // and the list
     s.expect("ion\r", "got[x selection]");
+    // A display hook that shows the matches with readline's own listing.
+    s.expect("!hook\r", "= 0");
+    s.shows("se\t\t", "select     selection  session    seven");
+    s.expect("l\r", "got[sel]");
     // readline's listings: the user's binding, a macro, a variable as set.
     s.expect("!dump\r", "= 0");
     for (const char *line : {"\"\\C-t\": backward-char\r\n", "\"\\C-x\\C-_\": redo\r\n", "\\C-xq outputs quit()\r\n",
@@ -73,7 +77,7 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     s.expect("!vi\r", "= 0"); // the setting gives the editor vi's keys
     s.expect("ab\x1b" "0iX\r", "got[Xab]");
     const auto words = h.records("WORD");
-    ASSERT_EQ(words.size(), 5u); // the second Tab lists what the first found
+    ASSERT_EQ(words.size(), 7u); // the second Tab lists what the first found
     EXPECT_EQ(words[0], "WORD ses 0 3 3 3 ses");
     EXPECT_EQ(words[4], "WORD sel 2 5 5 5 x sel");
     s.expect("\x04", "EOF");

@@ -109,6 +109,10 @@ struct qv::CompletionState {
     Candidates *pending;
     bool asking;
     int keep_cursor; // the cursor's offset while the input is left
+    // readline's page-completions: the listing's rows not yet shown while
+    // "--More--" waits for a key.
+    qv::CandidateGrid *paging;
+    int page_row;
 };
 
 namespace {
@@ -120,13 +124,56 @@ void forget_list(qv::CompletionState *st) {
     st->pending = nullptr;
 }
 
+constexpr wchar_t kMore[] = L"--More--";
+
+// Rows [from, to) of the listing, written under the input.
+void write_rows(console *c, const qv::CandidateGrid &g, int from, int to) {
+    const int a = g.row_starts[static_cast<size_t>(from)];
+    const int b = to < g.rows ? g.row_starts[static_cast<size_t>(to)] : static_cast<int>(g.text.size());
+    if (b > a) qv::frame_write(c, g.text.data() + a, b - a, g.styles.data() + a);
+}
+
 // The candidates, sorted, in columns down the rows, to be written under the
-// input: a line feed ends each row.
-void show_list(console *c, Candidates &list) {
+// input: a line feed ends each row. With readline's page-completions set, a
+// listing taller than the terminal stops a row short of it with --More--;
+// answers whether it did, the rest then waiting for a key.
+bool show_list(console *c, qv::CompletionState *st, Candidates &list) {
     qv::tidy_candidates(list);
-    const qv::CandidateGrid g = qv::candidates_grid(c, list, -1);
-    if (g.text.empty()) return;
-    qv::frame_write(c, g.text.data(), static_cast<int>(g.text.size()), g.styles.data());
+    qv::CandidateGrid g = qv::candidates_grid(c, list, -1);
+    if (g.text.empty()) return false;
+    const int page = c->screen.rows - 1;
+    if (!qv::variable_set_on(c, "page-completions") || page < 1 || g.rows <= page) {
+        write_rows(c, g, 0, g.rows);
+        return false;
+    }
+    st->paging = new (std::nothrow) qv::CandidateGrid(std::move(g));
+    if (!st->paging) return false;
+    write_rows(c, *st->paging, 0, page);
+    st->page_row = page;
+    qv::frame_write(c, kMore, static_cast<int>(wcslen(kMore)));
+    return true;
+}
+
+void stop_paging(qv::CompletionState *st) {
+    delete st->paging;
+    st->paging = nullptr;
+}
+
+// A key at --More--: Space or y a page more, Return a row more, anything
+// else the end of the listing.
+bool page_on(console *c, qv::CompletionState *st, int key) {
+    static const wchar_t kErase[] = L"\r        \r";
+    qv::frame_write(c, kErase, static_cast<int>(wcslen(kErase)));
+    const int rows = key == ' ' || key == 'y' || key == 'Y' ? c->screen.rows - 1 : key == '\r' || key == '\n' ? 1 : 0;
+    const int to = st->page_row + rows < st->paging->rows ? st->page_row + rows : st->paging->rows;
+    write_rows(c, *st->paging, st->page_row, to);
+    st->page_row = to;
+    if (rows == 0 || to >= st->paging->rows) {
+        stop_paging(st);
+        return false;
+    }
+    qv::frame_write(c, kMore, static_cast<int>(wcslen(kMore)));
+    return true;
 }
 
 // The input again on a fresh row, with the cursor where it was.
@@ -156,29 +203,35 @@ qv::CompletionState *qv::completion_new() { return static_cast<CompletionState *
 void qv::completion_free(CompletionState *st) {
     if (!st) return;
     forget_list(st);
+    stop_paging(st);
     free(st);
 }
 
 bool qv::completion_asking(const console *c) {
     const CompletionState *st = state_of(c);
-    return st && st->asking;
+    return st && (st->asking || st->paging);
 }
 
 // The answer to "Display all N possibilities? (y or n)".
 void qv::completion_answer(console *c, int key) {
     CompletionState *st = state_of(c);
+    if (st->paging) {
+        if (!page_on(c, st, key)) redraw_input(c);
+        return;
+    }
     st->asking = false;
     if (!st->pending) return;
     frame_request(c, kNewline);
-    if (key == 'y' || key == 'Y' || key == ' ') show_list(c, *st->pending);
+    const bool more = (key == 'y' || key == 'Y' || key == ' ') && show_list(c, st, *st->pending);
     forget_list(st);
-    redraw_input(c);
+    if (!more) redraw_input(c);
 }
 
 void qv::completion_end(console *c) {
     if (CompletionState *st = state_of(c)) {
         st->asking = false;
         forget_list(st);
+        stop_paging(st);
         qv::menu_end(c, false);
     }
 }
@@ -198,9 +251,9 @@ void list_pending(console *c, qv::CompletionState *st) {
         st->asking = true;
         return;
     }
-    show_list(c, *st->pending);
+    const bool more = show_list(c, st, *st->pending);
     forget_list(st);
-    redraw_input(c);
+    if (!more) redraw_input(c);
 }
 
 } // namespace
@@ -313,9 +366,10 @@ void action_possible_completions(console *c, int) {
     Candidates *all = qv::takeable_candidates(c, &from);
     if (!all) return;
     leave_rows(c);
-    show_list(c, *all);
+    qv::CompletionState *st = state_of(c);
+    const bool more = show_list(c, st, *all);
     drop(all);
-    redraw_input(c);
+    if (!more) redraw_input(c);
 }
 
 // Text for the user below the input (a listing of bindings, say), the

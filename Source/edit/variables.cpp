@@ -178,6 +178,12 @@ bool qv::variable_on(const console *c, const char *name) {
     return value && strcmp(value, "on") == 0;
 }
 
+bool qv::variable_set_on(const console *c, const char *name) {
+    const int i = index_of(name);
+    const VariableState *v = state_of(c);
+    return i >= 0 && v && v->set[i] && strcmp(v->value[i], "on") == 0;
+}
+
 int qv::variable_number(const console *c, const char *name, int fallback) {
     const char *value = variable_value(c, name);
     if (!value || !*value) return fallback;

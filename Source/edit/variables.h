@@ -25,6 +25,10 @@ const char *variable_value(const struct console *c, const char *name);
 const char *const *variable_names();
 /* Whether a variable that is on or off is on. */
 bool variable_on(const struct console *c, const char *name);
+/* On, and set so (by a bindings file or a call), not on by readline's
+   default alone: for what readline does by default that a host of this
+   library has never seen, and gets only when asked (page-completions). */
+bool variable_set_on(const struct console *c, const char *name);
 /* A number variable's value, or fallback. */
 int variable_number(const struct console *c, const char *name, int fallback);
 /* The bindings file read last, for re-read-init-file; NULL before any. */

@@ -262,6 +262,8 @@ bool qv::rl_start_editor() {
     // its way with edited history entries.
     term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
     term_setOption(TERM_OPTION_KEEP_HISTORY_EDITS, 1);
+    // readline pages a long listing unless the init file says otherwise.
+    term_setVariable("page-completions", "on");
     term_setCompleter(qv::rl_complete_line, nullptr);
     term_callbacks callbacks{};
     callbacks.onIdle = idle_hook;

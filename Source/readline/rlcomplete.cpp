@@ -8,6 +8,7 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 
 #include "filenames.h"
@@ -191,6 +192,14 @@ void qv::rl_complete_line(const char *text, int cursor, term_completions *out, v
         return;
     }
     qv::rl_publish_line(text, cursor);
+    // The program's own threshold for the question, once it changes it.
+    static int query_items = 100;
+    if (rl_completion_query_items != query_items) {
+        query_items = rl_completion_query_items;
+        char value[16];
+        snprintf(value, sizeof value, "%d", query_items);
+        term_setVariable("completion-query-items", value);
+    }
     const int start = word_start(text, cursor);
     CharPtr word(strndup(text + start, static_cast<size_t>(cursor - start)), &free);
     // readline's expand-tilde: the word is completed, and put back, expanded.
@@ -336,4 +345,30 @@ char *rl_filename_completion_function(const char *text, int state) {
 
 int _rl_qsort_string_compare(char **a, char **b) {
     return strcoll(*a, *b);
+}
+
+// readline's own listing, for a display hook that wants it: the matches
+// (1 to len; max the widest) in columns down the rows, as wide as the
+// terminal.
+void rl_display_match_list(char **matches, int len, int max) {
+    FILE *out = rl_outstream ? rl_outstream : stdout;
+    if (!matches || len < 1) return;
+    struct winsize ws {};
+    const int cols = ioctl(fileno(out), TIOCGWINSZ, &ws) == 0 && ws.ws_col > 0 ? ws.ws_col : 80;
+    const int width = (max > 0 ? max : 1) + 2;
+    const int per_row = cols / width > 0 ? cols / width : 1;
+    const int rows = (len + per_row - 1) / per_row;
+    for (int r = 0; r < rows; r++) {
+        for (int k = 0; k < per_row; k++) {
+            const int i = 1 + k * rows + r;
+            if (i > len || !matches[i]) break;
+            const bool last = k + 1 == per_row || 1 + (k + 1) * rows + r > len;
+            if (last)
+                fputs(matches[i], out);
+            else
+                fprintf(out, "%-*s", width, matches[i]);
+        }
+        fputc('\n', out);
+    }
+    fflush(out);
 }

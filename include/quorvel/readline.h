@@ -231,6 +231,9 @@ QV_RL_API extern int rl_completion_quote_character;
    extends the word to their common part, a second Tab in the same place
    calls the hook with the matches array (the common part first). */
 QV_RL_API extern rl_compdisp_func_t *rl_completion_display_matches_hook;
+/* For such a hook: prints matches[1..len] (max: the widest) in columns down
+   the rows, as wide as the terminal, on rl_outstream. */
+QV_RL_API void rl_display_match_list(char **matches, int len, int max);
 QV_RL_API extern int rl_filename_completion_desired;
 QV_RL_API extern int rl_filename_quoting_desired;
 QV_RL_API extern int rl_ignore_completion_duplicates;

@@ -80,6 +80,14 @@ static int pre_input(void) {
     return 0;
 }
 
+/* A display hook as programs write them: readline's own listing, then the
+   prompt and line again. */
+static void show_matches(char **matches, int len, int max) {
+    fputc('\n', rl_outstream ? rl_outstream : stdout);
+    rl_display_match_list(matches, len, max);
+    rl_forced_update_display();
+}
+
 static int command(const char *line) {
     char file[256];
     if (sscanf(line, "!preset %63s", preset) == 1 || sscanf(line, "!stuff %63s", stuffed) == 1) return 0;
@@ -89,6 +97,10 @@ static int command(const char *line) {
         return history_is_stifled();
     }
     if (strcmp(line, "!unstifle") == 0) return unstifle_history();
+    if (strcmp(line, "!hook") == 0) {
+        rl_completion_display_matches_hook = show_matches;
+        return 0;
+    }
     if (strcmp(line, "!dump") == 0) {
         rl_macro_bind("\\C-xq", "quit()", rl_get_keymap());
         rl_function_dumper(1);
