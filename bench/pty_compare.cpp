@@ -51,6 +51,9 @@ struct Workload {
     // byte of its echo.
     int rate = 0;
     int rounds = 3;
+    // A typed key's latency runs to the end of what it drew (a listing),
+    // not to its first byte.
+    bool to_end = false;
 };
 
 struct Result {
@@ -96,7 +99,13 @@ Result run(const char *program, const char *arg, const Workload &w) {
     const pid_t pid = forkpty(&master, nullptr, nullptr, &ws);
     if (pid == 0) {
         setenv("TERM", "xterm-256color", 1);
-        setenv("INPUTRC", "/dev/null", 1);
+        // A listing goes out whole, unpaged, in every program.
+        const std::string inputrc = std::string(dir) + "/inputrc";
+        if (FILE *f = fopen(inputrc.c_str(), "w")) {
+            fputs("set page-completions off\n", f);
+            fclose(f);
+        }
+        setenv("INPUTRC", inputrc.c_str(), 1);
         setenv("EDITRC", "/dev/null", 1);
         setenv("QV_BENCH_HISTORY", dir, 1);
         const int null = open("/dev/null", O_WRONLY);
@@ -136,7 +145,7 @@ Result run(const char *program, const char *arg, const Workload &w) {
         if (write(master, key.data(), key.size()) < 0) break;
         Clock::time_point last = Clock::now();
         while (out == before && Clock::now() - t0 < std::chrono::milliseconds(500)) last = drain(master, out, 5);
-        if (rate && out != before) last = std::max(last, drain(master, out, 30));
+        if ((rate || w.to_end) && out != before) last = std::max(last, drain(master, out, w.to_end ? 100 : 30));
         latencies.push_back(std::chrono::duration<double, std::micro>(last - t0).count());
         if (w.settled) drain(master, out, 20);
     }
@@ -208,6 +217,12 @@ std::vector<Workload> workloads() {
     Workload serial_history{"serial-history", "", "", {}, 30};
     for (int i = 0; i < 30; i++) serial_history.burst += "entry " + std::to_string(i) + "\r";
     for (int i = 0; i < 30; i++) serial_history.typed.push_back("\x1b[A");
+    // Tab over 10,000 candidates: the first Tab, the second that asks, the
+    // yes that lists them all (its latency runs to the listing's end).
+    Workload complete{"complete-10000", "item0", "", {"\t", "\t", "y", "\x15"}, 1};
+    complete.settled = true;
+    complete.to_end = true;
+    all.push_back(complete);
     for (Workload *w : {&serial_typed, &serial_middle, &serial_history}) {
         w->typed.push_back("\r");
         w->rate = 960;

@@ -7,6 +7,18 @@
 #include <string.h>
 
 static int done;
+
+/* 10,000 candidates for Tab: item00000 to item09999. */
+static void complete(const char *text, int cursor, term_completions *out, void *user) {
+    int start = cursor, i;
+    char item[16];
+    (void)user;
+    while (start > 0 && text[start - 1] != ' ') start--;
+    for (i = 0; i < 10000; i++) {
+        snprintf(item, sizeof item, "item%05d", i);
+        if (strncmp(item, text + start, (size_t)(cursor - start)) == 0) term_addCompletion(out, start, item);
+    }
+}
 static void on_end(void) { done = 1; }
 
 int main(int argc, char **argv) {
@@ -19,6 +31,7 @@ int main(int argc, char **argv) {
         if (strncmp(argv[i], "--lean", 6) == 0) term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
         if (strstr(argv[i], "no-paste")) term_setOption(TERM_OPTION_BRACKETED_PASTE, 0);
     }
+    term_setCompleter(complete, NULL);
     cb.onEndOfInput = on_end;
     term_setCallbacks(&cb);
     while (!done) {

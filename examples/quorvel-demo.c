@@ -7,10 +7,10 @@
  * History lives in $XDG_STATE_HOME/quorvel/term.history (or
  * ~/.local/state/quorvel/term.history). Commands: :password, :raw, :size,
  * :ticker (a thread prints a line every second, above the input, until
- * :ticker again), :help. Tab completes the commands and the words of earlier lines. Ctrl-D
- * on an empty line leaves. The prompt is coloured; numbers, strings and the
- * demo's own commands are highlighted, and a bracket's partner shows while
- * the cursor is on it.
+ * :ticker again), :help. Tab opens a menu of the commands, with what each
+ * does, and of the words of earlier lines. Ctrl-D on an empty line leaves.
+ * The prompt is coloured; numbers, strings and the demo's own commands are
+ * highlighted, and a bracket's partner shows while the cursor is on it.
  */
 #include <quorvel.h>
 
@@ -109,9 +109,18 @@ static void remember_words(const char *line) {
     }
 }
 
-static const char *const commands[] = {":emacs", ":help", ":password", ":raw", ":size", ":ticker", ":vi"};
+static const char *const commands[][2] = {
+    {":emacs", "emacs keys"},
+    {":help", "the keys at a glance"},
+    {":password", "read a line masked with *"},
+    {":raw", "read a line, keys as typed"},
+    {":size", "the terminal's size"},
+    {":ticker", "print from a thread while you type"},
+    {":vi", "vi keys"},
+};
 
-/* Completes the word before the cursor: a command, or a word seen before. */
+/* Completes the word before the cursor: a command, with what it does, or a
+   word seen before. */
 static void complete(const char *text, int cursor, term_completions *out, void *user) {
     int start = cursor;
     size_t i, n;
@@ -119,7 +128,8 @@ static void complete(const char *text, int cursor, term_completions *out, void *
     while (start > 0 && text[start - 1] != ' ' && text[start - 1] != '\n') start--;
     n = (size_t)(cursor - start);
     for (i = 0; i < sizeof commands / sizeof commands[0]; i++)
-        if (start == 0 && strncmp(commands[i], text, n) == 0) term_addCompletion(out, start, commands[i]);
+        if (start == 0 && strncmp(commands[i][0], text, n) == 0)
+            term_addCompletionEx(out, start, commands[i][0], NULL, commands[i][1]);
     for (i = 0; i < nseen; i++)
         if (strncmp(seen[i], text + start, n) == 0) term_addCompletion(out, start, seen[i]);
 }
@@ -256,8 +266,8 @@ static void highlight(const char *text, int len, term_highlight *out, void *unus
     if (text[0] == ':') {
         size_t k;
         for (k = 0; k < sizeof commands / sizeof commands[0]; k++) {
-            const int n = (int)strlen(commands[k]);
-            if (strncmp(text, commands[k], (size_t)n) == 0 && (text[n] == 0 || text[n] == ' ')) {
+            const int n = (int)strlen(commands[k][0]);
+            if (strncmp(text, commands[k][0], (size_t)n) == 0 && (text[n] == 0 || text[n] == ' ')) {
                 term_addHighlight(out, 0, n, TERM_FG(6) | TERM_BOLD);
                 i = n;
             }
@@ -302,6 +312,7 @@ int main(void) {
     term_setCompleter(complete, NULL);
     term_setOption(TERM_OPTION_HINTS, 1);
     term_setOption(TERM_OPTION_BRACE_MATCH, 1);
+    term_setOption(TERM_OPTION_COMPLETION_MENU, 1);
     /* Fewer bytes per key: a demo run over a serial line stays quick. */
     term_setOption(TERM_OPTION_LEAN_OUTPUT, 1);
     term_setHighlighter(highlight, NULL);

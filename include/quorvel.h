@@ -348,8 +348,8 @@ QV_API int term_highlightFrom(term_highlight *out);
    first candidate goes in place and the candidates are listed below the
    input, the chosen one marked (TERM_LOOK_COMPLETION_SELECTED). Tab and
    Shift-Tab choose the next and the previous, the arrow keys move through
-   the columns and rows, and a listing taller than the terminal leaves room
-   for scrolls with the choice. Return takes the chosen candidate and ends
+   the columns and rows; a listing taller than the room below the input
+   scrolls with the choice. Return takes the chosen candidate and ends
    the menu (a second Return enters the line); typing or any other key goes
    on from it; Ctrl-G, or Escape once the next key is late, puts back the
    text as it was before the first Tab. The listing is erased when the menu

@@ -460,14 +460,16 @@ TEST(Completion, ManyAndBadCandidates) {
         EXPECT_EQ(q.output().find("item149") != std::string::npos, lists) << visible(answer);
     }
 
-    // readline's variables: the list at the first Tab, and the question from
-    // 20 candidates on.
+    // readline's variables: the list at the first Tab, the question from 20
+    // candidates on, the columns across the rows.
     const std::string file = tempDir() + "/inputrc";
-    std::ofstream(file) << "set show-all-if-ambiguous on\nset completion-query-items 20\n";
+    std::ofstream(file) << "set show-all-if-ambiguous on\nset completion-query-items 20\n"
+                           "set print-completions-horizontally on\n";
     PtyHost v({"completer:many=20", "init", "bindings:" + file, "line:> ", "destroy"}, xterm(30, 12));
     EXPECT_EQ(v.typed("item0\ty\r"), Lines{"item0"});
     EXPECT_NE(v.output().find("Display all 20 possibilities? (y or n)"), std::string::npos);
     EXPECT_NE(v.output().find("item019"), std::string::npos);
+    EXPECT_NE(v.output().find("item000  item001  item002"), std::string::npos);
 }
 
 // Candidates with descriptions: one a row, the descriptions aligned after
@@ -530,7 +532,13 @@ TEST(Completion, TheMenuChoosesAndLeavesNoTrace) {
     };
     EXPECT_EQ(chosen("pr\t", "print "), "reverse");
     EXPECT_EQ(h.screen().row(1), "print    printf   private  prompt");
+    const size_t before = h.output().size();
     EXPECT_EQ(chosen("\t", "printf "), "reverse");
+    // A step writes the cells of the two candidates that change, no more.
+    const std::string step = h.output().substr(before);
+    EXPECT_NE(step.find("\x1b[7mprintf "), std::string::npos) << visible(step);
+    EXPECT_EQ(step.find("private"), std::string::npos) << visible(step);
+    EXPECT_EQ(step.find("prompt"), std::string::npos) << visible(step);
     EXPECT_EQ(chosen("\x1b[Z", "print "), "reverse");
     EXPECT_EQ(chosen(kRight + kRight, "private "), "reverse");
     EXPECT_EQ(chosen(kLeft, "printf "), "reverse");

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
+#include <unordered_set>
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -244,13 +246,13 @@ char **rl_completion_matches(const char *text, rl_compentry_func_t *generator) {
     // Slot 0 is the common prefix, the last a NULL.
     auto *m = static_cast<char **>(malloc(sizeof(char *) * (cap + 2)));
     if (!m) return nullptr;
+    // Each match once, found in a set: a generator of thousands would
+    // otherwise cost their square.
+    std::unordered_set<std::string_view> seen;
     for (int state = 0;; state++) {
         char *match = generator(text, state);
         if (!match) break;
-        bool seen = false;
-        for (size_t i = 1; rl_ignore_completion_duplicates && i <= n && !seen; i++)
-            seen = !strcmp(m[i], match);
-        if (seen) {
+        if (rl_ignore_completion_duplicates && !seen.insert(std::string_view(match)).second) {
             free(match);
             continue;
         }

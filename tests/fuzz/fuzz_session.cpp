@@ -100,7 +100,12 @@ void complete(const char *text, int cursor, term_completions *outc, void *) {
             term_addCompletion(outc, cursor, item);
         }
         break;
-    case 3: term_addCompletion(outc, cursor, "\xff\xfe bad \xc3"); break;
+    case 3:
+        term_addCompletion(outc, cursor, "\xff\xfe bad \xc3");
+        // Described, in wide text and wider than any window.
+        term_addCompletionEx(outc, cursor, "wide", "\xe4\xb8\xad\xe6\x96\x87 wide", std::string(80, 'd').c_str());
+        term_addCompletionEx(outc, cursor, "mark", "mark\xcc\x81", "\xe4\xb8\xad");
+        break;
     case 4:
         // Starts that are out of range or inside a character.
         term_addCompletion(outc, cursor + 3, "x");
@@ -314,6 +319,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     long_prompt = size > 0 && (data[size - 1] & 0x80) != 0; // half the inputs, from the start
     term_setHighlighter(nullptr, nullptr);
     completer_kind = 0;
+    term_setOption(TERM_OPTION_COMPLETION_MENU, 0);
     if (!start()) {
         term_destroy();
         return 0;
@@ -359,7 +365,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 // decoder may stand inside it.
                 if (arg & 32) term_bindKey(arg & 64 ? "vi-insert" : nullptr, "\\e[2", "beginning-of-line");
             }
-            if (arg % 3 == 1) completer_kind = arg % 7;
+            if (arg % 3 == 1) {
+                completer_kind = arg % 7;
+                // Tab opens a menu listed below the input, half the time.
+                term_setOption(TERM_OPTION_COMPLETION_MENU, (arg >> 3) & 1);
+            }
             if (arg % 3 == 2) term_setHighlighter(arg & 4 ? (arg & 16 ? highlight_from : highlight) : nullptr, nullptr);
             i++;
             break;
