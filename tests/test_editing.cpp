@@ -133,6 +133,7 @@ TEST(Keys, TheDemoTakesAUsersInputrc) {
                                          "set visible-stats on\n"
                                          "set mark-symlinked-directories on\n"
                                          "set colored-completion-prefix on\n"
+                                         "set completion-prefix-display-length 8\n"
                                          "set menu-complete-display-prefix on\n"
                                          "set bell-style none\n"
                                          "\"\\e[A\": history-search-backward\n"
@@ -470,6 +471,12 @@ TEST(Completion, ManyAndBadCandidates) {
     EXPECT_NE(v.output().find("Display all 20 possibilities? (y or n)"), std::string::npos);
     EXPECT_NE(v.output().find("item019"), std::string::npos);
     EXPECT_NE(v.output().find("item000  item001  item002"), std::string::npos);
+    // A shared prefix longer than completion-prefix-display-length is "...".
+    const std::string elide = tempDir() + "/inputrc";
+    std::ofstream(elide) << "set show-all-if-ambiguous on\nset completion-prefix-display-length 3\n";
+    PtyHost e({"completer:many=12", "init", "bindings:" + elide, "line:> ", "destroy"}, xterm(30, 12));
+    EXPECT_EQ(e.typed("item0\t\r"), Lines{"item0"});
+    EXPECT_NE(e.output().find("...00  ...03  ...06  ...09"), std::string::npos) << visible(e.output());
 }
 
 // Candidates with descriptions: one a row, the descriptions aligned after

@@ -176,12 +176,17 @@ void qv::with_completer(term_completer other, void *user, void (*fn)(console *c,
 qv::CandidateGrid qv::candidates_grid(console *c, const Candidates &list, int selected) {
     std::unique_ptr<qv::ShownItem[]> items(new (std::nothrow) qv::ShownItem[static_cast<size_t>(list.count) + 1]);
     if (!items) return qv::CandidateGrid{};
+    // readline's completion-prefix-display-length: a shared prefix longer
+    // than that is shown as "...".
+    const int shared = shared_prefix(list);
+    const int keep = qv::variable_number(c, "completion-prefix-display-length", 0);
+    const int cut = keep > 0 && shared > keep ? shared : 0;
     for (int i = 0; i < list.count; i++)
-        items[i] = qv::ShownItem{list.items[i].shown(), list.items[i].shown_len(), list.items[i].description,
-                                 list.items[i].description_len};
+        items[i] = qv::ShownItem{list.items[i].shown() + cut, list.items[i].shown_len() - cut, list.items[i].description,
+                                 list.items[i].description_len, cut > 0};
     uint32_t prefix_look = qv::look(TERM_LOOK_COMPLETION_PREFIX);
     if (!prefix_look && qv::variable_on(c, "colored-completion-prefix")) prefix_look = TERM_FG(5);
-    return qv::lay_out_candidates(items.get(), list.count, c->screen.cols, prefix_look ? shared_prefix(list) : 0,
+    return qv::lay_out_candidates(items.get(), list.count, c->screen.cols, prefix_look && !cut ? shared : 0,
                                   qv::variable_on(c, "print-completions-horizontally"), selected, prefix_look,
                                   qv::look(TERM_LOOK_COMPLETION_SELECTED), qv::look(TERM_LOOK_COMPLETION_DESCRIPTION));
 }

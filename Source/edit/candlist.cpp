@@ -69,7 +69,7 @@ qv::CandidateGrid qv::lay_out_candidates(const ShownItem *items, int n, int cols
     int widest = 1;
     bool described = false;
     for (int i = 0; i < n; i++) {
-        const int w = cells_of(items[i].display, items[i].display_len);
+        const int w = cells_of(items[i].display, items[i].display_len) + (items[i].elided ? 3 : 0);
         if (w > widest) widest = w;
         described = described || items[i].description_len > 0;
     }
@@ -77,7 +77,9 @@ qv::CandidateGrid qv::lay_out_candidates(const ShownItem *items, int n, int cols
     const int room = cols > 1 ? cols - 1 : 1;
     auto item = [&](Row &row, int i, int width) {
         const uint32_t look = i == selected ? selected_look : 0;
-        row.text(items[i].display, items[i].display_len, row.cells + width, look, prefix, prefix_look);
+        const int limit = row.cells + width;
+        if (items[i].elided) row.text(L"...", 3, limit, look, 3, prefix_look);
+        row.text(items[i].display, items[i].display_len, limit, look, items[i].elided ? 0 : prefix, prefix_look);
     };
     if (described) {
         // One a row: the displays padded to one width, then " -- " and the

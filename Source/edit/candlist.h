@@ -17,6 +17,7 @@ struct ShownItem {
     int display_len;
     const wchar_t *description; // NULL or empty: none
     int description_len;
+    bool elided; // the display follows a shared prefix shown as "..."
 };
 
 struct CandidateGrid {
@@ -39,8 +40,8 @@ struct CandidateGrid {
    or across (readline's print-completions-horizontally), or, when any item
    has a description, one a row with the descriptions aligned after them.
    What does not fit is cut with an ellipsis. The first prefix characters of
-   each display take the prefix look; item selected (-1: none) the
-   selection look. */
+   each display take the prefix look (an elided prefix's "..." takes it
+   instead); item selected (-1: none) the selection look. */
 CandidateGrid lay_out_candidates(const ShownItem *items, int n, int cols, int prefix, bool across, int selected,
                                  uint32_t prefix_look, uint32_t selected_look, uint32_t description_look);
 

@@ -400,7 +400,7 @@ const char *directive(BindingsFile &st, const char *p) {
 }
 
 const char *setting(BindingsFile &st, const char *p) {
-    char name[32], value[32];
+    char name[64], value[64]; // the longest name readline has is 32 characters
     word(skip_space(word(skip_space(p), name, sizeof name)), value, sizeof value);
     if (strcasecmp(name, "editing-mode") == 0) {
         // The mode's own map takes the bindings that follow, as in readline.
