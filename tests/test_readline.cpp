@@ -54,7 +54,12 @@ class ReadlineHost : public ::testing::TestWithParam<const char *> {};
 TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     HostOptions o = programOptions({GetParam()});
     std::ofstream(o.cwd + "/notes.txt") << "x";
-    std::ofstream(o.cwd + "/.inputrc") << "$if mode=emacs\n\"\\C-t\": backward-char\n$endif\nset bell-style none\n";
+    std::ofstream(o.cwd + "/.inputrc")
+        << "$if mode=emacs\n\"\\C-t\": backward-char\n$endif\nset bell-style none\nset visible-stats on\n";
+    mkdir((o.cwd + "/sub").c_str(), 0700);
+    std::ofstream(o.cwd + "/sub/a1") << "x";
+    std::ofstream(o.cwd + "/sub/a2") << "x";
+    chmod((o.cwd + "/sub/a2").c_str(), 0700);
     PtyHost h({}, o);
     Session s{h};
     s.expect("ab\x14X\r", "got[aXb]");             // the user's own key, from ~/.inputrc
@@ -62,6 +67,8 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     s.expect("sev\t\r", "got[seven(]");          // one the program changed
     s.expect("zz\t\r", "got[zz]");               // none
     s.expect("./no\t\r", "got[./notes.txt ]");   // the file-name fallback
+    s.shows("./sub/a\t\t", "a1   a2*");            // listed by their last part, with visible-stats
+    s.expect("\x15\r", "got[]");
     s.shows("x sel\t", "rl> x select");          // several: the common prefix
     s.shows("\t", "selection");                  // and the list
     s.expect("ion\r", "got[x selection]");
@@ -77,9 +84,9 @@ TEST_P(ReadlineHost, CompletesThroughTheProgramsFunctionsAndFreesTheMatches) {
     s.expect("!vi\r", "= 0"); // the setting gives the editor vi's keys
     s.expect("ab\x1b" "0iX\r", "got[Xab]");
     const auto words = h.records("WORD");
-    ASSERT_EQ(words.size(), 7u); // the second Tab lists what the first found
+    ASSERT_EQ(words.size(), 8u); // the second Tab lists what the first found
     EXPECT_EQ(words[0], "WORD ses 0 3 3 3 ses");
-    EXPECT_EQ(words[4], "WORD sel 2 5 5 5 x sel");
+    EXPECT_EQ(words[5], "WORD sel 2 5 5 5 x sel");
     s.expect("\x04", "EOF");
     // Under AddressSanitizer a match left unfreed, or freed twice, fails here.
     EXPECT_EQ(h.finish(), 0) << visible(h.output());

@@ -328,8 +328,10 @@ void action_complete(console *c, int) {
         return;
     }
     st->pending = found; // a second Tab lists them
-    // readline's show-all-if-ambiguous: at once, when the line did not grow.
-    if (!grew && qv::variable_on(c, "show-all-if-ambiguous")) list_pending(c, st);
+    // readline's show-all-if-ambiguous: at once; show-all-if-unmodified:
+    // at once when the line did not grow.
+    if (qv::variable_on(c, "show-all-if-ambiguous") || (!grew && qv::variable_on(c, "show-all-if-unmodified")))
+        list_pending(c, st);
 }
 
 // ---------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <unordered_set>
 
@@ -186,6 +187,30 @@ void add_single(term_completions *out, int start, const char *m, bool at_end) {
     term_addCompletion(out, start, full.get());
 }
 
+// One of several matches. A file name is listed as readline lists it: its
+// last part, and with visible-stats a mark for what it is.
+void add_listed(term_completions *out, int start, const char *m) {
+    if (!rl_filename_completion_desired) {
+        term_addCompletion(out, start, m);
+        return;
+    }
+    const size_t n = strlen(m);
+    const char *slash = n > 1 ? static_cast<const char *>(memrchr(m, '/', n - 1)) : nullptr;
+    std::string shown = slash ? slash + 1 : m;
+    if (variable_on("visible-stats")) {
+        CharPtr path(tilde_expand(m), &free);
+        struct stat st {};
+        if (path && lstat(path.get(), &st) == 0 && !(shown.size() && shown.back() == '/')) {
+            if (S_ISDIR(st.st_mode)) shown += '/';
+            else if (S_ISLNK(st.st_mode)) shown += '@';
+            else if (S_ISFIFO(st.st_mode)) shown += '|';
+            else if (S_ISSOCK(st.st_mode)) shown += '=';
+            else if (S_ISREG(st.st_mode) && (st.st_mode & 0111)) shown += '*';
+        }
+    }
+    term_addCompletionEx(out, start, m, shown.c_str(), nullptr);
+}
+
 } // namespace
 
 void qv::rl_complete_line(const char *text, int cursor, term_completions *out, void *) {
@@ -235,7 +260,7 @@ void qv::rl_complete_line(const char *text, int cursor, term_completions *out, v
             show_through_hook(matches);
     } else if (matches[0]) {
         for (char **m = matches + 1; *m; m++)
-            term_addCompletion(out, start, *m);
+            add_listed(out, start, *m);
     }
     free_matches(matches);
 }
