@@ -93,6 +93,24 @@ void ask(console *c, qv::Candidates &out) {
         if (!wide) wide = qv::visible_of(item.replacement, &n);
         if (!wide) continue; // no memory
         qv::Candidate cand{chars_before(text.get(), item.start), wide, n, listed_only, nullptr, 0, nullptr, 0};
+        // A start inside a cluster (after a blank a mark is drawn on) moves
+        // to the cluster's start and takes its head along: the line comes
+        // out the same, and no key will ever stand between the two.
+        if (const int at = cand.start; at > 0 && at < len && c->editor.buffer && !listed_only) {
+            const int head = qv::cluster_start(c->editor.buffer, at + 1);
+            if (head < at) {
+                auto *grown = static_cast<wchar_t *>(malloc(sizeof(wchar_t) * static_cast<size_t>(at - head + n + 1)));
+                if (grown) {
+                    wmemcpy(grown, c->editor.buffer + head, static_cast<size_t>(at - head));
+                    wmemcpy(grown + (at - head), wide, static_cast<size_t>(n));
+                    grown[at - head + n] = 0;
+                    free(wide);
+                    cand.text = grown;
+                    cand.len = at - head + n;
+                    cand.start = head;
+                }
+            }
+        }
         // What is only shown is shown as it looks, bad bytes and all.
         if (item.display) cand.display = qv::visible_of(item.display, &cand.display_len);
         if (item.description && item.description[0])
