@@ -41,7 +41,8 @@ TEST(Colour, PromptsTakeNoCells) {
 }
 
 // The highlighter styles whole characters, once for a burst of keys; brace
-// matching shows the partner only while the cursor is on or after a bracket.
+// matching shows the partner only while the cursor is on or after a bracket,
+// and never in the finished input.
 TEST(Colour, HighlighterAndBraces) {
     PtyHost h({"init", "highlight:digits", "option:7=1", "cb:idle=tick", "utf8:> ", "destroy"}, xterm());
     h.keys("(x1)");
@@ -64,7 +65,10 @@ TEST(Colour, HighlighterAndBraces) {
     h.settle();
     EXPECT_LT(h.records("HIGHLIGHT").size() - calls, 10u);
     EXPECT_EQ(h.screen().looks[1][0], "fg3+bold");
-    EXPECT_EQ(h.typed("\r"), Lines{"(x" + std::string(20, '7') + "1)"});
+    // Return just after the ')': the finished row keeps no mark that only
+    // the cursor's place justified.
+    EXPECT_EQ(h.typed("\x05\r"), Lines{"(x" + std::string(20, '7') + "1)"});
+    EXPECT_EQ(h.screen().looks[0][2], "");
 }
 
 // The hint, the completion listing and the matched bracket take the looks

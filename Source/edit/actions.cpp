@@ -16,6 +16,7 @@
 #include "ttymode.h"
 #include "undo.h"
 #include "below.h"
+#include "view.h"
 
 namespace {
 
@@ -45,6 +46,7 @@ void check_cursor(console *c) {
 void leave_input(console *c) {
     qv::hint_clear(c);
     qv::below_clear(c);
+    qv::view_finish(c);
     buffer_cursor_move_end(c);
     qv::frame_request(c, qv::kPaintNow);
     qv::frame_request(c, qv::kNewline);

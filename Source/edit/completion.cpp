@@ -22,6 +22,7 @@
 #include "menu.h"
 #include "highlight.h"
 #include "options.h"
+#include "view.h"
 
 using qv::Candidate;
 using qv::Candidates;
@@ -190,6 +191,7 @@ void restore_cursor(console *c) {
 // Leaves the input on screen as it is and goes to the row below it.
 void leave_rows(console *c) {
     state_of(c)->keep_cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    qv::view_finish(c); // the copy left above keeps no bracket's mark
     c->editor.cursor = c->editor.lastchar;
     qv::frame_request(c, qv::kPaintNow);
     qv::frame_request(c, qv::kNewline);

@@ -26,6 +26,7 @@
 #include "undo.h"
 #include "variables.h"
 #include "vimode.h"
+#include "view.h"
 
 // A burst of keys changed the state and its paint waits for the burst's end.
 struct qv::EngineState {
@@ -206,6 +207,7 @@ void dispatch(console *c, action_fn action, int key, bool more, int last) {
 void leave_woken(console *c) {
     qv::hint_clear(c);
     qv::below_clear(c);
+    qv::view_finish(c);
     if (c->editor.buffer) buffer_cursor_move_end(c);
     paint_now(c, 0);
     console_newline(c);

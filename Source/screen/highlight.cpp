@@ -221,7 +221,7 @@ bool qv::highlight_styles(const wchar_t *text, int len, int cursor, int kept, Hi
     }
     if (qv::option(TERM_OPTION_BRACE_MATCH)) {
         int at = -1;
-        if (cursor < len && (is_open(text[cursor]) || is_close(text[cursor])))
+        if (cursor >= 0 && cursor < len && (is_open(text[cursor]) || is_close(text[cursor])))
             at = cursor;
         else if (cursor > 0 && cursor <= len && (is_open(text[cursor - 1]) || is_close(text[cursor - 1])))
             at = cursor - 1;

@@ -23,6 +23,7 @@ struct qv::ViewState {
     wchar_t *prompt;
     int prompt_len, prompt_cap;
     unsigned hint_version, below_version;
+    bool finished; // the input is left: no brace match, for the scrollback's copy
     unsigned long rows_laid_out;
     // The style of each text character, while anything styles the input.
     uint32_t *styles;
@@ -141,7 +142,8 @@ void take_styles(console *c) {
     const unsigned generation = qv::highlighter_generation();
     int kept = v->text_from < v->nhost ? v->text_from : v->nhost;
     if (generation != v->generation) kept = 0;
-    const int cursor = static_cast<int>(c->editor.cursor - c->editor.buffer);
+    // A finished input shows nothing that only the cursor's place justified.
+    const int cursor = v->finished ? -1 : static_cast<int>(c->editor.cursor - c->editor.buffer);
     if (!qv::highlight_styles(c->editor.buffer, len, cursor, kept, v->scratch, v->host, v->next_styles)) return;
     v->nhost = len;
     v->text_from = INT_MAX;
@@ -260,6 +262,7 @@ void qv::view_update(console *c) {
 
 void qv::view_reset(console *c) {
     ViewState *v = c->state->view;
+    v->finished = false;
     v->nrows = 0;
     v->dirty_from = 0;
     v->text_from = 0;
@@ -291,4 +294,8 @@ int qv::view_input_rows(const console *c) {
     int n = 0;
     while (n < st->nrows && st->rows[n].kind != kBelowRow) n++;
     return n > 0 ? n : 1;
+}
+
+void qv::view_finish(console *c) {
+    if (ViewState *v = c->state ? c->state->view : nullptr) v->finished = true;
 }

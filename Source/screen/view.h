@@ -30,6 +30,9 @@ void view_truncate(struct console *c, int y);
 void view_rebuild(struct console *c, int rows);
 /* Rows laid out since the console began: a key's cost, counted. */
 unsigned long view_rows_laid_out(const struct console *c);
+/* The input is being left: what only the cursor's place justified (the
+   partner of a bracket) is drawn no more, until the next input. */
+void view_finish(struct console *c);
 /* The rows of the input itself, the rows shown below it left out. */
 int view_input_rows(const struct console *c);
 
