@@ -187,6 +187,13 @@ QV_API char *term_getRawLine(char mask, const char *prompt);
 QV_API char *term_getLineUtf8(char mask, const char *prompt);
 QV_API char *term_getRawLineUtf8(char mask, const char *prompt);
 
+/* A transient prompt: once Return ends a read, its input is drawn once more
+   with prompt (UTF-8, may hold SGR) in place of the read's prompt, so the
+   scrollback keeps the commands, not long prompts. Continuation rows keep
+   their indent. NULL turns it off. Kept until term_destroy(); answers 1, or
+   0 without an instance or when memory ran out. */
+QV_API int term_setTransientPrompt(const char *prompt);
+
 /* ---------------------------------------------------------------------------
    Completion. The completer is called on Tab with the whole input so far as
    UTF-8 text (earlier continuation lines and kept line breaks included,

@@ -71,6 +71,20 @@ TEST(Colour, HighlighterAndBraces) {
     EXPECT_EQ(h.screen().looks[0][2], "");
 }
 
+// A transient prompt: a finished input is drawn again with it, in its
+// colours, in place of the long prompt; its continuation rows keep their
+// indent; an abandoned input keeps the read's prompt.
+TEST(Colour, TheTransientPrompt) {
+    PtyHost h({"init", "cb:complete=brackets", "transient:\x1b[32m$\x1b[0m ", "line:long prompt> ", "line:long prompt> ",
+               "destroy"},
+              xterm(40));
+    EXPECT_EQ(h.typed("(a\rb)\rgone\x07" "x\r"), (Lines{"(ab)", "x"}));
+    const Screen s = h.screen();
+    EXPECT_EQ(s.shown(), (Lines{"$ (a", "             b)", "long prompt> gone", "$ x"}));
+    EXPECT_EQ(s.looks[0][0], "fg2");
+    EXPECT_EQ(h.records("TRANSIENT"), Lines{"TRANSIENT 1"});
+}
+
 // The hint, the completion listing and the matched bracket take the looks
 // the host gives them.
 TEST(Colour, LooksOfHintListingAndMatch) {

@@ -183,6 +183,7 @@ void action_key_return(console *c, int) {
     *c->editor.lastchar = 0;
     if (n > 0 && qv::option(TERM_OPTION_AUTO_HISTORY)) history_add(c, c->editor.buffer, n);
     leave_input(c);
+    qv::view_finish(c, true);
     c->status = ST_DONE;
     c->error = 0;
     clearerr(stdin);

@@ -21,6 +21,7 @@
 #include "text.h"
 #include "repeat.h"
 #include "listings.h"
+#include "view.h"
 #include "userkeys.h"
 #include "variables.h"
 #include "vimode.h"
@@ -489,6 +490,10 @@ int term_bindMacro(const char *keymap, const char *keys, const char *text) {
     if (n == 0 || !fn || !qv::bind_keys(map, bytes, plen + n, fn)) return 0;
     qv::engine_keys(c).reset();
     return 1;
+}
+
+int term_setTransientPrompt(const char *prompt) {
+    return top().t && qv::view_set_transient(top().t->console, prompt) ? 1 : 0;
 }
 
 char *term_listBindings(int what, int readable) {

@@ -10,6 +10,8 @@
 #include "console_record.h"
 #include "highlight.h"
 #include "below.h"
+#include "sgr.h"
+#include "text.h"
 #include "hints.h"
 #include "model.h"
 
@@ -24,6 +26,12 @@ struct qv::ViewState {
     int prompt_len, prompt_cap;
     unsigned hint_version, below_version;
     bool finished; // the input is left: no brace match, for the scrollback's copy
+    // The host's transient prompt, and whether the finished input shows it
+    // (with the continuation rows' indent of the read's own prompt).
+    wchar_t *transient;
+    uint32_t *transient_styles;
+    bool transient_shown;
+    int kept_indent;
     unsigned long rows_laid_out;
     // The style of each text character, while anything styles the input.
     uint32_t *styles;
@@ -48,6 +56,8 @@ void qv::view_free(ViewState *v) {
     if (!v) return;
     free(v->rows);
     free(v->prompt);
+    free(v->transient);
+    free(v->transient_styles);
     free(v->styles);
     free(v->host);
     free(v->next_styles);
@@ -58,10 +68,12 @@ void qv::view_free(ViewState *v) {
 
 qv::LayoutText qv::layout_text(const console *c, int cols) {
     LayoutText t{};
-    t.prompt = c->prompt;
+    const qv::ViewState *vs = c->state ? c->state->view : nullptr;
+    const bool transient = vs && vs->transient_shown && vs->transient;
+    t.prompt = transient ? vs->transient : c->prompt;
     t.cols = cols;
-    t.prompt_cells = prompt_cells(c->prompt, cols);
-    t.indent = t.prompt_cells;
+    t.prompt_cells = prompt_cells(t.prompt, cols);
+    t.indent = transient ? prompt_cells(c->prompt, cols) : t.prompt_cells;
     t.text = c->editor.buffer;
     t.len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : 0;
     t.breaks = buffer_breaks(c, &t.nbreaks);
@@ -69,7 +81,9 @@ qv::LayoutText qv::layout_text(const console *c, int cols) {
     t.hint = hint_text(c, &t.hint_len, nullptr);
     t.hint_style = qv::look(TERM_LOOK_HINT);
     t.below = qv::below_text(c, &t.below_len, &t.below_styles, nullptr);
-    t.prompt_styles = c->prompt && c->prompt == c->styled_prompt ? c->prompt_styles : nullptr;
+    t.prompt_styles = transient                                      ? vs->transient_styles
+                      : c->prompt && c->prompt == c->styled_prompt ? c->prompt_styles
+                                                                   : nullptr;
     const qv::ViewState *v = c->state ? c->state->view : nullptr;
     t.text_styles = v && v->styled && v->nstyles == t.len ? v->styles : nullptr;
     return t;
@@ -87,7 +101,7 @@ void take_changes(console *c) {
     const int changed = qv::buffer_take_changed(c);
     if (changed < v->dirty_from) v->dirty_from = changed;
     if (changed < v->text_from) v->text_from = changed;
-    const wchar_t *prompt = c->prompt ? c->prompt : L"";
+    const wchar_t *prompt = v->transient_shown && v->transient ? v->transient : c->prompt ? c->prompt : L"";
     const int plen = static_cast<int>(wcslen(prompt));
     if (plen != v->prompt_len || wmemcmp(prompt, v->prompt ? v->prompt : L"", static_cast<size_t>(plen)) != 0) {
         v->dirty_from = 0;
@@ -263,6 +277,7 @@ void qv::view_update(console *c) {
 void qv::view_reset(console *c) {
     ViewState *v = c->state->view;
     v->finished = false;
+    v->transient_shown = false;
     v->nrows = 0;
     v->dirty_from = 0;
     v->text_from = 0;
@@ -296,6 +311,21 @@ int qv::view_input_rows(const console *c) {
     return n > 0 ? n : 1;
 }
 
-void qv::view_finish(console *c) {
-    if (ViewState *v = c->state ? c->state->view : nullptr) v->finished = true;
+void qv::view_finish(console *c, bool entered) {
+    ViewState *v = c->state ? c->state->view : nullptr;
+    if (!v) return;
+    v->finished = true;
+    v->transient_shown = entered && v->transient;
+}
+
+bool qv::view_set_transient(console *c, const char *prompt) {
+    ViewState *v = c->state ? c->state->view : nullptr;
+    if (!v) return false;
+    wchar_t *text = prompt ? cp2wchar(c, prompt, nullptr) : nullptr;
+    if (prompt && !text) return false;
+    free(v->transient);
+    free(v->transient_styles);
+    v->transient = text;
+    v->transient_styles = text ? take_styles(text) : nullptr;
+    return true;
 }

@@ -31,8 +31,13 @@ void view_rebuild(struct console *c, int rows);
 /* Rows laid out since the console began: a key's cost, counted. */
 unsigned long view_rows_laid_out(const struct console *c);
 /* The input is being left: what only the cursor's place justified (the
-   partner of a bracket) is drawn no more, until the next input. */
-void view_finish(struct console *c);
+   partner of a bracket) is drawn no more, until the next input. entered:
+   the read ends with it, and the host's transient prompt, if any, takes the
+   read's prompt's place. */
+void view_finish(struct console *c, bool entered = false);
+/* The prompt a finished input shows (UTF-8, may hold SGR; NULL: none).
+   Copied; false when memory ran out or there is no instance. */
+bool view_set_transient(struct console *c, const char *prompt);
 /* The rows of the input itself, the rows shown below it left out. */
 int view_input_rows(const struct console *c);
 

@@ -27,6 +27,7 @@
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
  *   sigint:default (no SIGINT handler)  completer:words|many=N|bad|hostile|described
+ *   transient:PROMPT (empty: none)
  *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
  *   highlight:bad (ranges before, past, across and inside characters)
  *   highlight:from (digits, and blanks on blue, styling only what changed: FROM n)
@@ -437,6 +438,8 @@ int main(int argc, char **argv) {
         } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
+        } else if (strncmp(a, "transient:", 10) == 0) {
+            fprintf(side, "TRANSIENT %d\n", term_setTransientPrompt(a[10] ? a + 10 : NULL));
         } else if (strncmp(a, "look:", 5) == 0 && strchr(a, '=')) {
             fprintf(side, "LOOK %d\n", term_setLook(atoi(a + 5), (unsigned)strtoul(strchr(a, '=') + 1, NULL, 0)));
         } else if (strncmp(a, "highlight:", 10) == 0) {
