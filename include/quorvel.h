@@ -364,10 +364,25 @@ QV_API int term_highlightFrom(term_highlight *out);
    a bindings file, opens the same menu, with Return entering the line as
    readline's does. */
 #define TERM_OPTION_COMPLETION_MENU 12
+/* default 0. 1: bracket insertion. Typing an opening character of a pair
+   (term_setPairs(); by default ( [ { and the quotes " ') types the closing
+   one too, the cursor between, where nothing is written against the cursor
+   (the end, a blank or a closing character) and, for a quote, not right
+   after a letter or digit; typing a closing character over the same one
+   steps over it; Backspace between a pair with nothing in it deletes both.
+   Never in a masked read, in overwrite mode or for pasted text. */
+#define TERM_OPTION_AUTO_PAIRS 13
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
    an unknown option. */
 QV_API int term_setOption(int option, int value);
+
+/* The pairs bracket insertion types: pairs, UTF-8, read two characters at a
+   time, an opening then a closing one (a quote twice), at most 8 pairs, for
+   example "()[]{}\"\"''". Answers 1, or 0 (nothing changed) for NULL, an odd
+   number of characters, more than 8 pairs or text that is not UTF-8. Works
+   before term_init(); one set per session. */
+QV_API int term_setPairs(const char *pairs);
 
 /* ---------------------------------------------------------------------------
    Keys of the user's choice. Every action has a stable name, readline's where

@@ -99,6 +99,17 @@ TEST(Keys, EveryDefaultKeyDoesItsWork) {
     for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i], want[i]) << visible(rows[std::min(i, std::size(rows) - 1)].keys);
 }
 
+// Bracket insertion: an opening character types its pair, a closing one
+// steps over its twin, Backspace takes an empty pair; not against text,
+// not for a quote after a letter, never for a paste or in a masked read;
+// the pairs are the host's to set.
+TEST(Keys, BracketInsertion) {
+    PtyHost h({"init", "option:13=1", "utf8:", "utf8:", "utf8:", "utf8:", "utf8:", "utf8:", "mask:*:", "pairs:<>", "utf8:",
+               "destroy"});
+    EXPECT_EQ(h.typed("(a)x\r" "f(\x7f\r" "\"hi\"!\r" "don't\r" "x\x01(\r" "\x1b[200~(a\x1b[201~\r" "(\r" "<a>(\r"),
+              (Lines{"(a)x", "f", "\"hi\"!", "don't", "(x", "(a", "(", "<a>("}));
+}
+
 // A key rebound between reads, by the call and by a file, acts from the next
 // read on; Ctrl-T transposes until then, and a bad line leaves the rest.
 TEST(Keys, RebindingsActFromTheNextRead) {

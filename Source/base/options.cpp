@@ -2,6 +2,7 @@
 #include "options.h"
 
 #include <atomic>
+#include <cstdint>
 #include <new>
 
 #include "quorvel.h"
@@ -21,6 +22,13 @@ struct qv::OptionsState {
     std::atomic<int> vi_show_mode{0};
     std::atomic<int> keep_history_edits{0};
     std::atomic<int> completion_menu{0};
+    std::atomic<int> auto_pairs{0};
+    // The pairs bracket insertion types, each an opening and a closing
+    // character packed in one word, so that a host may set them while a
+    // read runs.
+    std::atomic<uint64_t> pairs[qv::kMaxPairs] = {{'(' | uint64_t(')') << 32}, {'[' | uint64_t(']') << 32},
+                                                  {'{' | uint64_t('}') << 32}, {'"' | uint64_t('"') << 32},
+                                                  {'\'' | uint64_t('\'') << 32}};
 };
 
 namespace {
@@ -43,6 +51,7 @@ std::atomic<int> *slot(qv::OptionsState &o, int id) {
     case TERM_OPTION_VI_SHOW_MODE: return &o.vi_show_mode;
     case TERM_OPTION_KEEP_HISTORY_EDITS: return &o.keep_history_edits;
     case TERM_OPTION_COMPLETION_MENU: return &o.completion_menu;
+    case TERM_OPTION_AUTO_PAIRS: return &o.auto_pairs;
     default: return nullptr;
     }
 }
@@ -67,7 +76,30 @@ qv::OptionsState *qv::options_new() {
     if (!o) return nullptr;
     for (int id = 0; id < 64; id++)
         if (std::atomic<int> *to = slot(*o, id)) to->store(slot(own, id)->load());
+    for (int i = 0; i < kMaxPairs; i++) o->pairs[i].store(own.pairs[i].load());
     return o;
 }
 
 void qv::options_free(OptionsState *o) { delete o; }
+
+bool qv::pair_of(wchar_t ch, wchar_t *open, wchar_t *close) {
+    OptionsState &o = session_record(kSlotOptions, own);
+    for (const std::atomic<uint64_t> &p : o.pairs) {
+        const uint64_t v = p.load();
+        if (!v) break;
+        const auto a = static_cast<wchar_t>(v & 0xFFFFFFFFu), b = static_cast<wchar_t>(v >> 32);
+        if (ch == a || ch == b) {
+            *open = a;
+            *close = b;
+            return true;
+        }
+    }
+    return false;
+}
+
+void qv::set_pairs(const wchar_t *chars, int n) {
+    OptionsState &o = session_record(kSlotOptions, own);
+    for (int i = 0; i < kMaxPairs; i++)
+        o.pairs[i].store(2 * i + 1 < n ? static_cast<uint32_t>(chars[2 * i]) | uint64_t(static_cast<uint32_t>(chars[2 * i + 1])) << 32
+                                       : 0);
+}

@@ -12,6 +12,7 @@
 #include "hints.h"
 #include "layout.h"
 #include "options.h"
+#include "text.h"
 #include "qv_assert.h"
 #include "ttymode.h"
 #include "undo.h"
@@ -86,7 +87,7 @@ void continue_input(console *c) {
 // ---------------------------------------------------------------------------
 // Editing
 
-void action_insert_char(console *c, int key) {
+void qv::insert_plain(console *c, int key) {
     // Overwrite mode (Insert toggles it): the character under the cursor
     // gives way, unless it ends a line.
     if ((c->flags & FLAG_INSERT_KEY) && c->editor.buffer && c->editor.cursor < c->editor.lastchar &&
@@ -96,10 +97,63 @@ void action_insert_char(console *c, int key) {
     history_set_dirty(c);
 }
 
+namespace {
+
+bool pairs_on(const console *c) {
+    return qv::option(TERM_OPTION_AUTO_PAIRS) && !c->masked && c->editor.buffer && !(c->flags & FLAG_INSERT_KEY);
+}
+
+bool closes(wchar_t ch) {
+    wchar_t open = 0, close = 0;
+    return qv::pair_of(ch, &open, &close) && ch == close;
+}
+
+// Bracket insertion: a closing character typed over the same one steps over
+// it; an opening one types its pair, the cursor between, where nothing is
+// written against the cursor (the end, a blank, a closing character) and,
+// for a quote, not right after a letter or digit.
+bool typed_pair(console *c, wchar_t ch) {
+    wchar_t open = 0, close = 0;
+    if (!pairs_on(c) || !qv::pair_of(ch, &open, &close)) return false;
+    const bool at_end = c->editor.cursor >= c->editor.lastchar;
+    const wchar_t next = at_end ? 0 : *c->editor.cursor;
+    const wchar_t prev = c->editor.cursor > c->editor.buffer ? c->editor.cursor[-1] : 0;
+    if (ch == close && next == close) {
+        c->editor.cursor++;
+        return true;
+    }
+    if (ch != open) return false;
+    if (!(at_end || next == L' ' || next == L'\t' || next == L'\n' || closes(next))) return false;
+    if (open == close && prev && qv::is_word_char(prev)) return false;
+    const wchar_t two[2] = {open, close};
+    if (buffer_insert_string(c, two, 2) != 2 || !c->editor.buffer) return true;
+    c->editor.cursor--;
+    history_set_dirty(c);
+    return true;
+}
+
+// Backspace between a pair with nothing in it takes both.
+bool deleted_pair(console *c) {
+    wchar_t open = 0, close = 0;
+    if (!pairs_on(c) || c->editor.cursor <= c->editor.buffer || c->editor.cursor >= c->editor.lastchar) return false;
+    const wchar_t prev = c->editor.cursor[-1];
+    if (!qv::pair_of(prev, &open, &close) || prev != open || *c->editor.cursor != close) return false;
+    buffer_delete_after(c, 1);
+    buffer_delete_before(c, 1);
+    history_set_dirty(c);
+    return true;
+}
+
+} // namespace
+
+void action_insert_char(console *c, int key) {
+    if (!typed_pair(c, static_cast<wchar_t>(key))) qv::insert_plain(c, key);
+}
+
 void action_key_insert(console *c, int) { c->flags ^= FLAG_INSERT_KEY; }
 
 void action_key_backspace(console *c, int) {
-    buffer_delete_before(c, unit_before(c));
+    if (!deleted_pair(c)) buffer_delete_before(c, unit_before(c));
     history_set_dirty(c);
     qv::frame_request(c, qv::kMoveCursorFirst);
 }

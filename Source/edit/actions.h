@@ -41,6 +41,12 @@ QV_API void signal_interrupt(struct console *c);
 
 #ifdef __cplusplus
 }
+#ifdef QUORVEL_INTERNAL
+namespace qv {
+/* A character put in as typed, without bracket insertion (a paste's). */
+void insert_plain(struct console *c, int key);
+} // namespace qv
+#endif
 #endif
 
 #endif

@@ -33,7 +33,7 @@ void qv::paste_key(console *c, action_fn action, int key) {
         return;
     }
     if (action == action_insert_char) {
-        action_insert_char(c, key);
+        qv::insert_plain(c, key); // what is pasted is the text, no pair typed for it
     } else if (key == 13 || (key == 10 && p->last_key != 13)) {
         if (buffer_insert_char(c, L'\n') != 0) history_set_dirty(c);
     }

@@ -492,6 +492,15 @@ int term_bindMacro(const char *keymap, const char *keys, const char *text) {
     return 1;
 }
 
+int term_setPairs(const char *pairs) {
+    if (!pairs) return 0;
+    int n = 0;
+    std::unique_ptr<wchar_t, decltype(&free)> chars(qv::utf8_decode(pairs, strlen(pairs), &n), &free);
+    if (!chars || n % 2 != 0 || n > 2 * qv::kMaxPairs) return 0;
+    qv::set_pairs(chars.get(), n);
+    return 1;
+}
+
 int term_setTransientPrompt(const char *prompt) {
     return top().t && qv::view_set_transient(top().t->console, prompt) ? 1 : 0;
 }
