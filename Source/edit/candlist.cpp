@@ -58,6 +58,12 @@ int cells_of(const wchar_t *s, int n) {
     return cells;
 }
 
+// The grid, or an empty one when memory ran out on the way.
+qv::CandidateGrid whole(qv::CandidateGrid &&g) {
+    if (g.text.failed() || g.styles.failed() || g.row_starts.failed()) return qv::CandidateGrid{};
+    return std::move(g);
+}
+
 } // namespace
 
 qv::CandidateGrid qv::lay_out_candidates(const ShownItem *items, int n, int cols, int prefix, bool across, int selected,
@@ -99,7 +105,7 @@ qv::CandidateGrid qv::lay_out_candidates(const ShownItem *items, int n, int cols
             }
             row.end();
         }
-        return g;
+        return whole(std::move(g));
     }
     const int width = widest + 2;
     g.per_row = cols / width > 0 ? cols / width : 1;
@@ -119,5 +125,5 @@ qv::CandidateGrid qv::lay_out_candidates(const ShownItem *items, int n, int cols
         }
         row.end();
     }
-    return g;
+    return whole(std::move(g));
 }

@@ -7,10 +7,46 @@
 
 #ifdef __cplusplus
 #include <cstdint>
-#include <string>
-#include <vector>
+#include <cstdlib>
+#include <utility>
 
 namespace qv {
+
+/* A growing array on malloc: running out of memory marks it failed instead
+   of throwing through the library's C calls. */
+template <typename T> class Buf {
+  public:
+    Buf() = default;
+    Buf(const Buf &) = delete;
+    Buf &operator=(const Buf &) = delete;
+    Buf(Buf &&o) noexcept : p_(std::exchange(o.p_, nullptr)), n_(o.n_), cap_(o.cap_), failed_(o.failed_) {}
+    ~Buf() { free(p_); }
+    void push_back(T v) {
+        if (failed_) return;
+        if (n_ == cap_) {
+            const size_t cap = cap_ ? cap_ * 2 : 64;
+            T *grown = static_cast<T *>(realloc(p_, sizeof(T) * cap));
+            if (!grown) {
+                failed_ = true;
+                return;
+            }
+            p_ = grown;
+            cap_ = cap;
+        }
+        p_[n_++] = v;
+    }
+    T *data() { return p_; }
+    const T *data() const { return p_; }
+    size_t size() const { return n_; }
+    bool empty() const { return n_ == 0; }
+    bool failed() const { return failed_; }
+    const T &operator[](size_t i) const { return p_[i]; }
+
+  private:
+    T *p_ = nullptr;
+    size_t n_ = 0, cap_ = 0;
+    bool failed_ = false;
+};
 
 struct ShownItem {
     const wchar_t *display;
@@ -21,9 +57,9 @@ struct ShownItem {
 };
 
 struct CandidateGrid {
-    std::wstring text;            // the rows, each ended by a line feed
-    std::vector<uint32_t> styles; // a style for each character of text
-    std::vector<int> row_starts;  // where each row starts in text
+    Buf<wchar_t> text;    // the rows, each ended by a line feed
+    Buf<uint32_t> styles; // a style for each character of text
+    Buf<int> row_starts;  // where each row starts in text
     int rows = 0, per_row = 1, count = 0;
     bool across = false;
     // Where item i stands, and which item stands at row r, place k (-1:
@@ -41,7 +77,8 @@ struct CandidateGrid {
    has a description, one a row with the descriptions aligned after them.
    What does not fit is cut with an ellipsis. The first prefix characters of
    each display take the prefix look (an elided prefix's "..." takes it
-   instead); item selected (-1: none) the selection look. */
+   instead); item selected (-1: none) the selection look. Without memory
+   for it all, the grid is empty. */
 CandidateGrid lay_out_candidates(const ShownItem *items, int n, int cols, int prefix, bool across, int selected,
                                  uint32_t prefix_look, uint32_t selected_look, uint32_t description_look);
 
