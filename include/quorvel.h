@@ -194,6 +194,16 @@ QV_API char *term_getRawLineUtf8(char mask, const char *prompt);
    0 without an instance or when memory ran out. */
 QV_API int term_setTransientPrompt(const char *prompt);
 
+/* A right prompt (UTF-8, may hold SGR; NULL or "": none), drawn at the right
+   end of the input's first row while a blank cell still parts it from the
+   input (the prompt and the text): the input reaching it hides it, and
+   moving back shows it again. It is never part of the line. keep nonzero:
+   a finished input keeps it in the scrollback's copy; 0: it goes when the
+   input is left. Shown from the next time the input is drawn (a key, a
+   resize, term_editRedraw()). Kept until term_destroy(); answers 1, or 0
+   without an instance or when memory ran out. */
+QV_API int term_setRightPrompt(const char *prompt, int keep);
+
 /* ---------------------------------------------------------------------------
    Completion. The completer is called on Tab with the whole input so far as
    UTF-8 text (earlier continuation lines and kept line breaks included,

@@ -85,6 +85,32 @@ TEST(Colour, TheTransientPrompt) {
     EXPECT_EQ(h.records("TRANSIENT"), Lines{"TRANSIENT 1"});
 }
 
+// A right prompt at the first row's end, in its colours: hidden while the
+// input reaches it (wide text counted by its cells), back when the input
+// draws back, laid out again at a new width, and gone from the finished
+// input.
+TEST(Colour, TheRightPrompt) {
+    PtyHost h({"init", "right:\x1b[33m[12:00]\x1b[0m", "cb:idle=tick", "line:> ", "destroy"}, xterm(30));
+    h.keys("abc");
+    h.waitScreen("> abc");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "> abc                  [12:00]");
+    EXPECT_EQ(h.screen().looks[0][23], "fg3");
+    h.keys("\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "> abc\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad\xe4\xb8\xad"); // 23 cells: too close
+    h.keys("\x7f");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0).substr(h.screen().row(0).size() - 7), "[12:00]");
+    h.resize(24, 20);
+    h.keys("\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f");
+    h.settle();
+    EXPECT_EQ(h.screen().row(0), "> abc        [12:00]");
+    EXPECT_EQ(h.typed("\r"), Lines{"abc"});
+    EXPECT_EQ(h.screen().row(0), "> abc");
+    EXPECT_EQ(h.records("RIGHT"), Lines{"RIGHT 1"});
+}
+
 // The hint, the completion listing and the matched bracket take the looks
 // the host gives them.
 TEST(Colour, LooksOfHintListingAndMatch) {

@@ -501,6 +501,12 @@ int term_setPairs(const char *pairs) {
     return 1;
 }
 
+int term_setRightPrompt(const char *prompt, int keep) {
+    if (!top().t || !qv::view_set_right(top().t->console, prompt, keep != 0)) return 0;
+    // Between reads as during one: the next paint shows it.
+    return 1;
+}
+
 int term_setTransientPrompt(const char *prompt) {
     return top().t && qv::view_set_transient(top().t->console, prompt) ? 1 : 0;
 }

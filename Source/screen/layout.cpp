@@ -165,8 +165,37 @@ int prompt_cells(const wchar_t *prompt, int cols) {
     return col;
 }
 
-int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *last,
-               RowStart *next) {
+namespace {
+
+int text_row(const LayoutText &t, const RowStart &s, termchar *cells, int *last, RowStart *next);
+
+} // namespace
+
+// The first row takes the right prompt at its end while a blank cell still
+// parts it from the input; a row the input fills, or wraps, has none.
+int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *last, RowStart *next) {
+    const int more = text_row(t, s, cells, last, next);
+    if (s.kind != kFirstRow || !t.right || t.right_cells <= 0 || (more && next->kind == kWrapRow)) return more;
+    const int at = t.cols - t.right_cells;
+    if (*last + 1 > at) return more;
+    int col = at, n = 0;
+    while (t.right[n]) n++;
+    for (int o = 0; o < n && col < t.cols;) {
+        const int e = unit_end(0, t.right, o, n);
+        const int from = col;
+        put_unit(0, t.right, o, e, false, cells, col, t.cols);
+        for (int j = from; j < col; j++) {
+            cells[j].attr &= ATTR_WIDE_TAIL; // marks are not fetched from the text
+            cells[j].style = t.right_styles ? t.right_styles[o] : 0;
+        }
+        o = e;
+    }
+    return more;
+}
+
+namespace {
+
+int text_row(const LayoutText &t, const RowStart &s, termchar *cells, int *last, RowStart *next) {
     for (int j = 0; j < t.cols; j++) cells[j] = termchar{L' ', 0, 0};
     int col = 0;
     if (s.kind == kFirstRow) {
@@ -235,6 +264,8 @@ int layout_row(const LayoutText &t, const RowStart &s, termchar *cells, int *las
         if (col >= t.cols) return wrap(o);
     }
 }
+
+} // namespace
 
 int layout_cursor_column(const LayoutText &t, const RowStart &s, int cursor) {
     int col = 0;

@@ -48,6 +48,10 @@ struct LayoutText {
     const wchar_t *below;
     int below_len;
     const uint32_t *below_styles;
+    // The right prompt, at the end of the first row; NULL for none.
+    const wchar_t *right;
+    int right_cells;
+    const uint32_t *right_styles;
 };
 
 // Cells of the prompt actually shown: a prompt wider than the terminal is cut

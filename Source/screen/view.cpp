@@ -31,7 +31,10 @@ struct qv::ViewState {
     wchar_t *transient;
     uint32_t *transient_styles;
     bool transient_shown;
-    int kept_indent;
+    // The host's right prompt, and whether a finished input keeps it.
+    wchar_t *right;
+    uint32_t *right_styles;
+    bool right_kept;
     unsigned long rows_laid_out;
     // The style of each text character, while anything styles the input.
     uint32_t *styles;
@@ -58,6 +61,8 @@ void qv::view_free(ViewState *v) {
     free(v->prompt);
     free(v->transient);
     free(v->transient_styles);
+    free(v->right);
+    free(v->right_styles);
     free(v->styles);
     free(v->host);
     free(v->next_styles);
@@ -81,6 +86,11 @@ qv::LayoutText qv::layout_text(const console *c, int cols) {
     t.hint = hint_text(c, &t.hint_len, nullptr);
     t.hint_style = qv::look(TERM_LOOK_HINT);
     t.below = qv::below_text(c, &t.below_len, &t.below_styles, nullptr);
+    if (vs && vs->right && (!vs->finished || vs->right_kept)) {
+        t.right = vs->right;
+        t.right_cells = prompt_cells(vs->right, cols + 1);
+        t.right_styles = vs->right_styles;
+    }
     t.prompt_styles = transient                                      ? vs->transient_styles
                       : c->prompt && c->prompt == c->styled_prompt ? c->prompt_styles
                                                                    : nullptr;
@@ -316,6 +326,21 @@ void qv::view_finish(console *c, bool entered) {
     if (!v) return;
     v->finished = true;
     v->transient_shown = entered && v->transient;
+    if (v->right && !v->right_kept) v->dirty_from = 0; // the first row without it
+}
+
+bool qv::view_set_right(console *c, const char *prompt, bool keep) {
+    ViewState *v = c->state ? c->state->view : nullptr;
+    if (!v) return false;
+    wchar_t *text = prompt && *prompt ? cp2wchar(c, prompt, nullptr) : nullptr;
+    if (prompt && *prompt && !text) return false;
+    free(v->right);
+    free(v->right_styles);
+    v->right = text;
+    v->right_styles = text ? take_styles(text) : nullptr;
+    v->right_kept = keep;
+    v->dirty_from = 0;
+    return true;
 }
 
 bool qv::view_set_transient(console *c, const char *prompt) {

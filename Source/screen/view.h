@@ -35,6 +35,9 @@ unsigned long view_rows_laid_out(const struct console *c);
    the read ends with it, and the host's transient prompt, if any, takes the
    read's prompt's place. */
 void view_finish(struct console *c, bool entered = false);
+/* The right prompt (UTF-8, may hold SGR; NULL or empty: none), and whether
+   a finished input keeps it. Copied; false when memory ran out. */
+bool view_set_right(struct console *c, const char *prompt, bool keep);
 /* The prompt a finished input shows (UTF-8, may hold SGR; NULL: none).
    Copied; false when memory ran out or there is no instance. */
 bool view_set_transient(struct console *c, const char *prompt);

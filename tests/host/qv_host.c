@@ -27,7 +27,7 @@
  *   put:S  putln:S  putchar:N  blanks:N  load  destroy  size  option:ID=VALUE
  *   catch (count SIGWINCH, SIGUSR1, SIGTERM, SIGHUP, SIGQUIT)
  *   sigint:default (no SIGINT handler)  completer:words|many=N|bad|hostile|described
- *   transient:PROMPT (empty: none)  pairs:PAIRS
+ *   transient:PROMPT (empty: none)  pairs:PAIRS  right:PROMPT
  *   highlight:digits (digits yellow and bold, counting HIGHLIGHT calls)
  *   highlight:bad (ranges before, past, across and inside characters)
  *   highlight:from (digits, and blanks on blue, styling only what changed: FROM n)
@@ -438,6 +438,8 @@ int main(int argc, char **argv) {
         } else if (strcmp(a, "catch") == 0) {
             int k;
             for (k = 0; k < 5; k++) signal(caught_signals[k], on_caught);
+        } else if (strncmp(a, "right:", 6) == 0) {
+            fprintf(side, "RIGHT %d\n", term_setRightPrompt(a + 6, 0));
         } else if (strncmp(a, "pairs:", 6) == 0) {
             fprintf(side, "PAIRS %d\n", term_setPairs(a + 6));
         } else if (strncmp(a, "transient:", 10) == 0) {
