@@ -9,8 +9,10 @@
  * :ticker (a thread prints a line every second, above the input, until
  * :ticker again), :help. Tab opens a menu of the commands, with what each
  * does, and of the words of earlier lines. Ctrl-D on an empty line leaves.
- * The prompt is coloured; numbers, strings and the demo's own commands are
- * highlighted, and a bracket's partner shows while the cursor is on it.
+ * The prompt is coloured, the time stands at the right of the first row,
+ * and a finished line keeps a short prompt in the scrollback; numbers,
+ * strings and the demo's own commands are highlighted, and a bracket's
+ * partner shows while the cursor is on it.
  */
 #include <quorvel.h>
 
@@ -321,8 +323,15 @@ int main(void) {
 
     printf("Quorvel demo: %dx%d terminal. Type :help for commands, Ctrl-D to leave.\n",
            term_getConsoleWidth(), term_getConsoleHeight());
+    /* The finished lines keep a short prompt; the clock stands at the right. */
+    term_setTransientPrompt("\x1b[34m>\x1b[0m ");
     while (!done) {
-        char *line = term_getLine(0, "\x1b[1;34mquorvel\x1b[0m> ");
+        char clock[32];
+        const time_t now = time(NULL);
+        char *line;
+        strftime(clock, sizeof clock, "\x1b[2m%H:%M\x1b[0m", localtime(&now));
+        term_setRightPrompt(clock, 0);
+        line = term_getLine(0, "\x1b[1;34mquorvel\x1b[0m> ");
         if (!line) {
             fprintf(stderr, "out of memory\n");
             break;
