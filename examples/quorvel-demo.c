@@ -9,10 +9,11 @@
  * :ticker (a thread prints a line every second, above the input, until
  * :ticker again), :help. Tab opens a menu of the commands, with what each
  * does, and of the words of earlier lines. Ctrl-D on an empty line leaves.
- * The prompt is coloured, the time stands at the right of the first row,
- * and a finished line keeps a short prompt in the scrollback; numbers,
- * strings and the demo's own commands are highlighted, and a bracket's
- * partner shows while the cursor is on it.
+ * The prompt is coloured, the time stands at the right of the first row, and
+ * a finished line keeps a short prompt in the scrollback. Numbers and
+ * strings are highlighted in 24-bit colour where the terminal has it, the
+ * demo's own commands in the palette's, and a bracket's partner shows while
+ * the cursor is on it.
  */
 #include <quorvel.h>
 
@@ -261,7 +262,8 @@ static void read_bindings(void) {
     free(path);
 }
 
-/* Numbers, quoted strings and a command at the start of the input. */
+/* Numbers, quoted strings and a command at the start of the input, in
+   24-bit colours (a terminal without them shows the nearest it has). */
 static void highlight(const char *text, int len, term_highlight *out, void *unused) {
     int i = 0;
     (void)unused;
@@ -280,12 +282,12 @@ static void highlight(const char *text, int len, term_highlight *out, void *unus
             int end = i + 1;
             while (end < len && text[end] != text[i]) end++;
             if (end < len) end++;
-            term_addHighlight(out, i, end, TERM_FG(2));
+            term_addHighlight(out, i, end, TERM_RGB_FG(152, 195, 121));
             i = end;
         } else if (text[i] >= '0' && text[i] <= '9') {
             int end = i;
             while (end < len && ((text[end] >= '0' && text[end] <= '9') || text[end] == '.')) end++;
-            term_addHighlight(out, i, end, TERM_FG(3));
+            term_addHighlight(out, i, end, TERM_RGB_FG(229, 192, 123));
             i = end;
         } else {
             i++;

@@ -254,6 +254,20 @@ QV_API int term_addCompletionEx(term_completions *out, int start, const char *re
 #define TERM_UNDERLINE 0x200000u
 #define TERM_REVERSE 0x400000u
 
+/* 24-bit colour, in the same style word: TERM_RGB_FG(r, g, b) and
+   TERM_RGB_BG(r, g, b) (each 0-255) stand for at most one TERM_FG and one
+   TERM_BG. The word names an entry of a table the library keeps for the
+   process, made on first use, so these are calls, not constants; past 255
+   distinct colours they give the nearest colour of the 256-colour palette.
+   A terminal with direct colour (terminfo's RGB flag or setrgbf and setrgbb,
+   or COLORTERM=truecolor or 24bit) draws the colour itself; any other the
+   nearest of the 256, or of the 8 or 16, colours it has. A prompt's SGR
+   sequences 38;2;r;g;b and 48;2;r;g;b mean the same. term_rgb() answers the
+   colour field: TERM_FG's part of a style. */
+QV_API unsigned term_rgb(int r, int g, int b);
+#define TERM_RGB_FG(r, g, b) (term_rgb((r), (g), (b)))
+#define TERM_RGB_BG(r, g, b) (term_rgb((r), (g), (b)) << 9)
+
 /* The looks of what the library draws itself: the history hint (default
    TERM_DIM), the completion listing (default 0, the terminal's own), the
    bracket brace matching shows (default TERM_REVERSE, added to its own

@@ -233,6 +233,13 @@ Screen render(const std::string &bytes, int rows, int cols, const std::vector<Re
                 "fg" + std::to_string(cell.fg.indexed.idx));
             add(VTERM_COLOR_IS_INDEXED(&cell.bg) && !VTERM_COLOR_IS_DEFAULT_BG(&cell.bg),
                 "bg" + std::to_string(cell.bg.indexed.idx));
+            auto hex = [](const VTermColor &c) {
+                char s[8];
+                snprintf(s, sizeof s, "#%02x%02x%02x", c.rgb.red, c.rgb.green, c.rgb.blue);
+                return std::string(s);
+            };
+            add(VTERM_COLOR_IS_RGB(&cell.fg) && !VTERM_COLOR_IS_DEFAULT_FG(&cell.fg), "fg" + hex(cell.fg));
+            add(VTERM_COLOR_IS_RGB(&cell.bg) && !VTERM_COLOR_IS_DEFAULT_BG(&cell.bg), "bg" + hex(cell.bg));
             add(cell.attrs.bold, "bold");
             add(cell.attrs.italic, "italic");
             add(cell.attrs.underline, "underline");

@@ -71,6 +71,35 @@ TEST(Colour, HighlighterAndBraces) {
     EXPECT_EQ(h.screen().looks[0][2], "");
 }
 
+// 24-bit colour from the highlighter and in the prompt: drawn as it is on a
+// terminal with direct colour, as the nearest of 256 colours on one
+// without, and of 8 on an 8-colour one.
+TEST(Colour, RgbAndItsFallbacks) {
+    struct Case {
+        HostOptions options;
+        std::string digit, prompt;
+    };
+    HostOptions direct = xterm(30), plain = xterm(30), eight;
+    direct.env.push_back("COLORTERM=truecolor");
+    eight.term = "qv-colour";
+    for (const Case &k : {Case{direct, "fg#ff8000+bg#000060", "fg#00c8ff"}, Case{plain, "fg208+bg17", "fg45"},
+                          Case{eight, "", ""}}) {
+        PtyHost h({"init", "highlight:rgb", "cb:idle=tick", "utf8:\x1b[38;2;0;200;255m>\x1b[0m ", "destroy"}, k.options);
+        h.keys("a1");
+        h.settle();
+        if (k.options.term == "qv-colour") {
+            // The readable terminal's own tokens.
+            EXPECT_NE(h.output().find("<setaf 3><setab 0>1"), std::string::npos) << visible(h.output());
+            EXPECT_NE(h.output().find("<setaf 6>>"), std::string::npos) << visible(h.output());
+        } else {
+            const Screen s = h.screen();
+            EXPECT_EQ(s.looks[0][3], k.digit) << k.options.term;
+            EXPECT_EQ(s.looks[0][0], k.prompt) << k.options.term;
+        }
+        EXPECT_EQ(h.typed("\r"), Lines{"a1"});
+    }
+}
+
 // A transient prompt: a finished input is drawn again with it, in its
 // colours, in place of the long prompt; its continuation rows keep their
 // indent; an abandoned input keeps the read's prompt.

@@ -2,6 +2,8 @@
 // the text so that they take no cells.
 #include "sgr.h"
 
+#include "rgb.h"
+
 #include <cstdlib>
 
 #include "quorvel.h"
@@ -54,8 +56,13 @@ uint32_t qv::apply_sgr(uint32_t style, const wchar_t *params, int n) {
             const uint32_t c = static_cast<uint32_t>(v[i + 2] & 0xFF);
             style = p == 38 ? (style & ~kFg) | TERM_FG(c) : (style & ~kBg) | TERM_BG(c);
             i += 2;
+        } else if ((p == 38 || p == 48) && i + 4 < count && v[i + 1] == 2) {
+            auto part = [&](int k) { return static_cast<uint32_t>(v[i + k] < 0 ? 0 : v[i + k] > 255 ? 255 : v[i + k]); };
+            const uint32_t field = rgb_field(part(2) << 16 | part(3) << 8 | part(4));
+            style = p == 38 ? (style & ~kFg) | field : (style & ~kBg) | field << 9;
+            i += 4;
         } else if ((p == 38 || p == 48) && i + 1 < count && v[i + 1] == 2) {
-            i += 4; // a direct colour: the palette cannot say it
+            i = count; // cut short: the rest cannot be read
         }
     }
     return style;

@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include "outstate.h"
+#include "rgb.h"
 #include "session.h"
 #include "text.h"
 
@@ -179,6 +180,11 @@ const StyleCaps &caps() {
     for (int i = 0; i < 5; i++) s.flag[i] = qv::terminal_key(kNames[i]);
     s.palette = st().described ? tigetnum("colors") : 0;
     if (s.palette < 0) s.palette = 0;
+    s.setrgb[0] = qv::terminal_key("setrgbf");
+    s.setrgb[1] = qv::terminal_key("setrgbb");
+    const char *colorterm = getenv("COLORTERM");
+    const bool said = colorterm && (strcmp(colorterm, "truecolor") == 0 || strcmp(colorterm, "24bit") == 0);
+    s.direct = s.setaf && ((st().described && tigetflag("RGB") > 0) || (s.setrgb[0] && s.setrgb[1]) || said);
     s.loaded = true;
     return s;
 }
@@ -206,13 +212,31 @@ void put_style(const char *cap) {
 uint32_t put_colour(int kind, uint32_t colour) {
     Terminfo use;
     if (colour == 0) return 0;
+    const uint32_t asked = colour;
+    if (qv::is_rgb_field(colour)) {
+        // 24-bit where the terminal draws it, else the nearest colour of
+        // the palette it has.
+        const uint32_t rgb = qv::rgb_of(colour);
+        const int r = static_cast<int>(rgb >> 16), g = static_cast<int>((rgb >> 8) & 0xFF), b = static_cast<int>(rgb & 0xFF);
+        if (caps().direct) {
+            if (const char *cap = caps().setrgb[kind]) {
+                put_style(tiparm(cap, r, g, b));
+            } else {
+                char sgr[32];
+                snprintf(sgr, sizeof sgr, "\x1b[%d;2;%d;%d;%dm", kind ? 48 : 38, r, g, b);
+                put_style(sgr);
+            }
+            return colour;
+        }
+        colour = static_cast<uint32_t>(caps().palette >= 256 ? qv::nearest_256(rgb) : qv::nearest_16(rgb)) + 1;
+    }
     const int n = showable(static_cast<int>(colour) - 1);
     const char *cap = kind ? caps().setab : caps().setaf;
     if (n < 0 || !cap) return 0;
     char *&formatted = st().style.colour[kind][n];
     if (!formatted) formatted = strdup(tiparm(cap, n));
     put_style(formatted ? formatted : tiparm(cap, n));
-    return static_cast<uint32_t>(n) + 1;
+    return asked != colour ? asked : static_cast<uint32_t>(n) + 1;
 }
 
 } // namespace

@@ -26,6 +26,10 @@ struct qv::StyleCaps {
     const char *flag[5]; // bold, dim, sitm, smul, rev
     int palette;
     char *colour[2][256]; // setaf and setab for each index, formatted when first used
+    // Direct colour: terminfo's RGB flag or setrgbf/setrgbb, or COLORTERM
+    // saying truecolor or 24bit; setrgb[0] and [1] when the description has them.
+    bool direct;
+    const char *setrgb[2];
 };
 
 // What one session's terminal is and shows.

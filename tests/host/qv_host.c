@@ -85,6 +85,15 @@ static void highlight_digits(const char *text, int len, term_highlight *out, voi
         if (text[i] >= '0' && text[i] <= '9') term_addHighlight(out, i, i + 1, TERM_FG(3) | TERM_BOLD);
 }
 
+/* Digits in orange, 24 bits of it, on a dark blue. */
+static void highlight_rgb(const char *text, int len, term_highlight *out, void *user) {
+    int i;
+    (void)user;
+    for (i = 0; i < len; i++)
+        if (text[i] >= '0' && text[i] <= '9')
+            term_addHighlight(out, i, i + 1, TERM_RGB_FG(255, 128, 0) | TERM_RGB_BG(0, 0, 96));
+}
+
 /* The same looks, styled only from where the text changed. */
 static void highlight_from(const char *text, int len, term_highlight *out, void *user) {
     int i = term_highlightFrom(out);
@@ -449,6 +458,7 @@ int main(int argc, char **argv) {
         } else if (strncmp(a, "highlight:", 10) == 0) {
             term_setHighlighter(strcmp(a + 10, "bad") == 0    ? highlight_bad
                                 : strcmp(a + 10, "from") == 0 ? highlight_from
+                                : strcmp(a + 10, "rgb") == 0  ? highlight_rgb
                                                               : highlight_digits,
                                 NULL);
         } else if (strncmp(a, "completer:", 10) == 0) {
