@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(cmake g++ make pkg-config python3 libncurses-dev libutf8proc-dev ncurses-bin
           libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev mandoc man-db
-          libreadline-dev)
+          libreadline-dev abigail-tools)
 # GNU readline's development files build the control of the differential
 # test against GNU readline; none of the libraries links them.
 # Unmodified readline and libedit programs the tests run on Quorvel, and the
