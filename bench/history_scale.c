@@ -64,7 +64,7 @@ int main(int argc, char **argv) {
         dup2(slave, STDIN_FILENO);
         dup2(slave, STDOUT_FILENO);
     }
-    term_options options = {argv[1], 0};
+    term_options options = {argv[1], 0, {0}};
     if (!term_init(&options)) return 1;
     term_setHistoryLimit(-1);
     t0 = now_ms();

@@ -23,7 +23,7 @@ static void on_end(void) { done = 1; }
 
 int main(int argc, char **argv) {
     const char *dir = getenv("QV_BENCH_HISTORY");
-    term_options opts = {dir ? dir : "/tmp", 0};
+    term_options opts = {dir ? dir : "/tmp", 0, {0}};
     term_callbacks cb = {0};
     long n = 0;
     if (!term_init(&opts)) return 1;

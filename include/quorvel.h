@@ -53,7 +53,9 @@
 extern "C" {
 #endif
 
-/* Options of term_init(). The host owns the record. */
+/* Options of term_init(). The host owns the record and zeroes it first
+   ("= {0}" or memset): the reserved slots are for options a later version
+   adds under the same SONAME, which read 0 as the present behaviour. */
 typedef struct term_options {
     /* Directory of the history file "term.history"; NULL leaves the current
        history_directory as it is. */
@@ -61,10 +63,13 @@ typedef struct term_options {
     /* Nonzero: Ctrl-C abandons the line, ends the read and raises SIGINT in
        the process. 0: Ctrl-C only abandons the line and reading goes on. */
     int sigint;
+    void *reserved[4];
 } term_options;
 
 /* Host callbacks, eight slots in this order. A NULL slot passed to
-   term_setCallbacks() leaves the installed callback as it is. */
+   term_setCallbacks() leaves the installed callback as it is. The four
+   reserved slots are for callbacks a later version adds under the same
+   SONAME; the host leaves them NULL. */
 typedef struct term_callbacks {
     /* Called each 50 ms while waiting for a key, also between the bytes of a
        key sequence. 0: keep waiting; 1 or 2: end this read and every later

@@ -62,6 +62,7 @@ def main():
         return 77
     baseline = os.path.join(base_dir, soname(library) + ".abi")
     if "--update" in sys.argv:
+        os.makedirs(base_dir, exist_ok=True)
         dump(library, baseline)
         print("recorded " + baseline)
         return 0

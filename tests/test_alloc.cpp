@@ -146,7 +146,7 @@ template <class F> long allocations_of(F f) {
 // All or nothing: whichever allocation fails, term_init answers 0 and leaves
 // nothing behind; only when every one succeeds does it answer 1.
 TEST_F(AllocationFailure, TermInitFailsAtEveryPointAndLeavesNothingBehind) {
-    term_options opts = {"/tmp", 0};
+    term_options opts = {"/tmp", 0, {}};
     // Warm-up: one-time state (the terminal description) exists before counting.
     ASSERT_EQ(term_init(&opts), 1);
     term_destroy();
@@ -300,7 +300,7 @@ class SessionSweep : public AllocationFailure {
         return ::testing::AssertionFailure() << "the read never ended";
     }
     ::testing::AssertionResult session() {
-        term_options opts = {dir_.c_str(), 0};
+        term_options opts = {dir_.c_str(), 0, {}};
         if (!lib([&] { return term_init(&opts); })) return ::testing::AssertionFailure() << "no instance";
         lib([] {
             term_loadHistory();

@@ -253,7 +253,7 @@ int idle_hook() {
 
 bool qv::rl_start_editor() {
     if (started) return true;
-    term_options options = {nullptr, 1};
+    term_options options = {nullptr, 1, {}};
     if (!term_init(&options)) return false;
     // The program decides what enters its history; the editor's own file
     // is never read, and never written, since nothing here ends the instance.

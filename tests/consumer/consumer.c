@@ -4,7 +4,7 @@
 #include <stdio.h>
 
 int main(void) {
-    term_options options = {".", 0};
+    term_options options = {".", 0, {0}};
     keymap_entry *map = keymap_new();
     if (!map || !term_init(&options)) return 1;
     keymap_delete(map);

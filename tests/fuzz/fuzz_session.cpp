@@ -309,7 +309,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         fprintf(f, "%s\n", std::string(90, 'h').c_str());
         fclose(f);
     }
-    term_options options = {history_dir, 0};
+    term_options options = {history_dir, 0, {}};
     if (!term_init(&options)) abort();
     term_setOption(TERM_OPTION_BRACE_MATCH, 0);
     term_setOption(TERM_OPTION_BRACKETED_PASTE, 1);
