@@ -6,9 +6,10 @@ set -euo pipefail
 
 packages=(cmake g++ make pkg-config python3 libncurses-dev libutf8proc-dev ncurses-bin
           libgtest-dev libgmock-dev libvterm-dev libbenchmark-dev mandoc man-db
-          libreadline-dev abigail-tools)
+          libreadline-dev abigail-tools debhelper lintian fakeroot dpkg-dev)
 # GNU readline's development files build the control of the differential
-# test against GNU readline; none of the libraries links them.
+# test against GNU readline; none of the libraries links them. libabigail's
+# tools check the ABI; debhelper and lintian build and check the packages.
 # Unmodified readline and libedit programs the tests run on Quorvel, and the
 # telnet client the telnet example is tried with: wanted,
 # not needed; a test skips a program that is missing.
