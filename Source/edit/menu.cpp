@@ -111,8 +111,16 @@ bool start(console *c, qv::MenuState *m, int direction) {
     return true;
 }
 
+// Whether the stretch the menu replaces is still in the line: the host may
+// set the line from a callback while a menu is open.
+bool in_line(const console *c, const qv::MenuState *m) {
+    const int len = c->editor.buffer ? static_cast<int>(c->editor.lastchar - c->editor.buffer) : -1;
+    return m->from >= 0 && m->len >= 0 && m->from + m->len <= len;
+}
+
 // Puts candidate `at` (count: the text as typed) in place.
 void put(console *c, qv::MenuState *m, int at) {
+    if (!in_line(c, m)) return;
     m->at = at;
     const bool typed = at == m->list->count;
     const qv::Candidate &cand = m->list->items[typed ? 0 : at];
@@ -163,7 +171,7 @@ void menu_step(console *c, int direction) {
     qv::MenuState *m = of(c);
     if (!qv::has_completer() || !c->editor.buffer || !m || c->masked) return;
     const action_fn last = qv::frame_last_action(c);
-    if (!m->list || (last != action_menu_complete && last != action_menu_complete_backward)) {
+    if (!m->list || !in_line(c, m) || (last != action_menu_complete && last != action_menu_complete_backward)) {
         m->selecting = false;
         if (!start(c, m, direction)) return;
     }
@@ -206,6 +214,10 @@ void qv::menu_end(console *c, bool restore) {
 bool qv::menu_key(console *c, action_fn action, int key, bool tab) {
     MenuState *m = of(c);
     if (!m || !m->open || !c->editor.buffer) return false;
+    if (!in_line(c, m)) {
+        menu_end(c, false); // the line changed under the menu: it has nothing left to choose in
+        return false;
+    }
     if (tab || action == action_menu_complete) {
         step(c, m, 1);
     } else if (action == action_menu_complete_backward) {

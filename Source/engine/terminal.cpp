@@ -21,6 +21,7 @@
 #include "text.h"
 #include "repeat.h"
 #include "listings.h"
+#include "menu.h"
 #include "view.h"
 #include "userkeys.h"
 #include "variables.h"
@@ -390,6 +391,7 @@ int term_editSetLine(const char *text, int cursor) {
     if (!top().t || !text) return 0;
     console *c = the_console();
     if (!c->editor.buffer) return 0;
+    qv::menu_end(c, false); // a new line leaves a menu nothing to choose in
     const size_t len = strlen(text);
     const size_t at = cursor < 0 ? 0 : static_cast<size_t>(cursor) < len ? static_cast<size_t>(cursor) : len;
     if (len == 0) {
