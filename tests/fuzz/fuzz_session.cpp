@@ -13,9 +13,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdio_ext.h>
 #include <string>
 #include <thread>
-#include <atomic>
 #include <mutex>
 #include <vector>
 
@@ -54,7 +54,6 @@ std::vector<qvtest::Resize> resizes;   // where the window changed, for the rend
 // in a narrow window) must not block on a reader that waits for the step.
 std::mutex taken_lock;
 std::string taken; // read and not yet moved to out
-std::atomic<unsigned long> reads{0};
 
 void keep_reading() {
     char buf[65536];
@@ -65,23 +64,37 @@ void keep_reading() {
         if (n > 0) {
             std::lock_guard<std::mutex> hold(taken_lock);
             taken.append(buf, static_cast<size_t>(n));
-            reads++;
         } else if (n < 0 && errno != EAGAIN && errno != EINTR) {
             return;
         }
     }
 }
 
-// Everything the library has written so far: once the other side has been
-// quiet for a moment, since the kernel hands output over a little late.
+[[noreturn]] void fail(const char *what, const std::string &detail);
+
+// Everything the library has written so far, exactly: a marker written
+// after it comes out of the other side after it, however late the kernel
+// hands it over, and a window change recorded at a position in `out` then
+// stands where the library saw it. Output the library left in stdout's
+// buffer would reach the screen only with some later write, so it fails.
 void drain() {
-    for (unsigned long seen = reads.load() + 1; seen != reads.load();) {
-        seen = reads.load();
+    if (__fpending(stdout) != 0) fail("output left unflushed", std::to_string(__fpending(stdout)) + " bytes");
+    static unsigned long serial = 0;
+    const std::string marker = "\x1b_qv-sync " + std::to_string(++serial) + "\x1b\\";
+    if (write(1, marker.data(), marker.size()) != static_cast<ssize_t>(marker.size())) abort();
+    for (int waited = 0;; waited++) {
+        {
+            std::lock_guard<std::mutex> hold(taken_lock);
+            const size_t at = taken.find(marker);
+            if (at != std::string::npos) {
+                out.append(taken, 0, at);
+                taken.erase(0, at + marker.size());
+                return;
+            }
+        }
+        if (waited == 10000) fail("drain", "the terminal's other side never saw the marker");
         usleep(1000);
     }
-    std::lock_guard<std::mutex> hold(taken_lock);
-    out += taken;
-    taken.clear();
 }
 
 // ---------------------------------------------------------------------------
@@ -136,8 +149,6 @@ void highlight(const char *, int len, term_highlight *h, void *) {
     term_addHighlight(h, 3, 1, TERM_REVERSE);
     term_addHighlight(h, 1, 2, TERM_UNDERLINE);
 }
-
-[[noreturn]] void fail(const char *what, const std::string &detail);
 
 // Styles only from where the library says the text changed: what it says
 // is unchanged must be.
