@@ -104,6 +104,46 @@ QV_API int term_init(const term_options *options);
 /* Writes the history to its file, releases the instance and all it owns. */
 QV_API void term_destroy(void);
 
+/* What this build has. A build for a small device may leave features out
+   (the README lists the build options); their calls stay, and answer as
+   below, never crashing. Any time, from any thread.
+   - TERM_FEATURE_VI_MODE: without it TERM_OPTION_VI_MODE and
+     TERM_OPTION_VI_SHOW_MODE answer -1, and no key map is named "vi-*".
+   - TERM_FEATURE_BINDINGS: without it term_bindKey(), term_bindMacro() and
+     term_setVariable() answer 0, term_getVariable() and term_listBindings()
+     NULL, term_readBindings() -1; term_actionNames() and term_variableNames()
+     are empty; the reporter and application name are ignored.
+   - TERM_FEATURE_READLINE_COMMANDS: readline's further commands (case and
+     transposition of words, the mark and region, character search, history
+     search by prefix, yank-last-arg, numeric arguments, keyboard and string
+     macros, operate-and-get-next, insert-comment) and the keys bound to them.
+   - TERM_FEATURE_HIGHLIGHT: without it the highlighter is never called,
+     term_addHighlight() and term_highlightFrom() answer 0, and
+     TERM_OPTION_BRACE_MATCH answers -1. Looks and prompt styles stay.
+   - TERM_FEATURE_COMPLETION_MENU: without it TERM_OPTION_COMPLETION_MENU
+     answers -1, Shift-Tab is unbound, and term_addCompletionEx() adds the
+     replacement alone, listed in columns as term_addCompletion() adds it.
+   - TERM_FEATURE_LEAN_OUTPUT: without it TERM_OPTION_LEAN_OUTPUT answers -1.
+   - TERM_FEATURE_EVENT_LOOP: without it term_editStart() answers 0,
+     term_editFeed() -1, term_editFd() and term_editTimeout() -1,
+     term_editPush() 0, and term_editStop() and term_editLeave() do nothing.
+     term_editLine(), term_editSetLine() and term_editRedraw() stay, for a
+     read's callbacks.
+   - TERM_FEATURE_THREAD_PRINT: without it term_print() and term_wake() do
+     nothing, and TERM_OPTION_LOG_TO_TERMINAL answers -1.
+   - TERM_FEATURE_SESSIONS: without it term_open() answers NULL, term_use()
+     NULL (the default session stays), and term_close() does nothing. */
+#define TERM_FEATURE_VI_MODE 0x001u
+#define TERM_FEATURE_BINDINGS 0x002u
+#define TERM_FEATURE_READLINE_COMMANDS 0x004u
+#define TERM_FEATURE_HIGHLIGHT 0x008u
+#define TERM_FEATURE_COMPLETION_MENU 0x010u
+#define TERM_FEATURE_LEAN_OUTPUT 0x020u
+#define TERM_FEATURE_EVENT_LOOP 0x040u
+#define TERM_FEATURE_THREAD_PRINT 0x080u
+#define TERM_FEATURE_SESSIONS 0x100u
+QV_API unsigned term_features(void);
+
 /* ---------------------------------------------------------------------------
    Sessions. A session is one terminal and the editor serving it: its
    description and size, its mode, its options, history, key maps,
@@ -403,7 +443,7 @@ QV_API int term_highlightFrom(term_highlight *out);
 #define TERM_OPTION_AUTO_PAIRS 13
 
 /* Sets an option to value (0 or 1). Answers the previous value, or -1 for
-   an unknown option. */
+   an unknown option or one the build left out (term_features()). */
 QV_API int term_setOption(int option, int value);
 
 /* The pairs bracket insertion types: pairs, UTF-8, read two characters at a

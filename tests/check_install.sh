@@ -35,12 +35,15 @@ cmake -S "$src" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$work/prefix" \
     -DCMAKE_C_FLAGS="$extra" > "$work/cmake.log"
 cmake --build "$work/cmake-build" > "$work/cmake-build.log"
 LD_LIBRARY_PATH="$(dirname "$libdir")" TERM=dumb "$work/cmake-build/consumer" | grep -q "quorvel ok"
-# The readline program reads "quit" from a pipe: no terminal, no editing.
-cc -std=c99 -Wall -Werror $extra -o "$work/rl-shared" "$rlprog" $(pkg-config --cflags --libs quorvel-readline)
-cc -std=c99 -Wall -Werror $extra -o "$work/rl-static" "$rlprog" $(pkg-config --cflags quorvel-readline) \
-    $(pkg-config --static --libs quorvel-readline | sed 's/-lquorvel-readline\b/-l:libquorvel-readline.a/; s/-lquorvel\( \|$\)/-l:libquorvel.a\1/')
-printf 'a\nb\nquit\n' | LD_LIBRARY_PATH="$(dirname "$libdir")" "$work/rl-shared" 2>&1 >/dev/null | grep -qx 2
-printf 'a\nquit\n' | "$work/rl-static" 2>&1 >/dev/null | grep -qx 1
+# The readline program reads "quit" from a pipe: no terminal, no editing
+# (a build without the readline-compatible library installs none).
+if pkg-config --exists quorvel-readline; then
+    cc -std=c99 -Wall -Werror $extra -o "$work/rl-shared" "$rlprog" $(pkg-config --cflags --libs quorvel-readline)
+    cc -std=c99 -Wall -Werror $extra -o "$work/rl-static" "$rlprog" $(pkg-config --cflags quorvel-readline) \
+        $(pkg-config --static --libs quorvel-readline | sed 's/-lquorvel-readline\b/-l:libquorvel-readline.a/; s/-lquorvel\( \|$\)/-l:libquorvel.a\1/')
+    printf 'a\nb\nquit\n' | LD_LIBRARY_PATH="$(dirname "$libdir")" "$work/rl-shared" 2>&1 >/dev/null | grep -qx 2
+    printf 'a\nquit\n' | "$work/rl-static" 2>&1 >/dev/null | grep -qx 1
+fi
 # The manual pages, as a user reads them after installing: the overview,
 # a call through its link to the page of its group, the file format.
 mandir="$work/prefix/share/man"

@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include "needs.h"
 #include "support.h"
+
 
 namespace qvtest {
 

@@ -44,6 +44,7 @@ TEST(Colour, PromptsTakeNoCells) {
 // matching shows the partner only while the cursor is on or after a bracket,
 // and never in the finished input.
 TEST(Colour, HighlighterAndBraces) {
+    QV_NEEDS(TERM_FEATURE_HIGHLIGHT);
     PtyHost h({"init", "highlight:digits", "option:7=1", "cb:idle=tick", "utf8:> ", "destroy"}, xterm());
     h.keys("(x1)");
     h.settle();
@@ -75,6 +76,7 @@ TEST(Colour, HighlighterAndBraces) {
 // terminal with direct colour, as the nearest of 256 colours on one
 // without, and of 8 on an 8-colour one.
 TEST(Colour, RgbAndItsFallbacks) {
+    QV_NEEDS(TERM_FEATURE_HIGHLIGHT);
     struct Case {
         HostOptions options;
         std::string digit, prompt;
@@ -143,6 +145,7 @@ TEST(Colour, TheRightPrompt) {
 // The hint, the completion listing and the matched bracket take the looks
 // the host gives them.
 TEST(Colour, LooksOfHintListingAndMatch) {
+    QV_NEEDS(TERM_FEATURE_HIGHLIGHT);
     // TERM_FG(4) for the hint, TERM_FG(1) for the listing, TERM_UNDERLINE
     // for the bracket.
     const std::string fg4 = "look:1=5", fg1 = "look:2=2", under = "look:3=0x200000";
@@ -172,6 +175,7 @@ TEST(Colour, LooksOfHintListingAndMatch) {
 // A highlighter that styles only from where the text changed sees that
 // offset in bytes, and the styles of the text before it stay.
 TEST(Colour, HighlighterKeepsWhatDidNotChange) {
+    QV_NEEDS(TERM_FEATURE_HIGHLIGHT);
     PtyHost h({"init", "highlight:from", "cb:idle=tick", "utf8:> ", "utf8:> ", "destroy"}, xterm());
     const auto from_after = [&](const std::string &keys) {
         h.keys(keys);
@@ -205,6 +209,7 @@ TEST(Colour, HighlighterKeepsWhatDidNotChange) {
 // Ranges outside the text, across a character or backwards style nothing
 // they do not wholly cover.
 TEST(Colour, BadRangesStyleOnlyWholeCharacters) {
+    QV_NEEDS(TERM_FEATURE_HIGHLIGHT);
     PtyHost h({"init", "highlight:bad", "cb:idle=tick", "utf8:> ", "destroy"}, xterm());
     h.keys("\xc3\xa9" "ab");
     h.settle();
@@ -220,6 +225,7 @@ TEST(Colour, BadRangesStyleOnlyWholeCharacters) {
 // fewest attribute changes; a terminal without colour gets the bytes an
 // unstyled input gets.
 TEST(Colour, BytesOfAStyleChange) {
+    QV_NEEDS(TERM_FEATURE_HIGHLIGHT);
     HostOptions colour;
     colour.term = "qv-colour";
     PtyHost h({"init", "option:7=1", "cb:idle=tick", "utf8:> ", "destroy"}, colour);

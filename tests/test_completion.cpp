@@ -36,6 +36,7 @@ TEST(Completion, ManyAndBadCandidates) {
 
     // readline's variables: the list at the first Tab, the question from 20
     // candidates on, the columns across the rows.
+    QV_NEEDS(TERM_FEATURE_BINDINGS);
     const std::string file = tempDir() + "/inputrc";
     std::ofstream(file) << "set show-all-if-ambiguous on\nset completion-query-items 20\n"
                            "set print-completions-horizontally on\n";
@@ -57,6 +58,7 @@ TEST(Completion, ManyAndBadCandidates) {
 // by its cells; too narrow for them, the displays alone. The display form
 // shows, the replacement goes in.
 TEST(Completion, DescriptionsBesideTheCandidates) {
+    QV_NEEDS(TERM_FEATURE_COMPLETION_MENU);
     for (const int cols : {40, 20}) {
         PtyHost h({"completer:described", "init", "line:> ", "destroy"}, xterm(cols, 12));
         EXPECT_EQ(h.typed("s\t\tet\tx\r"), Lines{"set x"});
@@ -78,6 +80,7 @@ TEST(Completion, DescriptionsBesideTheCandidates) {
 // readline's page-completions: a listing taller than the terminal waits at
 // --More-- for Space (a page), Return (a row) or anything else (the end).
 TEST(Completion, PagesAtMore) {
+    QV_NEEDS(TERM_FEATURE_BINDINGS);
     const std::string file = tempDir() + "/inputrc";
     std::ofstream(file) << "set page-completions on\nset completion-query-items 0\n";
     PtyHost h({"completer:many=60", "init", "bindings:" + file, "cb:idle=tick", "line:> ", "destroy"}, xterm(30, 8));
@@ -101,6 +104,7 @@ TEST(Completion, PagesAtMore) {
 // the choice without entering the line. The listing goes with the menu and
 // leaves nothing on the screen.
 TEST(Completion, TheMenuChoosesAndLeavesNoTrace) {
+    QV_NEEDS(TERM_FEATURE_COMPLETION_MENU);
     PtyHost h({"completer:words", "option:12=1", "init", "cb:idle=tick", "line:> ", "destroy"}, xterm(40, 12));
     auto chosen = [&](const std::string &keys, const std::string &line) {
         h.keys(keys);
@@ -137,6 +141,7 @@ TEST(Completion, TheMenuChoosesAndLeavesNoTrace) {
 // More candidates than rows: the listing keeps to the room below the input
 // and scrolls with the choice; a resize lays it out again at the new width.
 TEST(Completion, TheMenuScrollsAndFollowsAResize) {
+    QV_NEEDS(TERM_FEATURE_COMPLETION_MENU);
     PtyHost h({"completer:many=60", "option:12=1", "init", "cb:idle=tick", "line:> ", "destroy"}, xterm(30, 8));
     h.keys("item\t");
     h.waitScreen("> item000 ");

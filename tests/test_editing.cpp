@@ -113,6 +113,7 @@ TEST(Keys, BracketInsertion) {
 // A key rebound between reads, by the call and by a file, acts from the next
 // read on; Ctrl-T transposes until then, and a bad line leaves the rest.
 TEST(Keys, RebindingsActFromTheNextRead) {
+    QV_NEEDS(TERM_FEATURE_BINDINGS);
     const std::string file = tempDir() + "/bindings";
     std::ofstream(file) << "Control-o: beginning-of-line\n\"\\C-y\": no-such-action\n\"\\C-xq\": \"\\C-xq\"\n"
                            "set completion-ignore-case on\nset mark-directories off\n";
@@ -135,6 +136,7 @@ TEST(Keys, RebindingsActFromTheNextRead) {
 // The lines people keep in their ~/.inputrc, Debian's /etc/inputrc
 // included, taken by the demo without a word of complaint, and acting.
 TEST(Keys, TheDemoTakesAUsersInputrc) {
+    QV_NEEDS(TERM_FEATURE_BINDINGS);
     const std::string home = tempDir();
     std::ofstream(home + "/.inputrc") << "$include /etc/inputrc\n"
                                          "set editing-mode emacs\n"
@@ -471,6 +473,7 @@ TEST(Paste, MultiLinePastesAreInsertedNotRun) {
     // wait and under a host's poll loop alike, though its end is late.
     // The second paste comes with the end of the first read, so that it
     // starts the next read at once, right after its prompt was drawn.
+    QV_NEEDS(TERM_FEATURE_EVENT_LOOP);
     PtyHost slow({"init", "line:> ", "loop:> ", "destroy"}, xterm(30));
     slow.keys(start + "abc");
     slow.waitScreen("> abc");

@@ -11,6 +11,7 @@
 #include "editkeys.h"
 #include "keymap.h"
 #include "search.h"
+#include "needs.h"
 #include "support.h"
 #include "userkeys.h"
 
@@ -46,6 +47,7 @@ TEST(Keymap, SequencesPrefixesAndRefusals) {
 }
 
 TEST(Keymap, ReadlinesKeyNotation) {
+    QV_NEEDS(TERM_FEATURE_BINDINGS);
     struct Case {
         const char *text;
         bool quoted;
@@ -70,6 +72,7 @@ TEST(Keymap, ReadlinesKeyNotation) {
 // Good lines apply and each bad one is told once, with why; $if picks by
 // the terminal's name and the editing mode.
 TEST(Keymap, BindingsFiles) {
+    QV_NEEDS(TERM_FEATURE_BINDINGS);
     const std::string path = qvtest::tempDir() + "/bindings";
     std::ofstream(path) << "# comment\n"
                            "set editing-mode emacs\n"

@@ -20,6 +20,7 @@ using namespace qvtest;
 namespace {
 
 TEST(Property, ALineLooksTheSameHoweverItWasReached) {
+    QV_NEEDS(TERM_FEATURE_EVENT_LOOP); // the fresh read starts with its line set
     const std::vector<std::string> terms = {"xterm-256color", "qv-readable", "qv-nohpa",  "qv-nocuu",
                                             "qv-nocr",        "qv-leftbs",   "qv-zero",   "qv-xterm-nodim",
                                             "qv-colour",      "qv-insdel",   "qv-shape"};
@@ -31,7 +32,7 @@ TEST(Property, ALineLooksTheSameHoweverItWasReached) {
     const int rounds = getenv("QV_ROUNDS") ? atoi(getenv("QV_ROUNDS")) : 2 * static_cast<int>(terms.size());
     for (int round = 0; round < rounds; round++) {
         const std::string &term = terms[static_cast<size_t>(round) % terms.size()];
-        const bool lean = (round / static_cast<int>(terms.size())) % 2 == 1;
+        const bool lean = (round / static_cast<int>(terms.size())) % 2 == 1 && (term_features() & TERM_FEATURE_LEAN_OUTPUT);
         const int cols = 8 + pick(40);
         // The first round of each terminal: a wide character that the
         // prompt's last free column pushes down, taken back.

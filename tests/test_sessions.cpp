@@ -109,6 +109,7 @@ std::vector<std::string> serve(const std::vector<term_session *> &sessions, std:
 // once come back as each one's own line, and each terminal shows only its
 // own prompt and text, drawn with its own description at its own width.
 TEST_F(Sessions, EightTerminalsOneLoop) {
+    QV_NEEDS(TERM_FEATURE_SESSIONS | TERM_FEATURE_EVENT_LOOP);
     std::vector<std::unique_ptr<Peer>> peers;
     std::vector<Peer *> raw;
     std::vector<term_session *> sessions;
@@ -147,6 +148,7 @@ TEST_F(Sessions, EightTerminalsOneLoop) {
 // A socket whose peer keeps its own mode: no terminal mode is set, the size
 // is the host's word, and a new size draws the line again.
 TEST_F(Sessions, AStreamTakesItsSizeFromTheHost) {
+    QV_NEEDS(TERM_FEATURE_SESSIONS);
     Peer p(0);
     const term_session_options o = options("xterm-256color", 1);
     term_session *s = term_open(p.theirs, p.theirs, &o);
@@ -183,6 +185,7 @@ TEST_F(Sessions, AStreamTakesItsSizeFromTheHost) {
 // third thread go above its input; a close from this one ends it first; a
 // terminal that goes away under a read ends it with end of input.
 TEST_F(Sessions, ThreadsPrintsAndCloses) {
+    QV_NEEDS(TERM_FEATURE_SESSIONS | TERM_FEATURE_THREAD_PRINT);
     Peer a(40, 30), b(40, 6);
     term_session *sa = term_open(a.theirs, a.theirs, nullptr);
     term_session *sb = term_open(b.theirs, b.theirs, nullptr);
@@ -235,6 +238,7 @@ TEST_F(Sessions, ThreadsPrintsAndCloses) {
 // The telnet example with Debian's telnet client: two clients at once, each
 // told of the other, each getting its own lines back, each at its own size.
 TEST_F(Sessions, TheTelnetServerServesTwoClients) {
+    QV_NEEDS(TERM_FEATURE_SESSIONS | TERM_FEATURE_EVENT_LOOP);
     if (system("command -v telnet >/dev/null 2>&1") != 0) GTEST_SKIP() << "no telnet client";
     const std::string port = std::to_string(20000 + getpid() % 20000);
     int ready[2];

@@ -91,6 +91,7 @@ TEST(Instance, EachKeyWritesExactlyItsCells) {
 // deletion in mid-line (across a wrap as well), and of a history walk, on a
 // terminal with insert and delete capabilities and on one without.
 TEST(Instance, LeanOutputWritesFewerBytes) {
+    QV_NEEDS(TERM_FEATURE_LEAN_OUTPUT);
     struct Case {
         const char *term;
         std::string before, key, bytes;
@@ -173,6 +174,28 @@ TEST(PlainTerminal, ALongLineScrollsSideways) {
 // 24 by 80, so the editor starts with a usable size rather than none.
 // Standard output elsewhere: the size and the drawing come from the
 // description.
+// A build that leaves features out keeps their calls, and each answers "not
+// available"; the editor goes on as without them.
+TEST(Instance, WhatTheBuildLeftOutAnswersNotAvailable) {
+    const unsigned f = term_features();
+    EXPECT_EQ(f, QV_EXPECT_FEATURES);
+    Lines expected;
+    if (!(f & TERM_FEATURE_VI_MODE)) expected.push_back("ABSENT vi -1 -1 0");
+    if (!(f & TERM_FEATURE_BINDINGS)) expected.push_back("ABSENT bindings 0 0 0 NULL NULL -1 0 0");
+    if (!(f & TERM_FEATURE_HIGHLIGHT)) expected.push_back("ABSENT highlight -1");
+    if (!(f & TERM_FEATURE_COMPLETION_MENU)) expected.push_back("ABSENT menu -1");
+    if (!(f & TERM_FEATURE_LEAN_OUTPUT)) expected.push_back("ABSENT lean -1");
+    if (!(f & TERM_FEATURE_EVENT_LOOP)) expected.push_back("ABSENT loop 0 -1 NULL -1 -1 0");
+    if (!(f & TERM_FEATURE_THREAD_PRINT)) expected.push_back("ABSENT print -1");
+    if (!(f & TERM_FEATURE_SESSIONS)) expected.push_back("ABSENT sessions NULL NULL NULL");
+    PtyHost h({"init", "absent", "highlight:digits", "line:> ", "destroy"}, xterm(40));
+    // Alt-u is readline's upcase-word: without readline's further commands
+    // the key is unbound and does nothing.
+    EXPECT_EQ(h.typed("a1\x1b" "b\x1bu\r"), Lines{f & TERM_FEATURE_READLINE_COMMANDS ? "A1" : "a1"});
+    EXPECT_EQ(h.records("ABSENT"), expected);
+    EXPECT_EQ(h.records("HIGHLIGHT").empty(), !(f & TERM_FEATURE_HIGHLIGHT));
+}
+
 TEST(Instance, ZeroSizesAndAnOutputThatIsNoTerminal) {
     HostOptions o;
     o.term = "qv-zero";
@@ -390,6 +413,7 @@ TEST(Output, StringsLineEndsAndBlanks) {
 // every line shows once, whole and in its thread's order; the line read is
 // what was typed, and the input is intact below the last line printed.
 TEST(Print, ThreadsPrintAboveTheInputAndNothingIsLost) {
+    QV_NEEDS(TERM_FEATURE_THREAD_PRINT);
     PtyHost h({"init", "cb:idle=tick", "printers:8x500@1000", "line:> ", "join", "destroy"}, xterm(80, 40));
     std::string typed;
     for (int i = 0; i < 2000; i++) typed += static_cast<char>('a' + i % 26);
@@ -421,6 +445,7 @@ TEST(Print, ThreadsPrintAboveTheInputAndNothingIsLost) {
 // A print during a continued input takes the rows where the input began;
 // both of its lines follow below, the cursor where it was.
 TEST(Print, AContinuedInputIsDrawnAgainBelowAPrint) {
+    QV_NEEDS(TERM_FEATURE_THREAD_PRINT);
     PtyHost h({"init", "cb:complete=brackets", "cb:keep=1", "cb:idle=tick", "putln:before", "later:1500:news",
                "line:> ", "destroy"},
               xterm());
@@ -438,6 +463,7 @@ TEST(Print, AContinuedInputIsDrawnAgainBelowAPrint) {
 // running, the next read. Between reads a print, and a logger line mirrored,
 // are written at once.
 TEST(Print, AWakeUpEndsTheReadAndPrintsBetweenReadsGoOutAtOnce) {
+    QV_NEEDS(TERM_FEATURE_THREAD_PRINT);
     PtyHost h({"init", "wake:signal", "line:> ", "wake:1500", "line:> ", "print:between", "option:5=1", "log:logged",
                "wake:now", "line:> ", "line:> ", "destroy"},
               xterm());
@@ -461,6 +487,7 @@ TEST(Print, AWakeUpEndsTheReadAndPrintsBetweenReadsGoOutAtOnce) {
 // host's poll loop feeds them, all at once or a few bytes at a time (keys
 // cut at random places), while the loop's timer stays served.
 TEST(Loop, APolledReadGivesWhatABlockingReadGives) {
+    QV_NEEDS(TERM_FEATURE_EVENT_LOOP);
     const std::string keys = std::string("one\r") + "ab" + kLeft + "X\xc3\xa9" + kRight + "\r" + kUp + kUp + "!\r" +
                              "(x\ry)\r" + "\x12on\r" + "z\x1b" "b" "Y\x7f\x05" "\xe4\xb8\xad\r";
     std::vector<std::string> blocking{"init", "cb:complete=brackets", "cb:keep=1"}, polled = blocking;
@@ -496,6 +523,7 @@ TEST(Loop, APolledReadGivesWhatABlockingReadGives) {
 // another thread between feeds: the edit goes on, drawn at the new width
 // below the print.
 TEST(Loop, ASignalAResizeAndAPrintBetweenFeeds) {
+    QV_NEEDS(TERM_FEATURE_EVENT_LOOP | TERM_FEATURE_THREAD_PRINT);
     PtyHost h({"init", "catch", "later:1000:news", "loop:> ", "destroy"}, xterm(20));
     h.keys("abcdefghijklmnopqrstuvwxyz");
     h.waitScreen("> abcdefghijklmnopqr");

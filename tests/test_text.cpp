@@ -78,6 +78,7 @@ TEST(Clusters, NoKeySplitsOne) {
     vi.push_back({"cafe\xcc\x81 x" + esc + "0ea|", "cafe\xcc\x81| x"});
     vi.push_back({"e\xcc\x81" + esc + "~", "E\xcc\x81"});
     for (const bool vi_mode : {false, true}) {
+        if (vi_mode) QV_NEEDS(TERM_FEATURE_VI_MODE);
         const auto &rows = vi_mode ? vi : emacs;
         std::vector<std::string> commands{"init", vi_mode ? "option:9=1" : "option:9=0"};
         std::string keys;

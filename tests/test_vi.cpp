@@ -17,6 +17,7 @@ const std::string esc = "\x1b";
 // the rows before; Escape comes straight before the next key, as a fast
 // typist sends it. The history rows come first, while the history is known.
 TEST(Vi, KeyStreamsGiveTheLineAndTheCursor) {
+    QV_NEEDS(TERM_FEATURE_VI_MODE);
     struct Row {
         std::string keys, line;
     };
@@ -98,6 +99,7 @@ TEST(Vi, KeyStreamsGiveTheLineAndTheCursor) {
 // shape says the mode and is given back when the read ends. Continuation
 // lines and a masked read work in command mode too.
 TEST(Vi, TheModeShowsInTheCursorsShape) {
+    QV_NEEDS(TERM_FEATURE_VI_MODE);
     HostOptions o;
     o.term = "qv-shape";
     PtyHost h({"init", "option:9=1", "cb:complete=brackets", "line:", "mask:*:", "destroy"}, o);
@@ -115,6 +117,7 @@ TEST(Vi, TheModeShowsInTheCursorsShape) {
 // With the mode shown in the prompt, each switch redraws the prompt, its
 // colours kept, and the line comes back without it.
 TEST(Vi, TheModeShowsInThePrompt) {
+    QV_NEEDS(TERM_FEATURE_VI_MODE);
     PtyHost h({"init", "option:9=1", "option:10=1", "line:\x1b[32m>\x1b[0m ", "destroy"}, xterm(30));
     h.keys("ab");
     h.waitScreen("(ins) > ab");

@@ -37,20 +37,32 @@ namespace {
 // and a new session starts from them.
 qv::OptionsState own;
 
+// An option of a feature the build left out has no slot: setting it
+// answers -1, as for an unknown option.
 std::atomic<int> *slot(qv::OptionsState &o, int id) {
     switch (id) {
     case TERM_OPTION_BRACKETED_PASTE: return &o.bracketed_paste;
     case TERM_OPTION_HINTS: return &o.hints;
     case TERM_OPTION_UTF8_INPUT: return &o.utf8_input;
     case TERM_OPTION_AUTO_HISTORY: return &o.auto_history;
+#if QV_WITH_THREAD_PRINT
     case TERM_OPTION_LOG_TO_TERMINAL: return &o.log_to_terminal;
+#endif
     case TERM_OPTION_SIGNAL_KEYS: return &o.signal_keys;
+#if QV_WITH_HIGHLIGHT
     case TERM_OPTION_BRACE_MATCH: return &o.brace_match;
+#endif
+#if QV_WITH_LEAN_OUTPUT
     case TERM_OPTION_LEAN_OUTPUT: return &o.lean_output;
+#endif
+#if QV_WITH_VI_MODE
     case TERM_OPTION_VI_MODE: return &o.vi_mode;
     case TERM_OPTION_VI_SHOW_MODE: return &o.vi_show_mode;
+#endif
     case TERM_OPTION_KEEP_HISTORY_EDITS: return &o.keep_history_edits;
+#if QV_WITH_COMPLETION_MENU
     case TERM_OPTION_COMPLETION_MENU: return &o.completion_menu;
+#endif
     case TERM_OPTION_AUTO_PAIRS: return &o.auto_pairs;
     default: return nullptr;
     }
@@ -102,4 +114,15 @@ void qv::set_pairs(const wchar_t *chars, int n) {
     for (int i = 0; i < kMaxPairs; i++)
         o.pairs[i].store(2 * i + 1 < n ? static_cast<uint32_t>(chars[2 * i]) | uint64_t(static_cast<uint32_t>(chars[2 * i + 1])) << 32
                                        : 0);
+}
+
+// What the build has: the features the build options left in.
+unsigned term_features(void) {
+    return (QV_WITH_VI_MODE ? TERM_FEATURE_VI_MODE : 0u) | (QV_WITH_BINDINGS ? TERM_FEATURE_BINDINGS : 0u) |
+           (QV_WITH_READLINE_COMMANDS ? TERM_FEATURE_READLINE_COMMANDS : 0u) |
+           (QV_WITH_HIGHLIGHT ? TERM_FEATURE_HIGHLIGHT : 0u) |
+           (QV_WITH_COMPLETION_MENU ? TERM_FEATURE_COMPLETION_MENU : 0u) |
+           (QV_WITH_LEAN_OUTPUT ? TERM_FEATURE_LEAN_OUTPUT : 0u) |
+           (QV_WITH_EVENT_LOOP ? TERM_FEATURE_EVENT_LOOP : 0u) |
+           (QV_WITH_THREAD_PRINT ? TERM_FEATURE_THREAD_PRINT : 0u) | (QV_WITH_SESSIONS ? TERM_FEATURE_SESSIONS : 0u);
 }

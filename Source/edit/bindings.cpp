@@ -67,14 +67,26 @@ const SequenceBinding kFixedSequences[] = {
     {"\033d", action_kill_word},
     {"\033y", action_yank_pop},
     // readline's other default keys, where the keys above leave them free.
+    {"\033<", action_history_earliest},
+    {"\033p", action_noninc_search_backward},
+    {"\033n", action_noninc_search_forward},
+    {"\033\014", action_clear_screen},
+    {"\030\025", action_undo},
+    {"\030\037", action_redo},
+    {"\033?", action_possible_completions},
+    {"\033=", action_possible_completions},
+    {"\033*", action_insert_completions},
+#if QV_WITH_COMPLETION_MENU
+    // Shift-Tab: back through the candidates, as in every menu.
+    {"\033[Z", action_menu_complete_backward},
+#endif
+#if QV_WITH_READLINE_COMMANDS
+    // readline's further commands on readline's keys.
     {"\033.", action_yank_last_arg},
     {"\033_", action_yank_last_arg},
     {"\033\031", action_yank_nth_arg},
     {"\033r", action_revert_line},
-    {"\033<", action_history_earliest},
     {"\033>", action_end_of_history},
-    {"\033p", action_noninc_search_backward},
-    {"\033n", action_noninc_search_forward},
     {"\033u", action_upcase_word},
     {"\033l", action_downcase_word},
     {"\033c", action_capitalize_word},
@@ -83,7 +95,6 @@ const SequenceBinding kFixedSequences[] = {
     {"\033\035", action_character_search_backward},
     {"\033#", action_insert_comment},
     {"\033\t", action_tab_insert},
-    {"\033\014", action_clear_screen},
     {"\033-", action_digit_argument},
     {"\0330", action_digit_argument},
     {"\0331", action_digit_argument},
@@ -100,13 +111,7 @@ const SequenceBinding kFixedSequences[] = {
     {"\030(", action_start_kbd_macro},
     {"\030)", action_end_kbd_macro},
     {"\030e", action_call_last_kbd_macro},
-    {"\030\025", action_undo},
-    {"\030\037", action_redo},
-    {"\033?", action_possible_completions},
-    {"\033=", action_possible_completions},
-    {"\033*", action_insert_completions},
-    // Shift-Tab: back through the candidates, as in every menu.
-    {"\033[Z", action_menu_complete_backward},
+#endif
 };
 
 
@@ -139,12 +144,14 @@ const ByteBinding kSingleBytes[] = {
     {11, action_kill_to_end_of_line},
     {13, action_key_return},
     {26, action_suspend_process},
-    {0, action_set_mark},
-    {15, action_operate_and_get_next},
-    {29, action_character_search},
     {127, action_key_backspace},
     {10, action_key_return},
     {13, action_key_return},
+#if QV_WITH_READLINE_COMMANDS
+    {0, action_set_mark},
+    {15, action_operate_and_get_next},
+    {29, action_character_search},
+#endif
 };
 
 } // namespace

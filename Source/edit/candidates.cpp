@@ -155,6 +155,9 @@ int term_addCompletion(term_completions *out, int start, const char *replacement
 int term_addCompletionEx(term_completions *out, int start, const char *replacement, const char *display,
                          const char *description) {
     if (!out || !replacement || start < 0 || start > out->cursor) return 0;
+#if !QV_WITH_COMPLETION_MENU
+    display = description = nullptr; // listed by the replacement alone, in columns
+#endif
     if (out->count == out->cap) {
         const int cap = out->cap ? out->cap * 2 : 16;
         auto *grown = static_cast<term_completions::Item *>(

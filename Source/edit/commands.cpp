@@ -20,6 +20,8 @@
 #include "undo.h"
 #include "variables.h"
 
+#if QV_WITH_READLINE_COMMANDS
+
 namespace {
 
 using WidePtr = std::unique_ptr<wchar_t, decltype(&free)>;
@@ -406,3 +408,43 @@ void action_tab_insert(console *c, int) {
     const wchar_t tab = L'\t';
     if (c->editor.buffer) insert(c, &tab, 1);
 }
+
+#else // a build without readline's further commands: their actions do nothing, and no key or name reaches them
+
+struct qv::CommandState {};
+
+qv::CommandState *qv::commands_new() { return new (std::nothrow) CommandState; }
+void qv::commands_free(CommandState *s) { delete s; }
+void qv::commands_begin(console *) {}
+bool qv::char_search_active(const console *) { return false; }
+void qv::char_search_key(console *, int) {}
+bool qv::reads_argument(action_fn) { return false; }
+bool qv::is_region_kill(action_fn) { return false; }
+void action_history_search_backward(console *, int) {}
+void action_history_search_forward(console *, int) {}
+void action_history_substring_search_backward(console *, int) {}
+void action_history_substring_search_forward(console *, int) {}
+void action_yank_last_arg(console *, int) {}
+void action_yank_nth_arg(console *, int) {}
+void action_operate_and_get_next(console *, int) {}
+void action_revert_line(console *, int) {}
+void action_end_of_history(console *, int) {}
+void action_upcase_word(console *, int) {}
+void action_downcase_word(console *, int) {}
+void action_capitalize_word(console *, int) {}
+void action_transpose_words(console *, int) {}
+void action_delete_horizontal_space(console *, int) {}
+void action_backward_kill_line(console *, int) {}
+void action_kill_whole_line(console *, int) {}
+void action_set_mark(console *, int) {}
+void action_exchange_point_and_mark(console *, int) {}
+void action_kill_region(console *, int) {}
+void action_copy_region_as_kill(console *, int) {}
+void action_copy_backward_word(console *, int) {}
+void action_copy_forward_word(console *, int) {}
+void action_character_search(console *, int) {}
+void action_character_search_backward(console *, int) {}
+void action_insert_comment(console *, int) {}
+void action_tab_insert(console *, int) {}
+
+#endif

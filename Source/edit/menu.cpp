@@ -21,6 +21,8 @@
 #include "variables.h"
 #include "view.h"
 
+#if QV_WITH_COMPLETION_MENU
+
 struct qv::MenuState {
     Candidates *list;
     int at;        // the candidate in place; list->count: the text as typed
@@ -236,3 +238,18 @@ bool qv::menu_key(console *c, action_fn action, int key, bool tab) {
     }
     return true;
 }
+
+#else // a build without the completion menu: Tab lists, as without the option
+
+struct qv::MenuState {};
+
+qv::MenuState *qv::menu_new() { return static_cast<MenuState *>(calloc(1, sizeof(MenuState))); }
+void qv::menu_free(MenuState *m) { free(m); }
+void qv::menu_open(console *) {}
+bool qv::menu_active(const console *) { return false; }
+void qv::menu_end(console *, bool) {}
+bool qv::menu_key(console *, action_fn, int, bool) { return false; }
+void action_menu_complete(console *, int) {}
+void action_menu_complete_backward(console *, int) {}
+
+#endif

@@ -16,6 +16,8 @@
 #include "editkeys.h"
 #include "frame.h"
 
+#if QV_WITH_READLINE_COMMANDS
+
 namespace {
 
 constexpr size_t kMacroMax = 1024; // a keyboard macro's bytes
@@ -226,3 +228,30 @@ const char *qv::macro_text(const console *c, action_fn action, size_t *n) {
         }
     return nullptr;
 }
+
+#else // a build without numeric arguments and keyboard macros
+
+struct qv::RepeatState {};
+
+qv::RepeatState *qv::repeat_new() { return new (std::nothrow) RepeatState; }
+void qv::repeat_free(RepeatState *r) { delete r; }
+void qv::repeat_reset(console *) {}
+action_fn qv::argument_apply(console *, action_fn action, bool, int *count) {
+    *count = 1;
+    return action;
+}
+int qv::argument_value(const console *, bool *given) {
+    if (given) *given = false;
+    return 1;
+}
+void qv::macro_byte(console *, unsigned char) {}
+void qv::macro_key_done(console *) {}
+action_fn qv::macro_action(console *, const char *, size_t) { return nullptr; }
+const char *qv::macro_text(const console *, action_fn, size_t *) { return nullptr; }
+void action_digit_argument(console *, int) {}
+void action_universal_argument(console *, int) {}
+void action_start_kbd_macro(console *, int) {}
+void action_end_kbd_macro(console *, int) {}
+void action_call_last_kbd_macro(console *, int) {}
+
+#endif

@@ -28,6 +28,8 @@
 #include "search.h"
 #include "vimode.h"
 
+#if QV_WITH_BINDINGS
+
 namespace {
 
 struct NamedAction {
@@ -547,3 +549,25 @@ void action_re_read_init_file(console *c, int) {
     if (qv::read_bindings(c, maps, copy.c_str(), getenv("TERM"), &vi, nullptr, nullptr) >= 0)
         qv::set_option(TERM_OPTION_VI_MODE, vi);
 }
+
+#else // a build without bindings files and named actions: no name reaches an action
+
+namespace {
+const char *const kNone[] = {nullptr};
+} // namespace
+
+action_fn qv::action_named(const char *) { return nullptr; }
+const char *const *qv::action_names() { return kNone; }
+keymap_entry *qv::keymap_named(const KeymapSet &, const char *, const char **) { return nullptr; }
+size_t qv::parse_keys(const char *, size_t, bool, char *, size_t) { return 0; }
+bool qv::bind_keys(keymap_entry *, const char *, size_t, action_fn) { return false; }
+int qv::read_bindings(console *, const KeymapSet &, const char *, const char *, bool *, BindingsReport, void *) {
+    return -1;
+}
+void term_setApplicationName(const char *) {}
+void action_dump_functions(console *, int) {}
+void action_dump_variables(console *, int) {}
+void action_dump_macros(console *, int) {}
+void action_re_read_init_file(console *, int) {}
+
+#endif

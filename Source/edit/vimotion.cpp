@@ -3,6 +3,8 @@
 // non-blanks.
 #include "vimotion.h"
 
+#if QV_WITH_VI_MODE // nothing else moves by vi's rules
+
 #include "text.h"
 
 namespace {
@@ -92,3 +94,5 @@ int vi_find(const ViLine &l, int pos, int kind, wchar_t ch, bool again) {
 }
 
 } // namespace qv
+
+#endif

@@ -136,7 +136,9 @@ int console_init(console *c) {
     if (!keymap_set_defaults(c)) goto fail;
     // readline's Ctrl-X Ctrl-R reads the bindings file again; the default
     // map's own module cannot name the reader, which names every action.
+#if QV_WITH_BINDINGS
     if (!keymap_bind_key_sequence(c->keymaps[0], "\030\022", KM_FUNCTION, action_re_read_init_file)) goto fail;
+#endif
     get_os_encoding(c);
     c->history = history_new();
     if (!c->history) goto fail;

@@ -31,6 +31,11 @@ namespace {
 
 term_session *of(qv::Session *s) { return reinterpret_cast<term_session *>(s); }
 
+} // namespace
+
+#if QV_WITH_SESSIONS
+namespace {
+
 void release(term_session *s) {
     void **slot = s->slots.slot;
     qv::options_free(static_cast<qv::OptionsState *>(slot[qv::kSlotOptions]));
@@ -113,6 +118,14 @@ void term_close(term_session *s) {
 }
 
 term_session *term_use(term_session *s) { return of(qv::use_session(s ? &s->slots : nullptr)); }
+
+#else // a build with the default session only: no other opens
+
+term_session *term_open(int, int, const term_session_options *) { return nullptr; }
+void term_close(term_session *) {}
+term_session *term_use(term_session *) { return nullptr; }
+
+#endif
 
 term_session *term_current(void) { return of(qv::current_session()); }
 

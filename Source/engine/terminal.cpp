@@ -121,7 +121,6 @@ char *start_read(char mask, const char *prompt, int raw, char *(*encode)(console
     return line;
 }
 
-
 } // namespace
 
 char *do_readLine(console *c, const char *prompt) { return read_line(c, prompt, encode_input); }
@@ -326,6 +325,8 @@ void term_putBlanks(int n) { screen_put_blanks(the_console(), n); }
 // ---------------------------------------------------------------------------
 // Edits under the host's own loop
 
+#if QV_WITH_EVENT_LOOP
+
 int term_editStart(int flags, char mask, const char *prompt) {
     console *c = the_console();
     if (top().edit_encoding) return 0;
@@ -375,6 +376,33 @@ void end_edit(int status) {
 
 void term_editStop(void) { end_edit(ST_WOKEN); }
 
+void term_editLeave(void) { end_edit(ST_STOPPED); }
+
+int term_editPush(const char *bytes, int n) {
+    if (!top().edit_encoding || !bytes || n <= 0) return 0;
+    return static_cast<int>(qv::input_push(bytes, static_cast<size_t>(n)));
+}
+
+int term_editFd(void) { return top().edit_encoding ? qv::edit_fd() : -1; }
+
+int term_editTimeout(void) { return top().edit_encoding ? qv::edit_timeout(the_console()) : -1; }
+
+#else // a build without the host's loop: no edit starts, and the calls that feed one answer so
+
+int term_editStart(int, char, const char *) { return 0; }
+int term_editFeed(char **line) {
+    if (line) *line = nullptr;
+    return -1;
+}
+void term_editStop(void) {}
+void term_editLeave(void) {}
+int term_editPush(const char *, int) { return 0; }
+int term_editFd(void) { return -1; }
+int term_editTimeout(void) { return -1; }
+
+#endif
+
+// The line under way, for a read's callbacks as for an edit's host.
 char *term_editLine(int *cursor) {
     if (cursor) *cursor = 0;
     if (!top().t) return nullptr;
@@ -419,19 +447,30 @@ void term_editRedraw(int fresh) {
     if (top().edit_encoding) qv::edit_redraw(the_console(), fresh != 0);
 }
 
-void term_editLeave(void) { end_edit(ST_STOPPED); }
 
-int term_editPush(const char *bytes, int n) {
-    if (!top().edit_encoding || !bytes || n <= 0) return 0;
-    return static_cast<int>(qv::input_push(bytes, static_cast<size_t>(n)));
+int term_setPairs(const char *pairs) {
+    if (!pairs) return 0;
+    int n = 0;
+    std::unique_ptr<wchar_t, decltype(&free)> chars(qv::utf8_decode(pairs, strlen(pairs), &n), &free);
+    if (!chars || n % 2 != 0 || n > 2 * qv::kMaxPairs) return 0;
+    qv::set_pairs(chars.get(), n);
+    return 1;
 }
 
-int term_editFd(void) { return top().edit_encoding ? qv::edit_fd() : -1; }
+int term_setRightPrompt(const char *prompt, int keep) {
+    if (!top().t || !qv::view_set_right(top().t->console, prompt, keep != 0)) return 0;
+    // Between reads as during one: the next paint shows it.
+    return 1;
+}
 
-int term_editTimeout(void) { return top().edit_encoding ? qv::edit_timeout(the_console()) : -1; }
+int term_setTransientPrompt(const char *prompt) {
+    return top().t && qv::view_set_transient(top().t->console, prompt) ? 1 : 0;
+}
 
 // ---------------------------------------------------------------------------
 // Keys of the user's choice
+
+#if QV_WITH_BINDINGS
 
 namespace {
 
@@ -494,24 +533,7 @@ int term_bindMacro(const char *keymap, const char *keys, const char *text) {
     return 1;
 }
 
-int term_setPairs(const char *pairs) {
-    if (!pairs) return 0;
-    int n = 0;
-    std::unique_ptr<wchar_t, decltype(&free)> chars(qv::utf8_decode(pairs, strlen(pairs), &n), &free);
-    if (!chars || n % 2 != 0 || n > 2 * qv::kMaxPairs) return 0;
-    qv::set_pairs(chars.get(), n);
-    return 1;
-}
 
-int term_setRightPrompt(const char *prompt, int keep) {
-    if (!top().t || !qv::view_set_right(top().t->console, prompt, keep != 0)) return 0;
-    // Between reads as during one: the next paint shows it.
-    return 1;
-}
-
-int term_setTransientPrompt(const char *prompt) {
-    return top().t && qv::view_set_transient(top().t->console, prompt) ? 1 : 0;
-}
 
 char *term_listBindings(int what, int readable) {
     if (!top().t || what < TERM_LIST_FUNCTIONS || what > TERM_LIST_VARIABLES) return nullptr;
@@ -545,3 +567,21 @@ int term_readBindings(const char *path) {
     qv::engine_keys(c).reset();
     return reported;
 }
+
+#else // a build without bindings files and named actions: their calls answer "not available"
+
+namespace {
+const char *const kNone[] = {nullptr};
+} // namespace
+
+const char *const *term_actionNames(void) { return kNone; }
+int term_bindKey(const char *, const char *, const char *) { return 0; }
+int term_bindMacro(const char *, const char *, const char *) { return 0; }
+char *term_listBindings(int, int) { return nullptr; }
+int term_setVariable(const char *, const char *) { return 0; }
+const char *term_getVariable(const char *) { return nullptr; }
+const char *const *term_variableNames(void) { return kNone; }
+void term_setBindingsReporter(term_bindings_reporter, void *) {}
+int term_readBindings(const char *) { return -1; }
+
+#endif

@@ -46,6 +46,7 @@ qv::HighlighterState own_highlighter;
 
 qv::HighlighterState &hl() { return qv::session_record(qv::kSlotHighlight, own_highlighter); }
 
+#if QV_WITH_HIGHLIGHT
 // ch as UTF-8, as the result encoding writes it: what UTF-8 cannot hold
 // becomes U+FFFD.
 int utf8_put(wchar_t ch, char *out) {
@@ -134,6 +135,8 @@ int partner(const wchar_t *text, int len, int o) {
     return -1;
 }
 
+#endif
+
 } // namespace
 
 int term_setLook(int element, unsigned style) {
@@ -151,6 +154,8 @@ uint32_t qv::style_over(uint32_t under, uint32_t over) {
 }
 
 uint32_t qv::look(int element) { return element >= 1 && element < kLooks ? hl().looks[element].load() : 0; }
+
+#if QV_WITH_HIGHLIGHT
 
 void term_setHighlighter(term_highlighter fn, void *user) {
     qv::HighlighterState &h = hl();
@@ -230,6 +235,20 @@ bool qv::highlight_styles(const wchar_t *text, int len, int cursor, int kept, Hi
     }
     return true;
 }
+
+#else // a build without the highlighter and brace matching: only the looks
+
+void term_setHighlighter(term_highlighter, void *) {}
+int term_highlightFrom(term_highlight *) { return 0; }
+int term_addHighlight(term_highlight *, int, int, unsigned) { return 0; }
+bool qv::highlight_active() { return false; }
+unsigned qv::highlighter_generation() { return 1; }
+bool qv::highlight_styles(const wchar_t *, int len, int, int, HighlightScratch &, uint32_t *, uint32_t *out) {
+    std::fill(out, out + len, 0u);
+    return true;
+}
+
+#endif
 
 // A new session highlights and looks as the default session does, until told
 // otherwise.

@@ -259,7 +259,7 @@ void cursor_update(console *c, cursor_pos p) {
     qv::model_show_row(c, p.pos.y);
     screen_cursor_move_y(c, p.pos.y - in->cur.pos.y);
     qv::model_reached(c, p.pos.y);
-    if (qv::option(TERM_OPTION_LEAN_OUTPUT))
+    if (QV_WITH_LEAN_OUTPUT && qv::option(TERM_OPTION_LEAN_OUTPUT))
         qv::cursor_to_column(c, in->cur.pos.x, p.pos.x, true);
     else
         screen_cursor_move_x(c, p.pos.x - in->cur.pos.x);

@@ -300,7 +300,8 @@ void do_paint(console *c, bool compact) {
     }
     // Lean output tracks the cursor through every paint, never returning it
     // to its column between runs.
-    const bool lean = qv::option(TERM_OPTION_LEAN_OUTPUT) != 0;
+    // Folded away, with all it reaches, in a build without lean output.
+    const bool lean = QV_WITH_LEAN_OUTPUT && qv::option(TERM_OPTION_LEAN_OUTPUT) != 0;
     compact = compact || lean;
     qv::model_show_row(c, r->input.newcur.pos.y);
     Run run;

@@ -53,7 +53,7 @@ bool render_start_input(console *c) {
     }
     // Lean output takes the row its own line feed reached to be blank, as
     // other line editors do, and spares clearing it at every read.
-    if (option(TERM_OPTION_LEAN_OUTPUT) && terminal_row_fresh() && c->screen.input.lines)
+    if (QV_WITH_LEAN_OUTPUT && option(TERM_OPTION_LEAN_OUTPUT) && terminal_row_fresh() && c->screen.input.lines)
         model_row_shown_blank(c, 0);
     view_reset(c);
     return true;

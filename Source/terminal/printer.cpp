@@ -27,6 +27,8 @@
 #include "quorvel.h"
 #include "session.h"
 
+#if QV_WITH_THREAD_PRINT
+
 namespace {
 
 // Past this much text queued, printers wait for the loop to draw it.
@@ -222,3 +224,29 @@ void term_wake(void) {
     poke(p);
     errno = saved;
 }
+
+#else // a build without printing from threads: term_print() and term_wake() do nothing
+
+struct qv::PrinterState {};
+
+namespace qv {
+void printer_init() {}
+int printer_fd() { return -1; }
+void printer_begin_read() {}
+bool printer_wake_pending() { return false; }
+bool printer_take_wake() { return false; }
+char *printer_take(size_t *n) {
+    *n = 0;
+    return nullptr;
+}
+void printer_end_read() {}
+void printer_print(const char *, size_t) {}
+void printer_nudge() {}
+PrinterState *printer_new() { return new (std::nothrow) PrinterState; }
+void printer_free(PrinterState *p) { delete p; }
+} // namespace qv
+
+void term_print(const char *) {}
+void term_wake(void) {}
+
+#endif

@@ -40,6 +40,8 @@
  *   term_wake after MS ms)  wake:signal (SIGUSR1 calls term_wake)
  *   wake:now  log:S (a line to the appender "qvhost")  later:MS:S (a thread
  *   prints S after MS ms)
+ *   absent (for each feature the build left out, ABSENT <feature> and the
+ *   answers of its calls)
  */
 #include <quorvel.h>
 
@@ -397,6 +399,57 @@ static void report_binding(const char *path, int line, const char *text, const c
     fprintf(side, "REPORT %d %s\n", line, why);
 }
 
+static int count_names(const char *const *names) {
+    int n = 0;
+    while (names[n]) n++;
+    return n;
+}
+
+/* The calls of the features term_features() says are left out, and what
+   they answered. */
+static void absent(void) {
+    const unsigned f = term_features();
+    if (!(f & TERM_FEATURE_VI_MODE))
+        fprintf(side, "ABSENT vi %d %d %d\n", term_setOption(TERM_OPTION_VI_MODE, 1),
+                term_setOption(TERM_OPTION_VI_SHOW_MODE, 1), term_bindKey("vi-insert", "x", "self-insert"));
+    if (!(f & TERM_FEATURE_BINDINGS)) {
+        char *list = term_listBindings(TERM_LIST_FUNCTIONS, 1);
+        const char *value = term_getVariable("bell-style");
+        fprintf(side, "ABSENT bindings %d %d %d %s %s %d %d %d\n", term_bindKey(NULL, "\\C-a", "end-of-line"),
+                term_bindMacro(NULL, "\\C-xq", "quit"), term_setVariable("bell-style", "none"),
+                value ? value : "NULL", list ? "list" : "NULL", term_readBindings("/dev/null"),
+                count_names(term_actionNames()), count_names(term_variableNames()));
+        term_free(list);
+    }
+    if (!(f & TERM_FEATURE_HIGHLIGHT))
+        fprintf(side, "ABSENT highlight %d\n", term_setOption(TERM_OPTION_BRACE_MATCH, 1));
+    if (!(f & TERM_FEATURE_COMPLETION_MENU))
+        fprintf(side, "ABSENT menu %d\n", term_setOption(TERM_OPTION_COMPLETION_MENU, 1));
+    if (!(f & TERM_FEATURE_LEAN_OUTPUT))
+        fprintf(side, "ABSENT lean %d\n", term_setOption(TERM_OPTION_LEAN_OUTPUT, 1));
+    if (!(f & TERM_FEATURE_EVENT_LOOP)) {
+        char *line = (char *)"untouched";
+        const int started = term_editStart(TERM_EDIT_UTF8, 0, "> ");
+        const int fed = term_editFeed(&line);
+        fprintf(side, "ABSENT loop %d %d %s %d %d %d\n", started, fed, line ? "line" : "NULL", term_editFd(),
+                term_editTimeout(), term_editPush("x", 1));
+        term_editStop();
+        term_editLeave();
+    }
+    if (!(f & TERM_FEATURE_THREAD_PRINT)) {
+        term_print("printed");
+        term_wake();
+        fprintf(side, "ABSENT print %d\n", term_setOption(TERM_OPTION_LOG_TO_TERMINAL, 1));
+    }
+    if (!(f & TERM_FEATURE_SESSIONS)) {
+        term_session *s = term_open(0, 1, NULL);
+        fprintf(side, "ABSENT sessions %s %s %s\n", s ? "open" : "NULL", term_use(s) ? "used" : "NULL",
+                term_current() ? "current" : "NULL");
+        term_close(s);
+    }
+    fflush(side);
+}
+
 int main(int argc, char **argv) {
     int i;
     const char *path = getenv("QV_SIDE");
@@ -476,6 +529,8 @@ int main(int argc, char **argv) {
         } else if (strncmp(a, "bindings:", 9) == 0) {
             term_setBindingsReporter(report_binding, NULL);
             fprintf(side, "BINDINGS %d\n", term_readBindings(a + 9));
+        } else if (strcmp(a, "absent") == 0) {
+            absent();
         } else if (strncmp(a, "option:", 7) == 0 && strchr(a, '=')) {
             fprintf(side, "OPTION %d\n", term_setOption(atoi(a + 7), atoi(strchr(a, '=') + 1)));
         } else if (strncmp(a, "print:", 6) == 0) {
