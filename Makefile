@@ -4,7 +4,7 @@ BUILD   ?= build
 TESTDIR ?= build-test
 TSANDIR ?= build-tsan
 
-.PHONY: all setup run test test-tsan test-arm fuzz memcheck bench mutate clean install
+.PHONY: all setup run test test-tsan test-arm fuzz memcheck bench mutate sizes clean install
 
 all: setup
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORVEL_TESTS=OFF
@@ -67,12 +67,17 @@ memcheck:
 	./scripts/memcheck.sh
 
 # The 32-bit ARM target: the library and its tests cross-built for armhf and
-# run under qemu-arm.
+# run under qemu-arm, the default build and the minimal one.
 test-arm:
 	./scripts/test-arm.sh
+
+# The size of the library on x86-64 and armhf, per build option (the
+# README's table).
+sizes:
+	./scripts/sizes.sh
 
 install: all
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench build-arm build-fuzz build-memcheck build-mutate
+	rm -rf $(BUILD) $(TESTDIR) $(TSANDIR) build-bench build-arm build-arm-minimal build-arm-size build-fuzz build-memcheck build-mutate build-sizes
