@@ -18,6 +18,10 @@
 int main(void) {
     struct itimerspec every;
     int timer, ticks = 0, done = 0;
+    if (!(term_features() & TERM_FEATURE_EVENT_LOOP)) {
+        fprintf(stderr, "quorvel-poll: this build of the library has no event loop\n");
+        return 1;
+    }
     if (!term_init(NULL)) return 1;
     timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
     memset(&every, 0, sizeof every);

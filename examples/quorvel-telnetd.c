@@ -170,6 +170,11 @@ static int run(struct client *c, const char *line) {
 int main(int argc, char **argv) {
     struct sockaddr_in at;
     int one = 1, server = socket(AF_INET, SOCK_STREAM, 0);
+    const unsigned needs = TERM_FEATURE_SESSIONS | TERM_FEATURE_EVENT_LOOP;
+    if ((term_features() & needs) != needs) {
+        fprintf(stderr, "quorvel-telnetd: this build of the library has no sessions or event loop\n");
+        return 1;
+    }
     signal(SIGPIPE, SIG_IGN); /* a client that goes away is noticed on reading */
     memset(&at, 0, sizeof at);
     at.sin_family = AF_INET;
