@@ -9,7 +9,7 @@ sysroot="$PWD/build-arm/sysroot"
 packages=(libtinfo6 libncurses6 libncursesw6 libncurses-dev libgtest-dev libvterm0 libvterm-dev libutf8proc2 libutf8proc-dev)
 # The sysroot is unpacked again when the list of packages changes.
 if [ "$(cat "$sysroot/.complete" 2>/dev/null)" != "${packages[*]}" ]; then
-    if ! dpkg --print-foreign-architectures | grep -qx armhf; then
+    if ! dpkg --print-foreign-architectures | grep -x armhf > /dev/null; then
         if [ "$(id -u)" -ne 0 ]; then
             echo "Run once as root: dpkg --add-architecture armhf && apt-get update" >&2
             exit 1

@@ -34,7 +34,9 @@ libdir="$root/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)"
 flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" PKG_CONFIG_LIBDIR="$libdir/pkgconfig" pkg-config --cflags --libs quorvel)
 case "$flags" in *"$root"*) ;; *) echo "pkg-config does not point into the installed root: $flags"; exit 1 ;; esac
 cc -std=c99 -Wall -Werror -o "$tmp/myrepl" "$tmp/myrepl.c" $flags -Wl,-rpath,"$libdir"
-ldd "$tmp/myrepl" | grep -q "$libdir/libquorvel.so.4" || { echo "not linked against the installed library"; exit 1; }
+# grep reads to the end: -q would quit at the match and, under pipefail, fail
+# the pipe when ldd is still writing.
+ldd "$tmp/myrepl" | grep "$libdir/libquorvel.so.4" > /dev/null || { echo "not linked against the installed library"; exit 1; }
 python3 - "$tmp/myrepl" <<'PY'
 import os, pty, select, sys, time
 pid, fd = pty.fork()
