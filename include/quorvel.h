@@ -415,10 +415,12 @@ QV_API int term_highlightFrom(term_highlight *out);
    "(cmd) ", for terminals without a cursor shape (a serial console). */
 #define TERM_OPTION_VI_SHOW_MODE 10
 /* default 0. 1: an edit made to a recalled history entry stays with it for
-   the rest of the read, as in readline, and at the read's end the entry
-   keeps it, unless the bindings file set revert-all-at-newline (0: the
-   history keys show every entry as it was added). The readline-compatible
-   library turns it on. */
+   the rest of the read, and at the read's end the entries the read left
+   keep theirs, while the one the line was entered from takes back its text
+   from before any kept edit, as in readline; none keeps one when the
+   bindings file set revert-all-at-newline (0: the history keys show every
+   entry as it was added). term_setHistoryReporter() tells of each. The
+   readline-compatible library turns it on. */
 #define TERM_OPTION_KEEP_HISTORY_EDITS 11
 /* default 0. 1: when Tab finds several candidates it opens a menu: the
    first candidate goes in place and the candidates are listed below the
@@ -643,6 +645,15 @@ QV_API int term_addHistory(const char *line);
 /* Empties the history list; the lines added since the last save are not
    saved either. The history file is not touched. */
 QV_API void term_clearHistory(void);
+
+/* Told, as a read ends, of each history entry that takes an edit kept with
+   it (TERM_OPTION_KEEP_HISTORY_EDITS): the entry's place, 0 for the newest,
+   1 for the one before it, and its text now, UTF-8, good for the call. For
+   a host that keeps its own copy of the history, as the readline-compatible
+   library does; it makes no call of the library from it. NULL (the
+   default) tells nobody. Without an instance it does nothing. */
+typedef void (*term_history_reporter)(int from_newest, const char *text, void *user);
+QV_API void term_setHistoryReporter(term_history_reporter fn, void *user);
 
 /* Keeps at most max entries in the list, dropping the oldest now and as new
    ones arrive; max < 0 removes the limit. Answers the previous limit (-1 for

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Types the same keys, with the same init file, into one readline program
 built twice: on GNU readline (the control) and on libquorvel-readline, and
-compares the lines the two return. The program starts with the history
+compares the lines the two return and the history list each program holds
+at the end. The program starts with the history
 "make test", "git commit -m first", "echo one two three", "ls -la /tmp",
 "git status" (the newest last) and completes from a fixed list of words.
 
@@ -147,6 +148,10 @@ CASES = [
     ("own keys, called back: Up recalls", UP + UP + " x\r", None),
     ("own keys, called back: Tab and words", "pri\tn\t" + alt("b") + "X\r", None),
     ("own input stream: Tab completes", "pri\tn\t\r", None),
+    # An edit made to a recalled entry stays with it in the history, unless
+    # the line is entered from that entry.
+    ("an entry left with an edit keeps it in the list", UP + UP + " -h" + DOWN + "\r", None),
+    ("revert-all-at-newline takes edits back", UP + UP + " -h" + DOWN + "\r", "set revert-all-at-newline on\n"),
     # Readline's calls for macros and variables.
     ("calls: rl_macro_bind", cx("m") + "\r", None),
     ("calls: rl_variable_bind", "x" + alt("#"), None),
@@ -155,6 +160,13 @@ CASES = [
      "set skip-completed-text on\nset visible-stats on\nset history-preserve-point on\n"
      "set menu-complete-display-prefix on\nset keyseq-timeout 200\n"),
 ]
+
+
+# Cases whose history list is not compared, with the reason. GNU readline
+# writes the search string of a non-incremental search into the history
+# entry the search started from (it saves its line buffer, which held the
+# string, as an edit of that entry); Quorvel leaves the entry as it was.
+LINES_ONLY = {"non-incremental-forward-search-history"}
 
 
 def run(program, keys, inputrc, home, own_reader=False):
@@ -247,6 +259,9 @@ def main():
                    else "files" if name.startswith("files:") else None)
             want = run(a.gnu, keys, inputrc, home, own)
             got = run(a.quorvel, keys, inputrc, home, own)
+            if name in LINES_ONLY and want and got:
+                want = [l for l in want if not l.startswith("H:")]
+                got = [l for l in got if not l.startswith("H:")]
             if want != got:
                 differ += 1
                 print("DIFFERS %s: GNU readline %r, Quorvel %r" % (name, want, got))

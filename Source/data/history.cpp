@@ -28,14 +28,18 @@ struct HistoryRecord {
     qv::HistoryObserver observer; // told of every entry that goes in
     history_line recalled;        // the entry the walk stands on, decoded
     // Edits made to recalled entries, kept while the read goes on (readline's
-    // way, when asked for): by the entry's serial.
+    // way, when asked for): by the entry's serial. The text an entry had
+    // before its first kept edit, which it takes back when a read ends on it.
     bool keep;
     struct Kept {
         long long serial;
         wchar_t *text;
         uint32_t n;
-    } *kept;
-    int nkept, capkept;
+    } *kept, *originals;
+    int nkept, capkept, noriginals, caporiginals;
+    long long ended_on; // the entry the walk stood on when the line went in, or -1
+    qv::HistoryEditReport report; // told of each entry that takes its edit
+    void *report_user;
 };
 static_assert(std::is_standard_layout<HistoryRecord>::value, "the list is the record's first member");
 
@@ -62,28 +66,39 @@ HistoryRecord::Kept *kept_for(history_t *h, long long serial) {
     return nullptr;
 }
 
-// The line as edited, kept for the entry the walk stands on.
-void keep_edit(history_t *h, const wchar_t *line, uint32_t n) {
-    HistoryRecord *r = record(h);
-    const long long serial = serial_of(h, h->current);
-    wchar_t *copy = make_string_copy(line, n);
-    if (!copy) return;
-    if (HistoryRecord::Kept *k = kept_for(h, serial)) {
-        free(k->text);
-        *k = HistoryRecord::Kept{serial, copy, n};
-        return;
-    }
-    if (r->nkept == r->capkept) {
-        const int cap = r->capkept ? r->capkept * 2 : 8;
-        auto *grown = static_cast<HistoryRecord::Kept *>(realloc(r->kept, sizeof(HistoryRecord::Kept) * static_cast<size_t>(cap)));
+// A text for serial in a set of kept texts, in place of the one it had:
+// the copy is the set's from here on, freed when the set cannot take it.
+void put(HistoryRecord::Kept *&set, int &count, int &cap, long long serial, wchar_t *copy, uint32_t n) {
+    for (int i = 0; i < count; i++)
+        if (set[i].serial == serial) {
+            free(set[i].text);
+            set[i] = HistoryRecord::Kept{serial, copy, n};
+            return;
+        }
+    if (count == cap) {
+        const int grown_cap = cap ? cap * 2 : 8;
+        auto *grown = static_cast<HistoryRecord::Kept *>(realloc(set, sizeof(HistoryRecord::Kept) * static_cast<size_t>(grown_cap)));
         if (!grown) {
             free(copy);
             return;
         }
-        r->kept = grown;
-        r->capkept = cap;
+        set = grown;
+        cap = grown_cap;
     }
-    r->kept[r->nkept++] = HistoryRecord::Kept{serial, copy, n};
+    set[count++] = HistoryRecord::Kept{serial, copy, n};
+}
+
+void drop_all(HistoryRecord::Kept *&set, int &count, int &cap) {
+    for (int i = 0; i < count; i++) free(set[i].text);
+    free(set);
+    set = nullptr;
+    count = cap = 0;
+}
+
+// The line as edited, kept for the entry the walk stands on.
+void keep_edit(history_t *h, const wchar_t *line, uint32_t n) {
+    HistoryRecord *r = record(h);
+    if (wchar_t *copy = make_string_copy(line, n)) put(r->kept, r->nkept, r->capkept, serial_of(h, h->current), copy, n);
 }
 
 // The oldest entry goes. The walk, if it stood there, moves to the entry
@@ -130,10 +145,8 @@ void history_clear(console *c) {
     h->count = 0;
     HistoryRecord *r = record(h);
     r->first_serial = r->next_serial;
-    for (int i = 0; i < r->nkept; i++) free(r->kept[i].text);
-    free(r->kept);
-    r->kept = nullptr;
-    r->nkept = r->capkept = 0;
+    drop_all(r->kept, r->nkept, r->capkept);
+    drop_all(r->originals, r->noriginals, r->caporiginals);
 }
 
 int top_is_duplicate(console *c, const wchar_t *text, uint32_t n) {
@@ -152,6 +165,9 @@ void history_add(console *c, const wchar_t *text, uint32_t n) {
     history_t *h = c->history;
     if (c->history_add_unchanged == 0 && h->dirty == 0) return;
     if (c->masked || c->history_max <= 0) return;
+    // The read ends on the entry the walk stands on, for readline's rule on
+    // kept edits.
+    record(h)->ended_on = h->current ? serial_of(h, h->current) : -1;
     qv::history_append(c, text, n);
     history_cleanup_temp(c);
     h->current = nullptr;
@@ -297,17 +313,27 @@ void history_print_all(console *c) {
 // ---------------------------------------------------------------------------
 // Edits kept with recalled entries
 
-void qv::history_keep_edits(console *c, bool on) { record(c->history)->keep = on; }
+void qv::history_keep_edits(console *c, bool on) {
+    record(c->history)->keep = on;
+    record(c->history)->ended_on = -1;
+}
+
+void qv::history_report_edits(console *c, HistoryEditReport report, void *user) {
+    HistoryRecord *r = record(c->history);
+    r->report = report;
+    r->report_user = report ? user : nullptr;
+}
 
 namespace {
 
-// The entry's text made the kept edit's: a new block in its place.
-void rewrite(history_t *h, history_entry *e, const HistoryRecord::Kept &k) {
+// The entry's text made the kept edit's: a new block in its place. Answers
+// the new block, or NULL when memory ran out and the entry is as it was.
+history_entry *rewrite(history_t *h, history_entry *e, const HistoryRecord::Kept &k) {
     CharPtr utf8(qv::utf8_of(k.text, static_cast<int>(k.n)), &free);
-    if (!utf8) return;
+    if (!utf8) return nullptr;
     const size_t n = strlen(utf8.get());
     auto *fresh = static_cast<history_entry *>(malloc(sizeof(history_entry) + n + 1));
-    if (!fresh) return;
+    if (!fresh) return nullptr;
     fresh->text = reinterpret_cast<char *>(fresh + 1);
     memcpy(fresh->text, utf8.get(), n + 1);
     fresh->length = static_cast<uint32_t>(n);
@@ -317,25 +343,64 @@ void rewrite(history_t *h, history_entry *e, const HistoryRecord::Kept &k) {
     (e->next ? e->next->prev : h->last) = fresh;
     if (h->current == e) h->current = fresh;
     free_entry(e);
+    return fresh;
 }
 
 } // namespace
 
-void qv::history_end_edits(console *c, const wchar_t *line, uint32_t n, bool revert) {
+namespace {
+
+history_entry *entry_at(history_t *h, long long serial) {
+    long long at = record(h)->first_serial;
+    for (history_entry *e = h->first; e; e = e->next, at++)
+        if (at == serial) return e;
+    return nullptr;
+}
+
+// The entry takes text (a rewrite), and the host that asked is told.
+void retext(history_t *h, history_entry *e, const HistoryRecord::Kept &text) {
+    const HistoryRecord *r = record(h);
+    const history_entry *fresh = rewrite(h, e, text);
+    if (!fresh || !r->report) return;
+    int from_newest = 0;
+    for (const history_entry *n = fresh->next; n; n = n->next) from_newest++;
+    r->report(from_newest, fresh->text, r->report_user);
+}
+
+} // namespace
+
+// readline's rule: entries the read left with an edit keep it (the text
+// they had before is remembered), and the entry the read ends on goes back
+// to the text it had before any edit was kept with it, since the line the
+// read returns carries that edit on. revert-all-at-newline keeps none.
+void qv::history_end_edits(console *c, bool revert) {
     history_t *h = c->history;
     HistoryRecord *r = record(h);
     if (!r->keep) return;
-    // The entry the read ended on, edited, is an edited entry too.
-    if (!revert && h->current && h->dirty && line) keep_edit(h, line, n);
-    if (!revert)
-        for (int i = 0; i < r->nkept; i++) {
-            long long serial = r->first_serial;
-            for (history_entry *e = h->first; e; e = e->next, serial++)
-                if (serial == r->kept[i].serial) {
-                    rewrite(h, e, r->kept[i]);
-                    break;
-                }
+    const long long ended_on = h->current ? serial_of(h, h->current) : r->ended_on;
+    r->ended_on = -1;
+    for (int i = 0; i < r->nkept && !revert; i++) {
+        history_entry *e = r->kept[i].serial == ended_on ? nullptr : entry_at(h, r->kept[i].serial);
+        if (!e) continue;
+        int n = 0;
+        bool known = false;
+        for (int k = 0; k < r->noriginals && !known; k++) known = r->originals[k].serial == r->kept[i].serial;
+        if (wchar_t *before = known ? nullptr : qv::utf8_decode(e->text, e->length, &n))
+            put(r->originals, r->noriginals, r->caporiginals, r->kept[i].serial, before, static_cast<uint32_t>(n));
+        retext(h, e, r->kept[i]);
+    }
+    drop_all(r->kept, r->nkept, r->capkept);
+    // The entry the read ended on, and any that left the list, forget what
+    // they were.
+    for (int k = 0; k < r->noriginals;) {
+        const HistoryRecord::Kept o = r->originals[k];
+        history_entry *e = o.serial >= r->first_serial ? entry_at(h, o.serial) : nullptr;
+        if (e && o.serial != ended_on) {
+            k++;
+            continue;
         }
-    for (int i = 0; i < r->nkept; i++) free(r->kept[i].text);
-    r->nkept = 0;
+        if (e) retext(h, e, o);
+        free(o.text);
+        r->originals[k] = r->originals[--r->noriginals];
+    }
 }

@@ -78,10 +78,15 @@ bool history_newest_is(const struct console *c, const char *text, size_t n);
 /* A new limit, applied to the list now. */
 void history_limit(struct console *c, int max);
 /* readline's way with recalled entries: an edit made to one stays with it
-   for the rest of the read. At the read's end (line: the text it ended
-   with) the entries take their edits, or with revert keep their text. */
+   for the rest of the read. At the read's end the entries the read left
+   take their edits, and the one it ended on its text from before any kept
+   edit; with revert every entry keeps its text. */
 void history_keep_edits(struct console *c, bool on);
-void history_end_edits(struct console *c, const wchar_t *line, uint32_t n, bool revert);
+void history_end_edits(struct console *c, bool revert);
+/* Told of each entry that takes a kept edit: its place counted from the
+   newest (0) and its UTF-8 text now, good for the call. */
+using HistoryEditReport = void (*)(int from_newest, const char *text, void *user);
+void history_report_edits(struct console *c, HistoryEditReport report, void *user);
 /* Positions that outlive a change of the list: the oldest entry's serial,
    and one past the newest's. The entry at a serial, NULL once it has gone;
    the pointer is good only until the list next changes. */

@@ -273,9 +273,7 @@ int qv::engine_paint_due(const console *c) {
 void qv::engine_end(console *c) {
     // A read that ends mid-burst shows what the user must see first.
     flush_held(c);
-    if (c->editor.buffer)
-        qv::history_end_edits(c, c->editor.buffer, static_cast<uint32_t>(c->editor.lastchar - c->editor.buffer),
-                              qv::variable_on(c, "revert-all-at-newline"));
+    qv::history_end_edits(c, qv::variable_on(c, "revert-all-at-newline"));
     if (c->status == ST_WOKEN) leave_woken(c);
     end_modes(c);
     qv::cursor_shape(0);

@@ -241,6 +241,10 @@ void term_clearHistory(void) {
     qv::history_forget_new(top().t->console);
 }
 
+void term_setHistoryReporter(term_history_reporter fn, void *user) {
+    if (top().t) qv::history_report_edits(top().t->console, fn, user);
+}
+
 int term_setHistoryLimit(int max) {
     if (!top().t) return -2;
     console *c = top().t->console;

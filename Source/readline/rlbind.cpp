@@ -259,11 +259,27 @@ int rl_set_keymap_name(const char *name, Keymap map) {
     return -1;
 }
 
+namespace {
+
+// history-size stifles the program's own list too, as readline's does: a
+// number keeps that many entries, a negative one all, no number 500.
+void take_history_size(const char *value) {
+    if (!value) return;
+    const int n = *value ? atoi(value) : 500;
+    if (n < 0)
+        unstifle_history();
+    else
+        stifle_history(n);
+}
+
+} // namespace
+
 // The variables are the editor's: a setting that means something there
 // acts there, and the program reads back what it set.
 int rl_variable_bind(const char *name, const char *value) {
     if (!name || (!qv::rl_start_editor() && !term_getVariable(name))) return -1;
     if (!term_setVariable(name, value)) return -1;
+    if (strcasecmp(name, "history-size") == 0) take_history_size(term_getVariable(name));
     if (strcasecmp(name, "disable-completion") == 0)
         rl_inhibit_completion = strcasecmp(term_getVariable(name), "on") == 0;
     if (strcasecmp(name, "editing-mode") == 0) rl_editing_mode = strcasecmp(term_getVariable(name), "vi") == 0 ? 0 : 1;
@@ -365,8 +381,12 @@ int rl_read_init_file(const char *filename) {
     if (!f) return path ? errno : ENOMEM;
     // With the editor running its reader binds the keys, $if and all.
     term_setBindingsReporter(take_unread_line, nullptr);
+    char size_before[80]; // a value is shorter than 64 bytes
+    snprintf(size_before, sizeof size_before, "%s", term_getVariable("history-size") ? term_getVariable("history-size") : "");
     if (term_readBindings(path.get()) >= 0) {
         fclose(f);
+        const char *size = term_getVariable("history-size");
+        if (size && strcmp(size_before, size) != 0) take_history_size(size);
         // "set editing-mode" went to the editor; the program reads it here.
         const int vi = term_setOption(TERM_OPTION_VI_MODE, 0);
         rl_variable_bind("editing-mode", vi ? "vi" : "emacs");

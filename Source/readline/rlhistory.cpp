@@ -37,6 +37,10 @@ using qv::write_all;
 
 struct List {
     HIST_ENTRY **entries = nullptr; // oldest first, NULL after the last
+    // Which entries the editor holds too: it declines some (empty, equal to
+    // its newest, not UTF-8), and an edit it keeps with one of its entries
+    // is told by the entry's place among its own.
+    bool *in_editor = nullptr;
     int count = 0;
     int cap = 0;
     bool stifled = false;
@@ -74,14 +78,24 @@ CharPtr stamp_now() {
     return CharPtr(strdup(buf), &free);
 }
 
+// Gives the editor entry i, the newest so far, and notes whether it took it:
+// a line equal to its newest it answers 1 for but does not add.
+void to_editor(int i) {
+    const char *newest = nullptr;
+    for (int k = i - 1; k >= 0 && !newest; k--)
+        if (list.in_editor[k]) newest = list.entries[k]->line;
+    const char *line = list.entries[i]->line;
+    const bool repeated = newest && strcmp(newest, line) == 0;
+    list.in_editor[i] = term_addHistory(line) == 1 && !repeated;
+}
+
 // Hands the whole list to the editor again, after a change that is not an
 // addition at the end.
 void resync() {
     if (!list.attached) return;
     term_clearHistory();
     term_setHistoryLimit(list.stifled ? history_max_entries : -1);
-    for (int i = 0; i < list.count; i++)
-        term_addHistory(list.entries[i]->line);
+    for (int i = 0; i < list.count; i++) to_editor(i);
 }
 
 void drop_oldest(int n) {
@@ -90,6 +104,7 @@ void drop_oldest(int n) {
         free_history_entry(list.entries[i]);
     memmove(list.entries, list.entries + n,
             sizeof(HIST_ENTRY *) * static_cast<size_t>(list.count - n + 1));
+    memmove(list.in_editor, list.in_editor + n, sizeof(bool) * static_cast<size_t>(list.count - n));
     list.count -= n;
     list.pos = list.pos > n ? list.pos - n : 0;
     history_base += n;
@@ -106,8 +121,11 @@ bool push(HIST_ENTRY *e) {
         drop_oldest(list.count - history_max_entries + 1);
     if (list.count + 1 >= list.cap) {
         const int cap = list.cap ? list.cap * 2 : 64;
-        auto *grown = static_cast<HIST_ENTRY **>(
-            realloc(list.entries, sizeof(HIST_ENTRY *) * static_cast<size_t>(cap)));
+        auto *flags = static_cast<bool *>(realloc(list.in_editor, sizeof(bool) * static_cast<size_t>(cap)));
+        if (flags) list.in_editor = flags;
+        auto *grown = flags ? static_cast<HIST_ENTRY **>(
+                                  realloc(list.entries, sizeof(HIST_ENTRY *) * static_cast<size_t>(cap)))
+                            : nullptr;
         if (!grown) {
             free_history_entry(e);
             return false;
@@ -115,10 +133,11 @@ bool push(HIST_ENTRY *e) {
         list.entries = grown;
         list.cap = cap;
     }
+    list.in_editor[list.count] = false;
     list.entries[list.count++] = e;
     list.entries[list.count] = nullptr;
     publish();
-    if (list.attached) term_addHistory(e->line);
+    if (list.attached) to_editor(list.count - 1);
     return true;
 }
 
@@ -248,8 +267,26 @@ bool write_entries(int fd, int from, int to, FileFormat format) {
 
 } // namespace
 
+namespace {
+
+// An edit the editor kept with one of its entries, as readline keeps it
+// with the entry: the program's list shows it too.
+void take_kept_edit(int from_newest, const char *text, void *) {
+    for (int i = list.count - 1; i >= 0; i--) {
+        if (!list.in_editor[i] || from_newest-- > 0) continue;
+        if (char *copy = strdup(text)) {
+            free(list.entries[i]->line);
+            list.entries[i]->line = copy;
+        }
+        return;
+    }
+}
+
+} // namespace
+
 void qv::rl_history_attach() {
     list.attached = true;
+    term_setHistoryReporter(take_kept_edit, nullptr);
     resync();
 }
 

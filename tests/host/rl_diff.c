@@ -70,6 +70,20 @@ static void write_line(char *line) {
     free(line);
 }
 
+/* The history as the program sees it at the end, each entry as a line
+   "H:" and its text: edits kept with recalled entries show here. */
+static void write_history_list(void) {
+    int i;
+    for (i = 0; i < history_length; i++) {
+        HIST_ENTRY *e = history_get(history_base + i);
+        const unsigned char *p;
+        if (!e) continue;
+        fprintf(out, "%02x%02x", 'H', ':');
+        for (p = (const unsigned char *)e->line; *p; p++) fprintf(out, "%02x", *p);
+        fputc('\n', out);
+    }
+}
+
 int main(void) {
     static const char *const history[] = {"make test", "git commit -m first", "echo one two three",
                                           "ls -la /tmp", "git status", NULL};
@@ -105,6 +119,7 @@ int main(void) {
             keys_len = (size_t)n;
             for (keys_at = 0; keys_at < keys_len && !done;) rl_callback_read_char();
         }
+        write_history_list();
         fclose(out);
         return 0;
     }
@@ -116,6 +131,7 @@ int main(void) {
         if (*line) add_history(line);
         free(line);
     }
+    write_history_list();
     fclose(out);
     return 0;
 }
