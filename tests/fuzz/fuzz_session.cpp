@@ -81,7 +81,17 @@ void drain() {
     if (__fpending(stdout) != 0) fail("output left unflushed", std::to_string(__fpending(stdout)) + " bytes");
     static unsigned long serial = 0;
     const std::string marker = "\x1b_qv-sync " + std::to_string(++serial) + "\x1b\\";
-    if (write(1, marker.data(), marker.size()) != static_cast<ssize_t>(marker.size())) abort();
+    // While the terminal's buffer is full the write waits for the reading
+    // thread, and a signal (libFuzzer's alarm) may cut it short.
+    for (size_t done = 0; done < marker.size();) {
+        const ssize_t n = write(1, marker.data() + done, marker.size() - done);
+        if (n > 0)
+            done += static_cast<size_t>(n);
+        else if (n < 0 && (errno == EAGAIN || errno == EINTR))
+            usleep(1000);
+        else
+            fail("drain", std::string("the marker could not be written: ") + strerror(errno));
+    }
     for (int waited = 0;; waited++) {
         {
             std::lock_guard<std::mutex> hold(taken_lock);
@@ -329,6 +339,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     term_setOption(TERM_OPTION_BRACKETED_PASTE, 1);
     term_setOption(TERM_OPTION_LEAN_OUTPUT, 0);
     term_setOption(TERM_OPTION_VI_MODE, 0);
+    term_setOption(TERM_OPTION_KEEP_HISTORY_EDITS, 0);
     vi_mode = false;
     long_prompt = size > 0 && (data[size - 1] & 0x80) != 0; // half the inputs, from the start
     term_setHighlighter(nullptr, nullptr);
@@ -371,6 +382,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             if (arg % 3 == 0) {
                 term_setOption(TERM_OPTION_BRACE_MATCH, arg & 4);
                 term_setOption(TERM_OPTION_LEAN_OUTPUT, arg & 8);
+                // readline's way with recalled entries, from the next line on.
+                term_setOption(TERM_OPTION_KEEP_HISTORY_EDITS, arg & 1);
                 vi_mode = (arg & 16) != 0;
                 long_prompt = (arg & 128) != 0; // from the next line on
                 term_setOption(TERM_OPTION_VI_MODE, vi_mode);
